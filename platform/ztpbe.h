@@ -1,0 +1,146 @@
+/*
+ * ztpbe.h - password-based encryption (PBE) of single credentials, C11 and C++20.
+ *
+ * Part of the library libztmcs_r, on OpenSSL libcrypto. docs/encrypted-value.md describes the
+ * stored form and the key derivation byte by byte.
+ *
+ * A session is one record of the caller's. Sessions share nothing; each belongs to one thread at a
+ * time. Every result is a reason code of enum SvcPBEReason, 0 for success.
+ */
+#ifndef ZTPBE_H
+#define ZTPBE_H
+
+#include "ztsvc.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Reason codes of the service. svcPBEReasonText has a short text for each. */
+enum SvcPBEReason {
+    SVC_PBE_OK = 0,
+    SVC_PBE_KEY_FILE_UNREADABLE = 0x20006341,   /* missing, a directory, not permitted, I/O error */
+    SVC_PBE_KEY_FILE_BAD_LENGTH = 0x20006342,   /* empty, or more than 4,096 bytes */
+    SVC_PBE_MALFORMED_TEXT = 0x20006343,        /* not a text that svcPBESave produces */
+    SVC_PBE_AUTHENTICATION_FAILED = 0x20006344, /* another key, or the text was changed */
+    SVC_PBE_CLEAR_TEXT_LENGTH = 0x20006345,     /* empty, or the stored text would be too long */
+    SVC_PBE_UNSUPPORTED_ALGORITHM = 0x20006346, /* neither 1 nor 2 */
+    SVC_PBE_BAD_ARGUMENTS = 0x20006347,         /* null or inconsistent argument or session */
+    SVC_PBE_CRYPTO_FAILED = 0x20006348,         /* libcrypto reported a failure */
+    SVC_PBE_NO_STORAGE = 0x20006350,            /* memory could not be allocated */
+    SVC_PBE_FIPS_NOT_AVAILABLE = 0x10006349, /* no FIPS provider, or a passphrase it may not use */
+};
+
+/* svcPBEReasonText returns the short static text of a reason code of the service or of
+ * svcGetMemFn, or null for any other code. */
+ZT_EXPORT const char *svcPBEReasonText(uint32_t reason);
+
+enum SvcPBELimits {
+    SVC_PBE_ALGORITHM_CBC_HMAC = 1,  /* AES-256-CBC and HMAC-SHA-256, encrypt-then-MAC */
+    SVC_PBE_ALGORITHM_GCM = 2,       /* AES-256-GCM (NIST SP 800-38D) */
+    SVC_PBE_ALGORITHM_LATEST = 2,    /* the default of the command and of the readers */
+    SVC_PBE_KEY_LENGTH = 32,         /* bytes of a full-strength initial key */
+    SVC_PBE_SALT_LENGTH = 24,        /* bytes of the product's fixed salt */
+    SVC_PBE_STORED_LIMIT = 1024,     /* longest stored text in characters */
+    SVC_PBE_KEY_FILE_LIMIT = 4096,   /* longest initial key file in bytes */
+    SVC_PBE_PASSPHRASE_PADDING = 64, /* passphrases are padded with zeros to at least this length */
+    SVC_PBE_FIPS_PASSPHRASE_MINIMUM =
+        14, /* shortest passphrase with fips, 112 bits (NIST SP 800-132) */
+};
+
+/* The session record. Offsets are part of the contract. The caller clears the whole record, then
+ * sets the fields up to `fips`. */
+typedef struct SvcPBESession {
+    int32_t algorithm;       /* offset  0: 1 or 2 */
+    uint32_t reserved1;      /*         4: 0 */
+    const char *label;       /*         8: label of the protected data, not copied */
+    uint32_t reserved2;      /*        16: 0 */
+    int32_t keyLength;       /*        20: bytes at `key`; 32 is a full-strength key, any other
+                                           length is a passphrase */
+    uint8_t *key;            /*        24: the initial key, the caller's */
+    int32_t saltLength;      /*        32: bytes at `salt` */
+    uint32_t reserved3;      /*        36: 0 */
+    uint8_t *salt;           /*        40: the salt, the caller's */
+    int32_t fips;            /*        48: 1 asks for a FIPS provider */
+    uint32_t serviceWord;    /*        52: the service's, 0 before svcPBEInit */
+    void *serviceState;      /*        56: the service's, null before svcPBEInit */
+    uint8_t serviceRest[32]; /*        64: the service's, 0 before svcPBEInit */
+} SvcPBESession;
+
+/*
+ * svcPBEReadInitialKeyFile reads an initial key file (a regular file or a pipe) of 1 to 4,096 bytes:
+ * exactly 32 bytes are the key itself; 64 hexadecimal digits, or 44 characters of base64 that decode
+ * to 32 bytes, with at most one line end (LF or CRLF) behind them, give the decoded 32 bytes;
+ * anything else is a passphrase, less one line end, returned padded with zero bytes to at least 64.
+ *  key        receives a new buffer; the caller releases it with svcPBEFreeBuf (key, keyLength). What
+ *             nobody released is wiped and released by svcProgramTerm.
+ *  keyLength  receives its length in bytes.
+ * Result: SVC_PBE_OK, SVC_PBE_KEY_FILE_UNREADABLE, SVC_PBE_KEY_FILE_BAD_LENGTH,
+ * SVC_PBE_BAD_ARGUMENTS, SVC_PBE_NO_STORAGE.
+ */
+ZT_EXPORT uint32_t svcPBEReadInitialKeyFile(const char *path, uint8_t **key, int32_t *keyLength);
+
+/*
+ * svcPBEInit opens a session. It checks the record and the FIPS choice; the session key is derived
+ * at the first value saved or restored, so key and salt must stay valid until then. `handle` and
+ * `word` are the message context svcIC_MINI_SUBPOOL.
+ * Result: SVC_PBE_OK, SVC_PBE_BAD_ARGUMENTS (also: already open), SVC_PBE_UNSUPPORTED_ALGORITHM,
+ * SVC_PBE_FIPS_NOT_AVAILABLE, SVC_PBE_NO_STORAGE, SVC_PBE_CRYPTO_FAILED. On failure the session is
+ * closed and holds nothing of the service.
+ */
+ZT_EXPORT uint32_t svcPBEInit(uint64_t handle, uint32_t word, SvcPBESession *session);
+
+/*
+ * svcPBESave encrypts one credential.
+ *  clearText    clearLength bytes, not empty.
+ *  storedText   receives the stored form: printable, one line, no blank, no "#", not terminated, at
+ *               most 1,024 characters. The caller releases it with svcPBEFreeBuf.
+ * Result: SVC_PBE_OK, SVC_PBE_CLEAR_TEXT_LENGTH, SVC_PBE_BAD_ARGUMENTS, SVC_PBE_NO_STORAGE,
+ * SVC_PBE_CRYPTO_FAILED. On failure the outputs are null and 0.
+ */
+ZT_EXPORT uint32_t svcPBESave(SvcPBESession *session, const char *clearText, int32_t clearLength,
+                              char **storedText, int32_t *storedLength);
+
+/*
+ * svcPBERestore decrypts one stored credential. The digit in the text decides the algorithm,
+ * whatever the session's own is.
+ *  storedText   storedLength characters, need not be terminated.
+ *  algorithm    receives that digit; may be null.
+ *  clearText    receives the credential, not terminated; released with svcPBEFreeBuf, which wipes it.
+ * Result: SVC_PBE_OK, SVC_PBE_MALFORMED_TEXT (also for an empty text),
+ * SVC_PBE_AUTHENTICATION_FAILED, SVC_PBE_BAD_ARGUMENTS, SVC_PBE_NO_STORAGE, SVC_PBE_CRYPTO_FAILED.
+ * On failure the outputs are null and 0.
+ */
+ZT_EXPORT uint32_t svcPBERestore(SvcPBESession *session, const char *storedText,
+                                 int32_t storedLength, uint32_t *algorithm, char **clearText,
+                                 int32_t *clearLength);
+
+/* svcPBEFreeBuf wipes and releases a buffer of the service or of svcGetMemFn; null does nothing.
+ * Result: SVC_PBE_OK. */
+ZT_EXPORT uint32_t svcPBEFreeBuf(void *buffer, int32_t length);
+
+/* Flag of svcPBETerm. */
+enum SvcPBETermFlag {
+    SVC_PBE_TERM_CLOSE = 0,
+    SVC_PBE_TERM_WIPE = 1, /* also wipe the bytes at key and salt where they lie */
+};
+
+/*
+ * svcPBETerm closes a session: everything derived is wiped and released. Key and salt stay the
+ * caller's; they are never released here. A session that is not open is left as it is.
+ * Result: SVC_PBE_OK, SVC_PBE_BAD_ARGUMENTS (null session).
+ */
+ZT_EXPORT uint32_t svcPBETerm(SvcPBESession *session, uint32_t flag);
+
+#ifdef __cplusplus
+}
+#endif
+
+static_assert(sizeof(SvcPBESession) == 96, "the record is 96 bytes in all");
+static_assert(offsetof(SvcPBESession, label) == 8 && offsetof(SvcPBESession, keyLength) == 20 &&
+                  offsetof(SvcPBESession, key) == 24 && offsetof(SvcPBESession, saltLength) == 32 &&
+                  offsetof(SvcPBESession, salt) == 40 && offsetof(SvcPBESession, fips) == 48 &&
+                  offsetof(SvcPBESession, serviceWord) == 52,
+              "offsets of the session record are fixed");
+
+#endif

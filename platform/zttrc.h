@@ -1,0 +1,90 @@
+/*
+ * zttrc.h - trace facility of the product (library libztmcs_r).
+ *
+ * Off unless the environment variable ZTS_TRACE names a file: records are appended to it, one line
+ * each. The file is created with mode 0600, is not opened through a symbolic link, must be a regular
+ * file of the same user, and is ignored in a set-id program. A trace can hold credentials: the parser
+ * records every line that it reads.
+ *
+ * A record is "time process.thread kind component:function source:line text". Tracing never fails a
+ * caller: what cannot be written is lost.
+ */
+#ifndef ZTTRC_H
+#define ZTTRC_H
+
+#include "ztsvc.h"
+
+#include <pthread.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Bits of thdProcess.traceFlags. */
+enum TrcFlag {
+    TRC_FUNCTIONS = 1,      /* entry and exit of functions */
+    TRC_PARAMETERS = 2,     /* parameter texts */
+    TRC_UNSETTLED = 1 << 30 /* ZTS_TRACE has not been looked at yet */
+};
+
+/* What the facility knows of one thread; found through thdThreadKey. */
+typedef struct TrcThreadBlock {
+    uint32_t component; /* of the function that the thread is in */
+    uint32_t function;
+    uint32_t depth; /* functions entered and not left; it indents the records */
+} TrcThreadBlock;
+
+/* Key of the per-thread trace block (pthread_getspecific); valid after the first record. */
+ZT_EXPORT extern pthread_key_t thdThreadKey;
+
+/* trc_FNC_entry records the entry into a function, trc_FNC_retcode the exit with its result. */
+ZT_EXPORT void trc_FNC_entry(uint32_t component, uint32_t function);
+ZT_EXPORT void trc_FNC_retcode(uint32_t component, uint32_t function, int64_t returnCode);
+
+/* trc_FNC_text records a plain text of a function. */
+ZT_EXPORT void trc_FNC_text(uint32_t component, uint32_t function, const char *text);
+
+/* trc_parms records a parameter text, formatted as by printf; `source` and `line` say where. */
+ZT_EXPORT void trc_parms(const char *source, int32_t line, const char *text, ...)
+    __attribute__((format(printf, 3, 4)));
+
+/* trcActive tells whether any of `flags` may be switched on; the facility itself decides. */
+static inline int trcActive(uint32_t flags) {
+    return (__atomic_load_n(&thdProcess.traceFlags, __ATOMIC_RELAXED) & (flags | TRC_UNSETTLED)) !=
+           0;
+}
+
+#ifdef __cplusplus
+}
+#endif
+
+/*
+ * The one macro family of the project: only a macro can supply the line. A file that traces defines
+ * TRC_SOURCE, the name of its module, before the first use.
+ *
+ * TRC_PARMS records a text; TRC_PARMS_AT records a text that begins with "%s : %d  ", whose first two
+ * inserts, source name and line, are supplied.
+ */
+#define TRC_ENTRY(function)                                                                        \
+    do {                                                                                           \
+        if (trcActive(TRC_FUNCTIONS))                                                              \
+            trc_FNC_entry(SVC_COMPONENT_VEK, (function));                                          \
+    } while (0)
+#define TRC_RETCODE(function, returnCode)                                                          \
+    do {                                                                                           \
+        if (trcActive(TRC_FUNCTIONS))                                                              \
+            trc_FNC_retcode(SVC_COMPONENT_VEK, (function), (int64_t)(returnCode));                 \
+    } while (0)
+#define TRC_PARMS(...)                                                                             \
+    do {                                                                                           \
+        if (trcActive(TRC_PARAMETERS))                                                             \
+            trc_parms(TRC_SOURCE, __LINE__, __VA_ARGS__);                                          \
+    } while (0)
+#define TRC_PARMS_AT(text, ...)                                                                    \
+    do {                                                                                           \
+        if (trcActive(TRC_PARAMETERS))                                                             \
+            trc_parms(TRC_SOURCE, __LINE__, text, TRC_SOURCE,                                      \
+                      __LINE__ __VA_OPT__(, ) __VA_ARGS__);                                        \
+    } while (0)
+
+#endif
