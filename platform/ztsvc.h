@@ -203,6 +203,23 @@ ZT_EXPORT uint32_t svcStrerrorEx(int32_t errorNumber, char *buffer, size_t capac
 
 /* ---- Numbered messages --------------------------------------------------------------------- */
 
+/* Every message of the catalogue. The top digit tells the kind: 2 error, 1 warning, 0 notice. */
+enum SvcMessageNumber {
+    SVC_MSG_USAGE = 0x3056,
+    SVC_MSG_PROTECTED = 0x9105,                 /* string 1: keystore.conf */
+    SVC_MSG_DEFAULT_KEY = 0x10006339,           /* no inserts */
+    SVC_MSG_FIPS_NOT_AVAILABLE = 0x10006349,    /* numeric 1: reason code */
+    SVC_MSG_KEY_FILE_UNUSABLE = 0x20006335,     /* numeric 1: reason code, string 1: base name */
+    SVC_MSG_PBE_FAILED = 0x20006337,            /* numeric 1: reason code */
+    SVC_MSG_BAD_ARGUMENT = 0x20007027,          /* string 1: argument, string 2: program */
+    SVC_MSG_DUPLICATE_KEY = 0x20009060,         /* string 1: file or null, string 2: key */
+    SVC_MSG_KEY_MISSING = 0x20009061,           /* string 1: file or null, string 2: key */
+    SVC_MSG_FILE_UNUSABLE = 0x20009062,         /* string 1: file; numeric 1: errno or 0 */
+    SVC_MSG_KEY_SOURCE_UNREADABLE = 0x20009063, /* numeric 1: result, strings: file, item */
+    SVC_MSG_NO_LOCATION = 0x20009083,           /* string 1: file name */
+    SVC_MSG_CANNOT_OPEN = 0x20009106,           /* string 1: file, numeric 1: errno */
+};
+
 /* The inserts of one message, handed over by value. svcMakeInserts makes a valid block. */
 typedef struct SvcMessageInserts {
     char eyeCatcher[4]; /* "SMIB", without a terminator */

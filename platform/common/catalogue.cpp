@@ -1,0 +1,69 @@
+/*
+ * catalogue.cpp - the texts of all numbered messages.
+ *
+ * In a text, %1 and %2 stand for the string inserts, %c for numeric insert 1 as a code in hexadecimal,
+ * %n for the same in decimal, %e for ": " and the system's text of that error number, and %r for ": "
+ * and the PBE service's text of that reason code; %e and %r are empty when there is no such text.
+ */
+#include "catalogue.h"
+
+#include "ztsvc.h"
+
+namespace {
+
+constexpr CatalogueEntry ENTRIES[] = {
+    {SVC_MSG_USAGE,
+     "Usage: runvekcred [-f path] [-o path] [-sf path] [-sp 1|2] [-sm] [-?]\n"
+     "  -f path   keystore.conf to protect; default: the file named by ZTS_KEYSTORE_CONF, else "
+     "$HOME/.zts/keystore.conf\n"
+     "  -o path   write the result to this file and leave keystore.conf as it is\n"
+     "  -sf path  initial key file; default: the file named by ZTS_VEKCRED_KEYFILE, else by "
+     "vekcred.keyfile in keystore.conf, else the built-in key\n"
+     "  -sp 1|2   algorithm: 2 is AES-256-GCM (default), 1 is AES-256-CBC with HMAC-SHA-256\n"
+     "  -sm       use a FIPS provider of OpenSSL, or fail\n"
+     "  -?        show this text"},
+    {SVC_MSG_KEY_FILE_UNUSABLE, "The initial key file '%1' cannot be used%r. Nothing was encrypted "
+                                "or decrypted. The file is named "
+                                "by -sf, else by ZTS_VEKCRED_KEYFILE, else by vekcred.keyfile in "
+                                "keystore.conf: correct the path, "
+                                "or make the file readable for this user."},
+    {SVC_MSG_PBE_FAILED, "The credential service failed with reason %c%r. keystore.conf was not "
+                         "changed; the credential at "
+                         "fault is neither encrypted nor decrypted."},
+    {SVC_MSG_DEFAULT_KEY,
+     "No initial key file is named, so the built-in default key is used. Anyone who has this "
+     "program "
+     "can read a value protected with it. For a key of your own, name a key file with -sf, with "
+     "ZTS_VEKCRED_KEYFILE or with vekcred.keyfile in keystore.conf, for the writer and all "
+     "readers."},
+    {SVC_MSG_FIPS_NOT_AVAILABLE,
+     "FIPS mode was asked for and cannot be had (reason %c). Nothing was written. Configure a FIPS "
+     "provider in the OpenSSL configuration of this system, and use a key of 32 bytes or a "
+     "passphrase "
+     "of at least 14 bytes."},
+    {SVC_MSG_BAD_ARGUMENT,
+     "'%1' is not a valid argument of %2, or its value is missing or not valid."},
+    {SVC_MSG_DUPLICATE_KEY,
+     "The file '%1' holds the key '%2' more than once in one section. Keep one of the lines."},
+    {SVC_MSG_KEY_MISSING, "The file '%1' lacks the required key '%2'. Add it to its section."},
+    {SVC_MSG_FILE_UNUSABLE,
+     "The file '%1' cannot be used as keystore.conf%e. It must be a file that this user may read, "
+     "not "
+     "empty, in which every line is empty, a comment (#) or 'section.key = value'."},
+    {SVC_MSG_KEY_SOURCE_UNREADABLE, "The key source '%2' of the file '%1' cannot be read (result "
+                                    "%n: 11 a line is not 'section.key = "
+                                    "value', 12 the file cannot be read, 15 the key stands there "
+                                    "twice). Credentials were not decrypted."},
+    {SVC_MSG_NO_LOCATION,
+     "The place of '%1' is not known. Set ZTS_KEYSTORE_CONF to its full path, or HOME."},
+    {SVC_MSG_PROTECTED, "The credentials of '%1' have been written in protected form."},
+    {SVC_MSG_CANNOT_OPEN, "The file '%1' cannot be opened or written%e. keystore.conf was not "
+                          "replaced. Check the path, the "
+                          "permissions of its directory and the free space."},
+};
+
+} // namespace
+
+std::span<const CatalogueEntry> messageCatalogue() {
+    return ENTRIES;
+}

@@ -1,0 +1,73 @@
+/*
+ * startup.cpp - start-up and termination of a program, and the process anchor.
+ */
+#include "pbeinternal.h"
+#include "traceinternal.h"
+#include "ztsvc.h"
+#include "zttrc.h"
+
+#include <cerrno>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+ThdProcess thdProcess = {TRC_UNSETTLED, 0, 0};
+
+const SvcMiniSubpool svcIC_MINI_SUBPOOL = {0x534D494E49504F4F, 1}; // the eye-catcher "SMINIPOO"
+
+constexpr uint32_t KNOWN_SERVICES = SVC_SERVICE_MEMORY | SVC_SERVICE_MESSAGES | SVC_SERVICE_TRACE;
+
+uint32_t svcCheckConsistency(const char *installationPath) {
+    if (installationPath == nullptr)
+        return SVC_BAD_ARGUMENTS;
+    if (installationPath[0] != '/')
+        return SVC_NOT_CONSISTENT;
+    struct stat status;
+    if (stat(installationPath, &status) == 0 && !S_ISDIR(status.st_mode))
+        return SVC_NOT_CONSISTENT;
+    return svcpbeLibraryConsistent() ? SVC_OK : SVC_NOT_CONSISTENT;
+}
+
+uint32_t svcProgramInit(int argumentCount, char **arguments, uint32_t options,
+                        uint32_t programKind) {
+    // A core of this process would hold keys and credentials. Neither call can fail with these values.
+    (void)prctl(PR_SET_DUMPABLE, 0);
+    const struct rlimit noCore = {0, 0};
+    (void)setrlimit(RLIMIT_CORE, &noCore);
+    svcpbeOwnProcess();
+    if (trcActive(TRC_PARAMETERS))
+        trc_parms(__FILE__, __LINE__, "Program %s started, %d arguments, options %u, kind %u",
+                  argumentCount > 0 ? arguments[0] : "", argumentCount, options, programKind);
+    return SVC_OK;
+}
+
+static uint32_t startServices(uint32_t services, bool reservedAreZero,
+                              const SvcMiniSubpool *context) {
+    if (context == nullptr || !reservedAreZero || (services & ~KNOWN_SERVICES) != 0)
+        return SVC_BAD_ARGUMENTS;
+    if (context->handle != svcIC_MINI_SUBPOOL.handle || context->word != svcIC_MINI_SUBPOOL.word)
+        return SVC_BAD_ARGUMENTS;
+    if ((services & SVC_SERVICE_TRACE) == 0)
+        return SVC_OK;
+    return traceStart();
+}
+
+uint32_t svcInitializeEx(uint32_t environment, uint32_t services, uint64_t reserved1,
+                         uint64_t reserved2, uint64_t reserved3, uint64_t reserved4,
+                         uint64_t reserved5, uint64_t reserved6, SvcMiniSubpool *context) {
+    const bool reservedAreZero =
+        (reserved1 | reserved2 | reserved3 | reserved4 | reserved5 | reserved6) == 0;
+    const uint32_t result = startServices(services, reservedAreZero, context);
+    if (result != SVC_OK)
+        thdProcess.initReason = result;
+    if (trcActive(TRC_PARAMETERS))
+        trc_parms(__FILE__, __LINE__, "Services 0x%x of environment %u started: 0x%x", services,
+                  environment, result);
+    return result;
+}
+
+uint32_t svcProgramTerm(uint32_t /*options*/) {
+    svcpbeTerminate();
+    traceStop();
+    return SVC_OK;
+}
