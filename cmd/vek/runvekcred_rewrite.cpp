@@ -1,0 +1,133 @@
+/*
+ * runvekcred_rewrite.cpp - from the old keystore.conf to the new one.
+ *
+ * In place, the new content is built under the name of keystore.conf with ".bak" behind it and then takes
+ * the old file's place. It is not a copy of the old file.
+ */
+#include "runvekcred.h"
+#include "runvekcred_replace.h"
+
+#include <cerrno>
+#include <cstring>
+#include <unistd.h>
+
+namespace {
+
+constexpr char TEMPORARY_SUFFIX[] = ".bak";
+constexpr size_t TEMPORARY_PATH_LIMIT = 4096; // with the terminator; a longer path is cut
+constexpr size_t STREAM_BUFFER_SIZE = 65536;
+
+struct Rewrite {
+    const char *keystorePath;
+    const char *outputPath; // -o, or the temporary path
+    bool inPlace;
+    FILE *input;
+    FILE *output;
+    char temporaryPath[SZTUC_PATH_CAPACITY];
+};
+
+void chooseOutput(Rewrite *rewrite, const char *keystorePath, const char *outputPath) {
+    rewrite->keystorePath = keystorePath;
+    rewrite->inPlace = outputPath == nullptr || strcmp(outputPath, keystorePath) == 0;
+    (void)snprintf(rewrite->temporaryPath, TEMPORARY_PATH_LIMIT, "%s%s", keystorePath,
+                   TEMPORARY_SUFFIX);
+    rewrite->outputPath = rewrite->inPlace ? rewrite->temporaryPath : outputPath;
+}
+
+// A path so long that the suffix is cut off names keystore.conf itself; it is never written or unlinked.
+bool temporaryIsKeystore(const Rewrite &rewrite) {
+    return strcmp(rewrite.temporaryPath, rewrite.keystorePath) == 0;
+}
+
+int32_t reportCannotOpen(const char *path, int error) {
+    showMessage(SVC_MSG_CANNOT_OPEN, svcMakeInserts(error, path, nullptr), __LINE__);
+    return REASON_CANNOT_OPEN;
+}
+
+FILE *openOutput(const Rewrite &rewrite) {
+    if (!rewrite.inPlace)
+        return fopen(rewrite.outputPath, "we");
+    if (!temporaryIsKeystore(rewrite))
+        return openReplacement(rewrite.outputPath);
+    errno = ENAMETOOLONG;
+    return nullptr;
+}
+
+int32_t openFiles(Rewrite *rewrite) {
+    rewrite->input = fopen(rewrite->keystorePath, "re");
+    if (rewrite->input == nullptr)
+        return reportCannotOpen(rewrite->keystorePath, errno);
+    rewrite->output = openOutput(*rewrite);
+    if (rewrite->output == nullptr)
+        return reportCannotOpen(rewrite->outputPath, errno);
+    const int error = reserveRoom(rewrite->input, rewrite->output);
+    return error == 0 ? 0 : reportCannotOpen(rewrite->outputPath, error);
+}
+
+// End of file and a read error are treated alike.
+int32_t rewriteLines(FILE *input, FILE *output, SvcPBESession *session) {
+    char line[LINE_CAPACITY];
+    int32_t reasonCode = 0;
+    while (reasonCode == 0 && fgets_unlocked(line, sizeof line, input) != nullptr)
+        reasonCode = processConfigLine(line, output, session);
+    svcWipe(line, sizeof line);
+    return reasonCode;
+}
+
+// The stream's buffer is ours, because it holds clear credentials and is wiped.
+int32_t rewriteContent(const Rewrite &rewrite, SvcPBESession *session) {
+    char inputBuffer[STREAM_BUFFER_SIZE];
+    (void)setvbuf(rewrite.input, inputBuffer, _IOFBF, sizeof inputBuffer);
+    const int32_t reasonCode = rewriteLines(rewrite.input, rewrite.output, session);
+    (void)setvbuf(rewrite.input, nullptr, _IONBF, 0);
+    svcWipe(inputBuffer, sizeof inputBuffer);
+    return reasonCode;
+}
+
+// Results of writes to an -o file are not examined. In place the old file goes only when the new bytes are
+// on the disk.
+int32_t settleOutput(const Rewrite &rewrite) {
+    int error = flushOutput(rewrite.output);
+    if (!rewrite.inPlace)
+        return 0;
+    if (error == 0)
+        error = syncOutput(rewrite.output);
+    return error == 0 ? 0 : reportCannotOpen(rewrite.outputPath, error);
+}
+
+void closeFiles(const Rewrite &rewrite) {
+    if (rewrite.input != nullptr)
+        (void)fclose(rewrite.input);
+    if (rewrite.output != nullptr)
+        (void)fclose(rewrite.output);
+}
+
+// A failed run removes the temporary file, also one of an earlier run that this run never wrote to.
+int32_t finish(const Rewrite &rewrite, int32_t reasonCode, int directory) {
+    if (!rewrite.inPlace)
+        return reasonCode;
+    if (reasonCode == 0)
+        return replaceFile(rewrite.keystorePath, rewrite.temporaryPath, directory);
+    if (!temporaryIsKeystore(rewrite))
+        (void)unlink(rewrite.temporaryPath);
+    return reasonCode;
+}
+
+} // namespace
+
+int32_t rewriteKeystore(const char *keystorePath, const char *outputPath, SvcPBESession *session) {
+    Rewrite rewrite = {};
+    chooseOutput(&rewrite, keystorePath, outputPath);
+    const int directory = lockDirectory(keystorePath);
+
+    int32_t reasonCode = openFiles(&rewrite);
+    if (reasonCode == 0)
+        reasonCode = rewriteContent(rewrite, session);
+    if (reasonCode == 0)
+        reasonCode = settleOutput(rewrite);
+    closeFiles(rewrite);
+    reasonCode = finish(rewrite, reasonCode, directory);
+
+    unlockDirectory(directory);
+    return reasonCode;
+}
