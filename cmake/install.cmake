@@ -1,0 +1,49 @@
+# Installation into any prefix: cmake --install BUILD --prefix PREFIX. Included behind the targets.
+include(CMakePackageConfigHelpers)
+
+set(vek_public_headers lib/vek/ztvek.h platform/ztpbe.h platform/ztsvc.h)
+set(vek_package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/ztvek)
+
+install(
+  TARGETS ztvek_r ztmcs_r ztxzu_r
+  EXPORT ztvekTargets
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  INCLUDES
+  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+
+# The build folder mirrors the headers too.
+install(FILES ${vek_public_headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+foreach(header ${vek_public_headers})
+  configure_file(${header} ${CMAKE_BINARY_DIR}/${CMAKE_INSTALL_INCLUDEDIR}/ COPYONLY)
+endforeach()
+
+# For callers with CMake: find_package(ztvek), target ztvek::ztvek.
+set_target_properties(ztvek_r PROPERTIES EXPORT_NAME ztvek)
+install(EXPORT ztvekTargets NAMESPACE ztvek:: DESTINATION ${vek_package_dir})
+configure_package_config_file(cmake/ztvekConfig.cmake.in ${CMAKE_BINARY_DIR}/cmake/ztvekConfig.cmake
+                              INSTALL_DESTINATION ${vek_package_dir})
+write_basic_package_version_file(${CMAKE_BINARY_DIR}/cmake/ztvekConfigVersion.cmake
+                                 COMPATIBILITY SameMajorVersion)
+install(FILES ${CMAKE_BINARY_DIR}/cmake/ztvekConfig.cmake ${CMAKE_BINARY_DIR}/cmake/ztvekConfigVersion.cmake
+        DESTINATION ${vek_package_dir})
+
+# For callers with pkg-config.
+configure_file(cmake/ztvek.pc.in ${CMAKE_BINARY_DIR}/cmake/ztvek.pc @ONLY)
+install(FILES ${CMAKE_BINARY_DIR}/cmake/ztvek.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+install(FILES examples/keystore.conf DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
+install(FILES completion/runvekcred
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+foreach(section 1 3 5)
+  file(GLOB pages CONFIGURE_DEPENDS docs/man/*.${section})
+  install(FILES ${pages} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section})
+endforeach()
+
+# The command checks the installation that it belongs to, so it is told the prefix. A staging folder
+# (DESTDIR) is no part of that path.
+install(
+  CODE "execute_process(
+    COMMAND \"${CMAKE_SOURCE_DIR}/tools/set-installation-path\"
+            \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_BINDIR}/runvekcred\"
+            \"\${CMAKE_INSTALL_PREFIX}\"
+    COMMAND_ERROR_IS_FATAL ANY)")
