@@ -1,0 +1,242 @@
+// Where keystore.conf lies, how it is read, and its syntax.
+#include "failing_memory.h"
+#include "ztvek.h"
+
+#include <climits>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <string>
+#include <unistd.h>
+
+namespace {
+
+using std::string;
+
+string writeFile(const string &content) {
+    const string path = testing::TempDir() + "/config_file_test.conf";
+    std::ofstream(path, std::ios::binary) << content;
+    return path;
+}
+
+// ---- Location --------------------------------------------------------------------------------
+
+void setVariable(const char *name, const string &value) {
+    if (value == "unset")
+        unsetenv(name);
+    else
+        setenv(name, value.c_str(), 1);
+}
+
+TEST(ConfigFilePath, ComesFromTheVariableElseFromHome) {
+    const string long4094(4094, 'h'), long5000(5000, 'x');
+    const string passwordHome = getpwuid(getuid())->pw_dir;
+    const struct {
+        string variable;
+        string home;
+        string path;
+    } cases[] = {
+        {"/tmp/x.conf", "/home/u", "/tmp/x.conf"},
+        {"", "/home/u", ""}, // set to the empty text is set
+        {"unset", "/home/u", "/home/u/.zts/keystore.conf"},
+        {"unset", "/home/u/", "/home/u//.zts/keystore.conf"},
+        {"unset", "", "/.zts/keystore.conf"},
+        {long5000, "/home/u", long5000.substr(0, 4096)},
+        {"unset", long4094, long4094 + "/."},
+        {"unset", "unset", passwordHome + "/.zts/keystore.conf"},
+        {"unset", long5000, passwordHome + "/.zts/keystore.conf"},
+    };
+    const string home = getenv("HOME") == nullptr ? "unset" : getenv("HOME");
+    for (const auto &row : cases) {
+        setVariable("VEK_TEST_CONF", row.variable);
+        setVariable("HOME", row.home);
+        char path[SZTUC_PATH_CAPACITY];
+        memset(path, 'z', sizeof path);
+        EXPECT_EQ(0U, sztucGetConfigFilePath(path, "VEK_TEST_CONF", "keystore.conf"));
+        EXPECT_EQ(row.path, path);
+    }
+    setVariable("HOME", home);
+}
+
+// ---- Reading ---------------------------------------------------------------------------------
+
+TEST(ReadConfigFile, HandsOverTheBytesAndATerminator) {
+    for (const string &content : {string("a=b"), string("a\0b\r\n", 5), string(100000, 'x')}) {
+        char *buffer = nullptr;
+        int32_t errorNumber = -1;
+        EXPECT_EQ(0U, sztucReadConfigFile(writeFile(content).c_str(), &buffer, &errorNumber));
+        EXPECT_EQ(0, errorNumber);
+        EXPECT_EQ(content + '\0', string(buffer, content.size() + 1));
+        svcFreeMemFn(0, SVC_COMPONENT_VEK, 0, buffer);
+    }
+}
+
+TEST(ReadConfigFile, TellsWhyAFileCannotBeRead) {
+    int ends[2];
+    ASSERT_EQ(0, pipe(ends));
+    const struct {
+        string path;
+        int refuse;
+        int32_t errorNumber;
+    } cases[] = {
+        {writeFile("a=b") + ".missing", 0, ENOENT},
+        {testing::TempDir(), 0, EISDIR},
+        {"/dev/fd/" + std::to_string(ends[0]), 0, ESPIPE},
+        {"/dev/null", 0, 0}, // empty
+        {writeFile("a=b"), 1, ENOMEM},
+    };
+    for (const auto &row : cases) {
+        char *buffer = nullptr;
+        int32_t errorNumber = -1;
+        refusedAllocation = row.refuse;
+        errno = EXDEV; // must not shine through
+        EXPECT_EQ(12U, sztucReadConfigFile(row.path.c_str(), &buffer, &errorNumber)) << row.path;
+        EXPECT_EQ(row.errorNumber, errorNumber) << row.path;
+        EXPECT_EQ(nullptr, buffer) << row.path;
+    }
+    SvcFailureRecord record;
+    svcGetFailureRecord(&record);
+    EXPECT_STREQ("lib/vek/sztucona", record.source);
+    int32_t errorNumber = -1;
+    errno = EXDEV; // without a buffer it is handed back
+    EXPECT_EQ(12U, sztucReadConfigFile("/dev/null", nullptr, &errorNumber));
+    EXPECT_EQ(EXDEV, errorNumber);
+}
+
+// ---- Syntax ----------------------------------------------------------------------------------
+
+TEST(Strip, KeepsTheEndWhenLastAndFirstLetterMatch) {
+    const struct {
+        string in;
+        string out;
+    } cases[] = {
+        {"", ""},
+        {"   ", ""},
+        {"abc", "abc"},
+        {"  abc  ", "abc"},
+        {" a b \t", "a b"},
+        {"aba  ", "aba  "},
+        {" aba ", "aba "},
+        {"k ", "k "},
+        {"abc \v\f\r", "abc"},
+        {"\xC4x\xC4 ", "\xC4x\xC4 "}, // letters beyond 127
+        {"\xE9x ", "\xE9x"},
+    };
+    for (const auto &row : cases) {
+        string text = row.in;
+        char *start = text.data();
+        sztucStrip(&start);
+        EXPECT_EQ(row.out, start) << "'" << row.in << "'";
+    }
+}
+
+class Items : public ::testing::Test {
+protected:
+    SztuList *list = SztuListCreate();
+
+    uint32_t parse(string text) {
+        return sztucParseConfigFile(text.data(), list);
+    }
+
+    // The items of the list, "[key=value]" for each.
+    string takeItems() {
+        string items;
+        list->SztuListForEachWith(
+            list,
+            [](void *item, void *text) {
+                const SztucConfigItem *const texts = static_cast<SztucConfigItem *>(item);
+                *static_cast<string *>(text) += string("[") + texts->key + "=" + texts->value + "]";
+            },
+            &items);
+        list->SztuListRemoveAll(list, 1, sztucFreeConfigItem);
+        return items;
+    }
+
+    void TearDown() override {
+        refusedAllocation = 0;
+        sztucFreeConfigList(list);
+    }
+};
+
+TEST_F(Items, ComeFromTheLines) {
+    const string key255(255, 'k');
+    const struct {
+        string text;
+        uint32_t result;
+        string items;
+    } cases[] = {
+        {"", 11, ""},
+        {"\n\n", 11, ""},
+        {"# x.y = z\n\n  \t\n #\n", 11, ""}, // nothing but comments and blank lines
+        {"  key.a = bc # note", 0, "[key.a=bc]"},
+        {"\n\nx.y=1\n\n\nx.y=2\n\n", 0, "[x.y=1][x.y=2]"}, // duplicates in their order
+        {"x.y = a=b", 0, "[x.y=a=b]"},
+        {"x.y =a= #", 0, "[x.y=a=]"},
+        {"=v", 0, "[=v]"},
+        {"x#y = v", 0, "[x#y=v]"}, // only the value knows comments
+        {"x.y = ab\r\n# c\r\nx.z\t=\tc d\r\n", 0, "[x.y=ab][x.z=c d]"},
+        {"k = ab", 0, "[k =ab]"}, // the end of a one-letter key is kept
+        {"x.log = 1 # on", 0, "[x.log=1 ]"},
+        {"x.y = aba \nx.z = 1", 0, "[x.y=aba][x.z=1]"}, // here the line was stripped first
+        {"a.y = aba \nx.z = 1", 0, "[a.y=aba ][x.z=1]"},
+        {"x.y = 1\nx.z =\nx.u = 2", 11, "[x.y=1]"}, // stops at the fault
+        {"x.y = 1\nx.z = # 2\n", 11, "[x.y=1]"},
+        {"x.y = 1\nword\n", 11, "[x.y=1]"},
+        {"x.y = 1\nword # a=b\n", 0, "[x.y=1][word # a=b]"},
+        {key255 + "=v", 0, "[" + key255 + "=v]"},
+        {" " + key255 + "k=v", 11, ""},
+        {key255 + " =v", 11, ""},                      // counted with its blanks
+        {string("x.y = 1\0word\n", 13), 0, "[x.y=1]"}, // a NUL byte ends the text
+    };
+    for (const auto &row : cases) {
+        EXPECT_EQ(row.result, parse(row.text)) << row.text;
+        EXPECT_EQ(row.items, takeItems()) << row.text;
+    }
+}
+
+TEST_F(Items, AreCompleteOrAbsentWhenMemoryIsRefused) {
+    const string complete[] = {"", "", "", "", "[a=1]", "[a=1]", "[a=1]", "[a=1]"};
+    for (int refused = 1; refused <= 8; ++refused) {
+        refusedAllocation = refused;
+        EXPECT_EQ(11U, parse("a=1\nb=2")) << refused;
+        EXPECT_EQ(complete[refused - 1], takeItems()) << refused;
+    }
+    refusedAllocation = 9;
+    EXPECT_EQ(0U, parse("a=1\nb=2"));
+}
+
+TEST_F(Items, AreCutDownToOneSection) {
+    const string prefix31(31, 's'), prefix32(32, 's');
+    const struct {
+        string text;
+        string section;
+        string items;
+    } cases[] = {
+        {"x.y=1\nx.y.z=2\ny.x=3\nxy.z=4\nz=5\nX.y=6\nx.=7\n.x=8", "x", "[y=1][y.z=2][=7]"},
+        {"y.a=1\nx.b=2\ny.c=3", "y", "[a=1][c=3]"},
+        {"y.a=1", "x", ""},
+        {prefix31 + ".a=1", prefix31, "[a=1]"},
+        {prefix32 + ".a=1", prefix32, ""}, // a prefix of 32 characters belongs to no section
+        {prefix32 + "s.a=1", prefix32, ""},
+    };
+    for (const auto &row : cases) {
+        ASSERT_EQ(0U, parse(row.text));
+        sztucFilterPrefix(list, row.section.c_str());
+        EXPECT_EQ(row.items, takeItems()) << row.section;
+    }
+    ASSERT_EQ(0U, parse("x.y=1"));
+    sztucFilterPrefix(list, nullptr);
+    sztucFilterPrefix(nullptr, "x");
+    EXPECT_EQ("[x.y=1]", takeItems());
+    sztucFreeConfigItem(nullptr);
+    sztucFreeConfigList(nullptr);
+}
+
+TEST(Prefix, IsCopiedUpToItsAreaOnly) {
+    char area[SZTUC_PREFIX_CAPACITY + 2] = {};
+    EXPECT_EQ(0, sztucGetPrefix(area, "plain"));
+    EXPECT_STREQ("", area);
+    EXPECT_EQ(41, sztucGetPrefix(area, (string(40, 'p') + ".x").c_str()));
+    EXPECT_EQ(string(32, 'p'), area);
+}
+
+} // namespace
