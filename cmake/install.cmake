@@ -14,7 +14,8 @@ install(
 # The build folder mirrors the headers too.
 install(FILES ${vek_public_headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 foreach(header ${vek_public_headers})
-  configure_file(${header} ${CMAKE_BINARY_DIR}/${CMAKE_INSTALL_INCLUDEDIR}/ COPYONLY)
+  cmake_path(GET header FILENAME name)
+  configure_file(${header} ${CMAKE_BINARY_DIR}/${CMAKE_INSTALL_INCLUDEDIR}/${name} COPYONLY)
 endforeach()
 
 # For callers with CMake: find_package(ztvek), target ztvek::ztvek.

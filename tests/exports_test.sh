@@ -36,7 +36,7 @@ while read -r file runpath needed; do
     expect "run path of $file" "$runpath" "$(dynamic "$file" RUNPATH)"
 done <<'END'
 bin/runvekcred $ORIGIN/../lib64 libztmcs_r.so.1 libztxzu_r.so.1 libc.so.6
-lib64/libztvek_r.so $ORIGIN libztmcs_r.so.1 libc.so.6
+lib64/libztvek_r.so $ORIGIN libztmcs_r.so.1 libztxzu_r.so.1 libc.so.6
 lib64/libztmcs_r.so $ORIGIN libcrypto.so.3 libc.so.6
 lib64/libztxzu_r.so $ORIGIN libc.so.6
 END
