@@ -1,0 +1,158 @@
+// The common services, the trace and the utility library.
+#include "catalogue.h"
+#include "ztpbe.h"
+#include "ztutl.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <gtest/gtest.h>
+#include <set>
+#include <string>
+
+namespace {
+
+std::string message(uint32_t number, int64_t numeric, const char *string1, const char *string2) {
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(0U, svcDisplayMessageForError(0, 0, number, svcMakeInserts(numeric, string1, string2),
+                                            0, "t", 1));
+    return testing::internal::GetCapturedStderr();
+}
+
+TEST(Messages, BeginWithNumberAndSeverityAndEndTheLine) {
+    std::set<uint32_t> shortNumbers;
+    for (const CatalogueEntry &entry : messageCatalogue()) {
+        const std::string text = message(entry.number, 0, "one", "two");
+        char prefix[16];
+        (void)snprintf(prefix, sizeof prefix, "ZTM%04X%c ", entry.number & 0xFFFF,
+                       entry.number >> 28 == 2   ? 'E'
+                       : entry.number >> 28 == 1 ? 'W'
+                                                 : 'I');
+        EXPECT_EQ(0U, text.find(prefix)) << text;
+        EXPECT_EQ('\n', text.back());
+        EXPECT_EQ(std::string::npos, text.find('%')) << text;
+        EXPECT_TRUE(shortNumbers.insert(entry.number & 0xFFFF).second) << text;
+    }
+}
+
+TEST(Messages, NameTheThingAtFaultAndTheReason) {
+    const struct {
+        std::string text;
+        const char *part;
+    } cases[] = {
+        {message(SVC_MSG_CANNOT_OPEN, ENOSPC, "/a/b", nullptr), "'/a/b'"},
+        {message(SVC_MSG_CANNOT_OPEN, ENOSPC, "/a/b", nullptr), ": No space left on device."},
+        {message(SVC_MSG_PBE_FAILED, SVC_PBE_AUTHENTICATION_FAILED, nullptr, nullptr),
+         svcPBEReasonText(SVC_PBE_AUTHENTICATION_FAILED)},
+        {message(SVC_MSG_PBE_FAILED, SVC_PBE_AUTHENTICATION_FAILED, nullptr, nullptr),
+         "0x20006344"},
+        {message(SVC_MSG_DUPLICATE_KEY, 0, nullptr, "k"), "keystore.conf in its standard place"},
+        {message(SVC_MSG_FILE_UNUSABLE, 0, "forged\nZTM9105I \x1b[1m", nullptr),
+         "forged?ZTM9105I ?[1m"},
+    };
+    for (const auto &row : cases)
+        EXPECT_NE(std::string::npos, row.text.find(row.part)) << row.text;
+}
+
+TEST(Messages, AreCutAndNotOverrun) {
+    const std::string text =
+        message(SVC_MSG_CANNOT_OPEN, ENOENT, std::string(20000, 'p').c_str(), nullptr);
+    EXPECT_LT(text.size(), 10241U);
+    EXPECT_EQ('\n', text.back());
+}
+
+TEST(Messages, RefuseUnknownNumbersAndForeignBlocks) {
+    SvcMessageInserts inserts = svcMakeInserts(0, "", "");
+    EXPECT_EQ(uint32_t{SVC_BAD_ARGUMENTS},
+              svcDisplayMessageForError(0, 0, 0x20001234, inserts, 0, "t", 1));
+    inserts.eyeCatcher[0] = 'X';
+    EXPECT_EQ(uint32_t{SVC_BAD_ARGUMENTS},
+              svcDisplayMessageForError(0, 0, SVC_MSG_USAGE, inserts, 0, "t", 1));
+}
+
+TEST(ExitStatus, IsZeroForSuccessOnlyAndDistinctForKnownCodes) {
+    std::set<int32_t> seen;
+    for (const uint32_t code :
+         {0U, 1U, 10U, 12U, 15U, 20U, 63U, 2071U, 2195U, 0x20008066U, 0x20806301U, 0x20006327U,
+          0xFFFFFFFFU, uint32_t{SVC_PBE_KEY_FILE_UNREADABLE}, uint32_t{SVC_PBE_KEY_FILE_BAD_LENGTH},
+          uint32_t{SVC_PBE_CLEAR_TEXT_LENGTH}, uint32_t{SVC_PBE_FIPS_NOT_AVAILABLE}}) {
+        int32_t status = static_cast<int32_t>(code);
+        utlMapRCTo8bit(&status);
+        EXPECT_TRUE(seen.insert(status).second) << code;
+        EXPECT_EQ(code == 0, status == 0);
+        EXPECT_EQ(status, status & 0xFF);
+        EXPECT_TRUE(code > 63 || status == static_cast<int32_t>(code));
+    }
+    for (const uint32_t code : {64U, 256U, 512U, 0x80000000U, 0x20000000U}) {
+        int32_t status = static_cast<int32_t>(code);
+        utlMapRCTo8bit(&status);
+        EXPECT_EQ(255, status) << code;
+    }
+}
+
+TEST(Text, CopiesFillTheFieldAndNothingElse) {
+    char field[6] = {1, 1, 1, 1, 1, 1};
+    utlCopyBounded(field, "ab", 5);
+    EXPECT_EQ(0, memcmp(field, "ab\0\0\0\1", 6));
+    utlCopyBounded(field, "abcdefg", 5); // no terminator of its own
+    EXPECT_EQ(0, memcmp(field, "abcde\1", 6));
+    char text[8] = "ab";
+    utlAppendBounded(text, "cdefg", 3);
+    EXPECT_STREQ("abcde", text);
+    utlUpperCase(text, 2);
+    EXPECT_STREQ("ABcde", text);
+}
+
+TEST(Memory, ComesClearedAndRefusesNonsense) {
+    void *memory = nullptr;
+    ASSERT_EQ(0U, svcGetMemFn(0, 16, 1, 100, 0, &memory));
+    for (int i = 0; i < 100; ++i)
+        EXPECT_EQ(0, static_cast<char *>(memory)[i]);
+    (void)svcFreeMemFn(0, 16, 1, memory);
+    EXPECT_EQ(uint32_t{SVC_BAD_ARGUMENTS}, svcGetMemFn(0, 16, 1, 0, 0, &memory));
+    EXPECT_EQ(nullptr, memory);
+}
+
+TEST(Environment, TellsEmptyFromUnset) {
+    (void)setenv("VEK_TEST", "", 1);
+    char buffer[4] = "abc";
+    size_t capacity = sizeof buffer;
+    EXPECT_STREQ("", svcGetEnv("VEK_TEST"));
+    EXPECT_EQ(1, svcIsEnvironment("VEK_TEST"));
+    EXPECT_EQ(0U, svcGetEnvironmentStringX("VEK_TEST", buffer, &capacity));
+    EXPECT_EQ(0U, capacity);
+    capacity = sizeof buffer;
+    (void)setenv("VEK_TEST", "1234", 1);
+    EXPECT_EQ(uint32_t{SVC_NOT_SET}, svcGetEnvironmentStringX("VEK_TEST", buffer, &capacity));
+    (void)unsetenv("VEK_TEST");
+    EXPECT_EQ(uint32_t{SVC_NOT_SET}, svcGetEnvironmentStringX("VEK_TEST", buffer, &capacity));
+    EXPECT_EQ(0, svcIsEnvironment("VEK_TEST"));
+}
+
+TEST(Startup, RefusesWhatIsNotUsable) {
+    EXPECT_EQ(0U, svcCheckConsistency("/no/such/folder"));
+    EXPECT_EQ(0U, svcCheckConsistency("/tmp"));
+    EXPECT_EQ(uint32_t{SVC_NOT_CONSISTENT}, svcCheckConsistency("/dev/null"));
+    EXPECT_EQ(uint32_t{SVC_NOT_CONSISTENT}, svcCheckConsistency("opt/ztm"));
+    SvcMiniSubpool context = svcIC_MINI_SUBPOOL;
+    EXPECT_EQ(0U, svcInitializeEx(48, 7, 0, 0, 0, 0, 0, 0, &context));
+    EXPECT_EQ(uint32_t{SVC_BAD_ARGUMENTS}, svcInitializeEx(48, 8, 0, 0, 0, 0, 0, 0, &context));
+    EXPECT_EQ(uint32_t{SVC_BAD_ARGUMENTS}, thdProcess.initReason);
+    context.handle = 1;
+    EXPECT_EQ(uint32_t{SVC_BAD_ARGUMENTS}, svcInitializeEx(48, 7, 0, 0, 0, 0, 0, 0, &context));
+}
+
+TEST(Failures, AreKeptWithTheirPlace) {
+    SvcFailureRecord before;
+    svcGetFailureRecord(&before);
+    svcSaveFileContextSccsId("lib/here", 7);
+    svcRecordFailure(16, SVC_FAILURE_MEMORY, SVC_PROBE_MEMORY, nullptr);
+    SvcFailureRecord record;
+    svcGetFailureRecord(&record);
+    EXPECT_EQ(before.count + 1, record.count);
+    EXPECT_STREQ("lib/here", record.source);
+    EXPECT_EQ(7, record.line);
+    EXPECT_EQ(0x817U, record.probe);
+}
+
+} // namespace
