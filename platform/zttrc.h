@@ -28,10 +28,13 @@ enum TrcFlag {
 };
 
 /* What the facility knows of one thread; found through thdThreadKey. */
+enum { TRC_DEEPEST = 32 }; /* functions deeper than this are traced without being kept */
 typedef struct TrcThreadBlock {
-    uint32_t component; /* of the function that the thread is in */
-    uint32_t function;
     uint32_t depth; /* functions entered and not left; it indents the records */
+    struct {
+        uint32_t component;
+        uint32_t function;
+    } entered[TRC_DEEPEST];
 } TrcThreadBlock;
 
 /* Key of the per-thread trace block (pthread_getspecific); valid after the first record. */

@@ -4,6 +4,7 @@
 #include "traceinternal.h"
 #include "zttrc.h"
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -17,7 +18,6 @@ pthread_key_t thdThreadKey;
 namespace {
 
 constexpr mode_t TRACE_FILE_MODE = 0600;
-constexpr uint32_t DEEPEST_INDENTATION = 20;
 
 pthread_once_t settleOnce = PTHREAD_ONCE_INIT;
 int traceFile = -1;
@@ -91,15 +91,16 @@ __attribute__((format(printf, 2, 3))) void add(TraceLine *line, const char *form
 }
 
 void beginLine(TraceLine *line, const char *kind, uint32_t component, uint32_t function,
-               uint32_t depth) {
+               const TrcThreadBlock *block) {
+    static constexpr uint32_t INDENTATION = 2;
+    const uint32_t depth = block == nullptr ? 0 : std::min(block->depth, uint32_t{TRC_DEEPEST});
     struct timespec now = {};
     (void)clock_gettime(CLOCK_REALTIME, &now);
     struct tm utc = {};
     (void)gmtime_r(&now.tv_sec, &utc);
     line->length = strftime(line->text, sizeof line->text, "%Y-%m-%dT%H:%M:%S", &utc);
     add(line, ".%06ldZ %d.%d %-5s %u:%-3u %*s", now.tv_nsec / 1000, getpid(), gettid(), kind,
-        component, function,
-        static_cast<int>(depth < DEEPEST_INDENTATION ? depth : DEEPEST_INDENTATION) * 2, "");
+        component, function, static_cast<int>(depth * INDENTATION), "");
 }
 
 void endLine(TraceLine *line) {
@@ -119,12 +120,12 @@ void trc_FNC_entry(uint32_t component, uint32_t function) {
         return;
     TrcThreadBlock *const block = threadBlock();
     TraceLine line;
-    beginLine(&line, "entry", component, function, block != nullptr ? block->depth : 0);
+    beginLine(&line, "entry", component, function, block);
     endLine(&line);
     if (block == nullptr)
         return;
-    block->component = component;
-    block->function = function;
+    if (block->depth < TRC_DEEPEST)
+        block->entered[block->depth] = {component, function};
     ++block->depth;
 }
 
@@ -135,7 +136,7 @@ void trc_FNC_retcode(uint32_t component, uint32_t function, int64_t returnCode) 
     if (block != nullptr && block->depth > 0)
         --block->depth;
     TraceLine line;
-    beginLine(&line, "exit", component, function, block != nullptr ? block->depth : 0);
+    beginLine(&line, "exit", component, function, block);
     add(&line, "rc=%lld", static_cast<long long>(returnCode));
     endLine(&line);
 }
@@ -145,7 +146,7 @@ void trc_FNC_text(uint32_t component, uint32_t function, const char *text) {
         return;
     const TrcThreadBlock *const block = threadBlock();
     TraceLine line;
-    beginLine(&line, "text", component, function, block != nullptr ? block->depth : 0);
+    beginLine(&line, "text", component, function, block);
     add(&line, "%s", text);
     endLine(&line);
 }
@@ -154,9 +155,10 @@ void trc_parms(const char *source, int32_t sourceLine, const char *text, ...) {
     if (!isOn(TRC_PARAMETERS))
         return;
     const TrcThreadBlock *const block = threadBlock();
+    const bool isKept = block != nullptr && block->depth > 0 && block->depth <= TRC_DEEPEST;
     TraceLine line;
-    beginLine(&line, "parms", block != nullptr ? block->component : 0,
-              block != nullptr ? block->function : 0, block != nullptr ? block->depth : 0);
+    beginLine(&line, "parms", isKept ? block->entered[block->depth - 1].component : 0,
+              isKept ? block->entered[block->depth - 1].function : 0, block);
     add(&line, "[%s:%d] ", source, sourceLine);
     va_list arguments;
     va_start(arguments, text);
