@@ -11,11 +11,15 @@
 
 // The allocation that is refused, counted from 1; 0 and less: none.
 static int refusedAllocation = 0;
+// The latest one that was granted.
+[[maybe_unused]] static void *latestAllocation = nullptr;
 
 uint32_t svcGetMemFn(uint32_t, uint16_t, uint32_t, size_t length, uint32_t, void **buffer) {
     *buffer = --refusedAllocation == 0 ? nullptr : calloc(1, length);
-    if (*buffer != nullptr)
+    if (*buffer != nullptr) {
+        latestAllocation = *buffer;
         return SVC_OK;
+    }
     errno = ENOMEM;
     return SVC_NO_STORAGE;
 }
