@@ -47,9 +47,11 @@ uint32_t readText(const char *path, char **text, int32_t reportErrors) {
     return SZTU_CANNOT_READ;
 }
 
-// The caller's list is set at once: from here on the caller's reference is what gets released.
+// The caller's reference owns its list before and after: what it held goes, and the new list is stored
+// at once.
 uint32_t parseSection(const char *path, char *text, SztuList **list, const char *section,
                       int32_t reportErrors) {
+    sztucFreeConfigList(*list);
     *list = SztuListCreate();
     if (sztucParseConfigFile(text, *list) != SZTU_OK) {
         showFileMessage(SVC_MSG_FILE_UNUSABLE, path, reportErrors, __LINE__);
