@@ -1,0 +1,54 @@
+// What the tests of the readers share: files of their own, and credentials stored encrypted.
+#ifndef KEYSTORE_FILE_H
+#define KEYSTORE_FILE_H
+
+#include "ztvek.h"
+
+#include <cstdlib>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <string>
+#include <unistd.h>
+
+// A file that lives as long as the object.
+class TemporaryFile {
+public:
+    explicit TemporaryFile(const std::string &text) {
+        const char *const folder = getenv("TMPDIR");
+        path = std::string(folder != nullptr ? folder : "/tmp") + "/keystoreXXXXXX";
+        const int descriptor = mkstemp(path.data());
+        EXPECT_GE(descriptor, 0);
+        close(descriptor);
+        write(text);
+    }
+    ~TemporaryFile() {
+        unlink(path.c_str());
+    }
+    TemporaryFile(const TemporaryFile &) = delete;
+    TemporaryFile &operator=(const TemporaryFile &) = delete;
+
+    void write(const std::string &text) const {
+        std::ofstream(path, std::ios::trunc) << text;
+    }
+
+    std::string path;
+};
+
+// Encrypts with the initial key that the environment names, or else with the default key.
+inline std::string protect(const std::string &clearText) {
+    const TemporaryFile empty("no.entry = 1\n");
+    SvcPBESession session = {};
+    session.algorithm = SVC_PBE_ALGORITHM_GCM;
+    EXPECT_EQ(0,
+              sztouInitializePBE(SVC_COMPONENT_VEK, 1, empty.path.c_str(), nullptr, &session, 0));
+    char *stored = nullptr;
+    int32_t length = 0;
+    EXPECT_EQ(0U, svcPBESave(&session, clearText.data(), static_cast<int32_t>(clearText.size()),
+                             &stored, &length));
+    const std::string text(stored, static_cast<size_t>(length));
+    svcPBEFreeBuf(stored, length);
+    sztouTermPBE(&session);
+    return text;
+}
+
+#endif
