@@ -146,9 +146,10 @@ ZT_EXPORT uint32_t sztucReadConfigFile(const char *path, char **buffer, int32_t 
 ZT_EXPORT void sztucStrip(char **text);
 
 /*
- * sztucParseConfigFile cuts `text` up in place and appends one SztucConfigItem per key line to `list`.
+ * sztucParseConfigFile appends one SztucConfigItem per key line of `text` to `list`. The items are
+ * copies; what `text` holds afterwards is not defined.
  * Result: 0; 11 when a line has no "=", a key part of 256 characters or more, or no value, or when
- * there is no key line at all. The items appended before that stay in the list.
+ * there is no key line at all, or no memory. The items appended before that stay in the list.
  */
 ZT_EXPORT uint32_t sztucParseConfigFile(char *text, SztuList *list);
 
