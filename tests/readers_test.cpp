@@ -406,9 +406,11 @@ TEST_P(CredentialReaders, NameTheCredentialThatCannotBeDecrypted) {
     std::string damaged = stored;
     char &inTag = damaged[damaged.size() - 9];
     inTag = inTag == 'A' ? 'B' : 'A';
+    const Key &key = reader.keys[secret];
+    const std::string again = line(reader.secret, stored);
     const std::string twice = "vekcred.keyfile = a\nvekcred.keyfile = b\n";
     const struct {
-        std::string stored;
+        std::string stored; // empty: the key is absent
         const char *keyFile;
         std::string more; // further lines of the file
         uint32_t result;
@@ -417,6 +419,11 @@ TEST_P(CredentialReaders, NameTheCredentialThatCannotBeDecrypted) {
         {damaged, keyFile.path.c_str(), "", SVC_PBE_AUTHENTICATION_FAILED, reader.secretFailure},
         {stored, otherKey.path.c_str(), "", SVC_PBE_AUTHENTICATION_FAILED, reader.secretFailure},
         {"plain", keyFile.path.c_str(), "", SVC_PBE_MALFORMED_TEXT, reader.secretFailure},
+        {"", keyFile.path.c_str(), "",
+         key.absentResult != 0 ? key.absentResult : uint32_t{SVC_PBE_MALFORMED_TEXT},
+         reader.secretFailure},
+        {stored, keyFile.path.c_str(), again, 15,
+         key.named ? reader.secretFailure : reader.section},
         {stored, "/nonexistent", "", SZTU_BAD_ARGUMENTS, "vekcred"},
         {stored, keyFile.path.c_str(), twice, SZTU_BAD_CONFIG, "vekcred.keyfile"},
     };
@@ -424,7 +431,7 @@ TEST_P(CredentialReaders, NameTheCredentialThatCannotBeDecrypted) {
     for (const auto &row : cases) {
         setenv("ZTS_VEKCRED_KEYFILE", row.keyFile, 1);
         Lines changed = lines;
-        changed[secret] = line(reader.secret, row.stored);
+        changed[secret] = row.stored.empty() ? "" : line(reader.secret, row.stored);
         changed.push_back(row.more);
         Bytes record = recordOf(secret);
         putNumber(record, reader.keys[0], 1);
