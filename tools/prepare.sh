@@ -5,7 +5,8 @@
 # The Debian packages by purpose. This is the only list of them.
 packages_build=(cmake g++ libssl-dev ninja-build)
 packages_test=(libgtest-dev pkg-config python3 python3-cryptography)
-packages_check=(clang-14 clang-format-14 dpkg-dev file git)
+packages_check=(clang-14 clang-format-14 git)
+packages_package=(dpkg-dev file)
 
 # Settings of the caller's own must not reach a run of the command.
 unset ZTS_KEYSTORE_CONF ZTS_VEKCRED_KEYFILE ZTS_TRACE
@@ -54,4 +55,17 @@ build_preset() {
     shift
     quietly "$preset-configure" cmake --preset "$preset" "$@"
     quietly "$preset-build" cmake --build --preset "$preset"
+}
+
+# run_tests PRESET [OPTION...] runs the tests in build/PRESET, with the options of ctest, and prints its
+# closing lines; when tests fail it shows what they said and ends the script.
+run_tests() {
+    local preset=$1 log=build/log/$1-tests.log
+    shift
+    if ctest --preset "$preset" -j "$(nproc)" "$@" >"$log" 2>&1 </dev/null; then
+        tail -n 3 "$log"
+        return
+    fi
+    grep -vE '^ +Start +[0-9]+: |   Passed  ' "$log" >&2
+    exit 1
 }
