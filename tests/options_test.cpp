@@ -65,8 +65,7 @@ TEST(Options, FollowTheTable) {
         const ScanResult result =
             scanOptions({row.arguments.data(), row.arguments.size()}, &settings, &atFault);
         EXPECT_EQ(row.result, result);
-        if (row.result == BAD)
-            EXPECT_EQ(row.atFault, text(atFault));
+        EXPECT_EQ(row.atFault, row.result == BAD ? text(atFault) : "");
         EXPECT_EQ(row.paths[0], text(settings.keystorePath));
         EXPECT_EQ(row.paths[1], text(settings.outputPath));
         EXPECT_EQ(row.paths[2], text(settings.keyFilePath));
