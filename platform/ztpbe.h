@@ -81,12 +81,12 @@ typedef struct SvcPBESession {
 ZT_EXPORT uint32_t svcPBEReadInitialKeyFile(const char *path, uint8_t **key, int32_t *keyLength);
 
 /*
- * svcPBEInit opens a session. It checks the record and the FIPS choice; the session key is derived
- * at the first value saved or restored, so key and salt must stay valid until then. `handle` and
- * `word` are the message context svcIC_MINI_SUBPOOL.
+ * svcPBEInit opens a session. It checks the record and the FIPS choice; the key of an algorithm is
+ * derived at its first value saved or restored, so key and salt must stay valid and unchanged while
+ * values are. `handle` and `word` are the message context svcIC_MINI_SUBPOOL.
  * Result: SVC_PBE_OK, SVC_PBE_BAD_ARGUMENTS (also: already open), SVC_PBE_UNSUPPORTED_ALGORITHM,
- * SVC_PBE_FIPS_NOT_AVAILABLE, SVC_PBE_NO_STORAGE, SVC_PBE_CRYPTO_FAILED. On failure the session is
- * closed and holds nothing of the service.
+ * SVC_PBE_FIPS_NOT_AVAILABLE, SVC_PBE_NO_STORAGE. On failure the session holds nothing of the
+ * service, but a session that was open already is left as it is.
  */
 ZT_EXPORT uint32_t svcPBEInit(uint64_t handle, uint32_t word, SvcPBESession *session);
 
