@@ -13,11 +13,14 @@
 static int refusedAllocation = 0;
 // The latest one that was granted.
 [[maybe_unused]] static void *latestAllocation = nullptr;
+// How many were granted and not released.
+static int liveAllocations = 0;
 
 uint32_t svcGetMemFn(uint32_t, uint16_t, uint32_t, size_t length, uint32_t, void **buffer) {
     *buffer = --refusedAllocation == 0 ? nullptr : calloc(1, length);
     if (*buffer != nullptr) {
         latestAllocation = *buffer;
+        ++liveAllocations;
         return SVC_OK;
     }
     errno = ENOMEM;
@@ -25,6 +28,7 @@ uint32_t svcGetMemFn(uint32_t, uint16_t, uint32_t, size_t length, uint32_t, void
 }
 
 uint32_t svcFreeMemFn(uint32_t, uint16_t, uint32_t, void *buffer) {
+    liveAllocations -= buffer != nullptr;
     free(buffer);
     return SVC_OK;
 }
