@@ -1,0 +1,374 @@
+// The PBE service: frozen answers, what it accepts and refuses, and what it leaves behind.
+#include "failing_memory.h"
+#include "sztoumaa.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <iterator>
+#include <openssl/crypto.h>
+#include <openssl/err.h>
+#include <sstream>
+#include <sys/wait.h>
+#include <unistd.h>
+
+// The request to libcrypto's allocator that is refused.
+static int refusedLibraryAllocation = 0;
+
+namespace {
+
+void *libraryMalloc(size_t length, const char *, int) {
+    return --refusedLibraryAllocation == 0 ? nullptr : malloc(length);
+}
+
+const int installed = CRYPTO_set_mem_functions(libraryMalloc, nullptr, nullptr);
+
+std::string bytesOf(const std::string &hexadecimal) {
+    std::string bytes;
+    for (size_t i = 0; i + 1 < hexadecimal.size(); i += 2)
+        bytes += static_cast<char>(std::stoi(hexadecimal.substr(i, 2), nullptr, 16));
+    return bytes;
+}
+
+// A session with key and salt of its own. `reason` is the result of the latest call.
+struct Session {
+    SvcPBESession record = {};
+    std::string key, salt = std::string(SVC_PBE_SALT_LENGTH, 's');
+    uint32_t reason = 0, algorithm = 0;
+
+    explicit Session(int number, const std::string &keyBytes = std::string(32, 'k'))
+        : key(keyBytes) {
+        record.algorithm = number;
+        record.label = SZTOU_PBE_LABEL;
+        record.keyLength = static_cast<int32_t>(key.size());
+        record.key = reinterpret_cast<uint8_t *>(key.data());
+        record.saltLength = static_cast<int32_t>(salt.size());
+        record.salt = reinterpret_cast<uint8_t *>(salt.data());
+    }
+    Session(const Session &) = delete;
+    ~Session() {
+        (void)svcPBETerm(&record, SVC_PBE_TERM_CLOSE);
+    }
+    uint32_t open() {
+        return reason = svcPBEInit(svcIC_MINI_SUBPOOL.handle, svcIC_MINI_SUBPOOL.word, &record);
+    }
+    std::string take(char *text, int32_t length) {
+        EXPECT_EQ(reason == SVC_PBE_OK, text != nullptr);
+        std::string copy(text, static_cast<size_t>(length));
+        (void)svcPBEFreeBuf(text, length);
+        return copy;
+    }
+    std::string save(const std::string &clear) {
+        char *text;
+        int32_t length;
+        reason =
+            svcPBESave(&record, clear.data(), static_cast<int32_t>(clear.size()), &text, &length);
+        return take(text, length);
+    }
+    std::string restore(const std::string &stored) {
+        char *text;
+        int32_t length;
+        reason = svcPBERestore(&record, stored.data(), static_cast<int32_t>(stored.size()),
+                               &algorithm, &text, &length);
+        return take(text, length);
+    }
+};
+
+// Reads a key file through a pipe, as a shell hands over the output of a command.
+std::string keyOf(const std::string &content, uint32_t expectedReason = SVC_PBE_OK) {
+    int ends[2];
+    EXPECT_EQ(0, pipe(ends));
+    EXPECT_EQ(static_cast<ssize_t>(content.size()), write(ends[1], content.data(), content.size()));
+    (void)close(ends[1]);
+    uint8_t *key;
+    int32_t length;
+    const std::string path = "/dev/fd/" + std::to_string(ends[0]);
+    EXPECT_EQ(expectedReason, svcPBEReadInitialKeyFile(path.c_str(), &key, &length));
+    (void)close(ends[0]);
+    std::string result(reinterpret_cast<char *>(key), static_cast<size_t>(length));
+    (void)svcPBEFreeBuf(key, length);
+    return result;
+}
+
+std::string defaultKey() {
+    std::array<uint8_t, SVC_PBE_KEY_LENGTH> key;
+    sztouBuildDefaultKey(key);
+    return std::string(key.begin(), key.end());
+}
+
+TEST(KnownAnswers, ComeOutAndNoOtherTextOrKeyDoes) {
+    const char *const source = getenv("VEK_SOURCE");
+    std::ifstream answers(std::string(source != nullptr ? source : ".") +
+                          "/tests/known_answers.txt");
+    std::string line;
+    int count = 0;
+    while (std::getline(answers, line)) {
+        std::istringstream fields(line);
+        std::string word, name, keyFile, clear, stored;
+        fields >> word >> name >> keyFile >> clear >> stored;
+        if (word != "answer")
+            continue;
+        SCOPED_TRACE(name);
+        ++count;
+        const int digit = stored[5] - '0';
+        const std::string key = keyFile == "default" ? defaultKey() : keyOf(bytesOf(keyFile));
+        Session session(3 - digit, key);
+        sztouBuildFixedSalt(
+            std::span<uint8_t, SVC_PBE_SALT_LENGTH>(session.record.salt, SVC_PBE_SALT_LENGTH));
+        ASSERT_EQ(0U, session.open());
+        EXPECT_EQ(bytesOf(clear), session.restore(stored));
+        EXPECT_EQ(digit, static_cast<int>(session.algorithm));
+        for (size_t i = 0; i < stored.size(); ++i) {
+            std::string changed = stored;
+            changed[i] = changed[i] == 'A' ? 'B' : 'A';
+            EXPECT_EQ("", session.restore(changed)) << changed;
+        }
+        Session other(digit);
+        ASSERT_EQ(0U, other.open());
+        EXPECT_EQ("", other.restore(stored));
+        EXPECT_EQ(SVC_PBE_AUTHENTICATION_FAILED + 0U, other.reason);
+    }
+    EXPECT_EQ(10, count);
+}
+
+TEST(Save, WritesWhatRestoreTakesUpToTheLimit) {
+    const size_t longest[] = {703, 729}; // clear text, by algorithm
+    for (const int algorithm : {SVC_PBE_ALGORITHM_CBC_HMAC, SVC_PBE_ALGORITHM_GCM}) {
+        Session session(algorithm);
+        ASSERT_EQ(0U, session.open());
+        const size_t limit = longest[algorithm - 1];
+        for (size_t length = 1; length <= limit; length += length < 50 ? 1 : 59) {
+            const std::string clear(length, '#');
+            const std::string stored = session.save(clear);
+            EXPECT_EQ(3, std::count(stored.begin(), stored.end(), '!'));
+            EXPECT_EQ(std::string::npos, stored.find_first_of("# \t\n"));
+            EXPECT_EQ(clear, session.restore(stored));
+            EXPECT_NE(stored, session.save(clear));
+        }
+        EXPECT_GE(SVC_PBE_STORED_LIMIT + 0U, session.save(std::string(limit, 'x')).size());
+        EXPECT_EQ(0U, session.reason);
+        for (const size_t length : {size_t{0}, limit + 1, size_t{100000}}) {
+            (void)session.save(std::string(length, 'x'));
+            EXPECT_EQ(SVC_PBE_CLEAR_TEXT_LENGTH + 0U, session.reason);
+        }
+    }
+}
+
+TEST(Restore, RefusesEveryTextThatSaveCannotWrite) {
+    const std::string nonce = "!AAAAAAAAAAAAAAAA", tag = "!AAAAAAAAAAAAAAAAAAAAAA==";
+    const std::string head = "<VEK>2" + nonce;
+    const std::string longIv = "!AAAAAAAAAAAAAAAAAAAAAA==";
+    const std::string longTag = '!' + std::string(43, 'A') + "=";
+    const struct {
+        std::string text;
+        const char *why;
+        uint32_t reason = SVC_PBE_MALFORMED_TEXT;
+    } rows[] = {
+        {head + "!AA==" + tag, "the form is right", SVC_PBE_AUTHENTICATION_FAILED},
+        {"<VEK>1" + longIv + "!AAAA" + longTag, "not a whole number of blocks"},
+        {"<VEK>1" + longIv + longIv + longTag, "a whole block", SVC_PBE_AUTHENTICATION_FAILED},
+        {"", "empty"},
+        {"<vek>2" + nonce + "!AA==" + tag, "another label"},
+        {"<VEK>3" + nonce + "!AA==" + tag, "unknown digit"},
+        {"<VEK>2" + nonce + tag, "two separators"},
+        {head + "!AA==" + tag + "!", "four separators"},
+        {head + "!" + tag, "no cipher text"},
+        {head + "!AB==" + tag, "bits that pad are not zero"},
+        {head + "!AA= " + tag, "a blank"},
+        {head + "!A=A=" + tag, "padding inside"},
+        {head + "!AAA-" + tag, "another alphabet"},
+        {" " + head + "!AA==" + tag, "a blank in front"},
+        {head + "!AA==" + tag + "\n", "a line end behind"},
+        {"<VEK>2!AAAAAAAAAAAA!AA==" + tag, "short nonce"},
+        {"<VEK>2" + longIv + "!AA==" + tag, "long nonce"},
+        {head + "!AA==" + longTag, "long tag"},
+        {head + "!" + std::string(976, 'A') + tag, "1 character too long"},
+        {head + "!AA" + std::string(1, '\0') + "=" + tag, "a NUL"},
+    };
+    Session session(SVC_PBE_ALGORITHM_GCM);
+    ASSERT_EQ(0U, session.open());
+    for (const auto &row : rows) {
+        (void)session.restore(row.text);
+        EXPECT_EQ(row.reason, session.reason) << row.why;
+    }
+    // The caller's own entry stays in the queue, and none of the service's.
+    ERR_raise(ERR_LIB_USER, 1);
+    (void)session.restore(rows[0].text);
+    EXPECT_EQ(1, ERR_GET_REASON(ERR_get_error()));
+    EXPECT_EQ(0U, ERR_get_error());
+}
+
+TEST(KeyFile, IsAKeyOrAPassphrase) {
+    const std::string hexadecimal =
+        "00112233445566778899aAbBcCdDeEfF00112233445566778899AABBCCDDEEFF";
+    const std::string base64 = "ABEiM0RVZneImaq7zN3u/wARIjNEVWZ3iJmqu8zd7v8=";
+    const std::string key = bytesOf(hexadecimal);
+    const std::string words(31, 'w');
+    const std::string equals = '=' + base64.substr(1);
+    const std::string urlBase64 = "ABEiM0RVZneImaq7zN3u_wARIjNEVWZ3iJmqu8zd7v8=";
+    const std::string keys[] = {key,    hexadecimal,    hexadecimal + "\n", hexadecimal + "\r\n",
+                                base64, base64 + "\r\n"};
+    for (const std::string &content : keys)
+        EXPECT_EQ(key, keyOf(content)) << content;
+    EXPECT_EQ(words + "\n", keyOf(words + "\n")); // 32 bytes are a key, whatever they look like
+    const struct {
+        std::string phrase, lineEnd;
+    } phrases[] = {{words + "w", "\n"},
+                   {hexadecimal + "\n", "\n"},
+                   {hexadecimal.substr(1) + "g", ""},
+                   {base64.substr(0, 43) + "A", ""}, // 33 bytes
+                   {equals, ""},
+                   {urlBase64, "\n"},
+                   {"x\r", ""},
+                   {"a b", "\r\n"},
+                   {std::string(4096, 'y'), ""}};
+    for (const auto &[phrase, lineEnd] : phrases) {
+        std::string padded = phrase;
+        padded.resize(std::max<size_t>(phrase.size(), SVC_PBE_PASSPHRASE_PADDING), '\0');
+        EXPECT_EQ(padded, keyOf(phrase + lineEnd));
+    }
+    for (const std::string &content : {std::string(), std::string("\r\n"), std::string(4097, 'y')})
+        EXPECT_EQ("", keyOf(content, SVC_PBE_KEY_FILE_BAD_LENGTH));
+    uint8_t *buffer;
+    int32_t length;
+    for (const char *const path : {"/", ""})
+        EXPECT_EQ(SVC_PBE_KEY_FILE_UNREADABLE + 0U,
+                  svcPBEReadInitialKeyFile(path, &buffer, &length));
+    EXPECT_EQ(nullptr, buffer);
+}
+
+TEST(KeyFile, IsReleasedAtTheEndOfTheProgram) {
+    const int before = liveAllocations;
+    uint8_t *keys[2];
+    int32_t length;
+    for (uint8_t *&key : keys)
+        ASSERT_EQ(0U, svcPBEReadInitialKeyFile("/proc/self/comm", &key, &length));
+    (void)svcPBEFreeBuf(keys[0], length); // the older of the two, by its caller
+    EXPECT_EQ(before + 1, liveAllocations);
+    (void)svcProgramTerm(/* options= */ 0);
+    EXPECT_EQ(before, liveAllocations);
+}
+
+TEST(Session, RefusesAnUnusableRecord) {
+    void (*const spoilers[])(SvcPBESession *) = {
+        [](SvcPBESession *record) { record->algorithm = 0; },
+        [](SvcPBESession *record) { record->algorithm = 3; },
+        [](SvcPBESession *record) { record->label = nullptr; },
+        [](SvcPBESession *record) { record->label = ""; },
+        [](SvcPBESession *record) { record->label = "a!b"; },
+        [](SvcPBESession *record) { record->key = nullptr; },
+        [](SvcPBESession *record) { record->keyLength = 0; },
+        [](SvcPBESession *record) { record->salt = nullptr; },
+        [](SvcPBESession *record) { record->serviceWord = 1; }};
+    for (const auto spoil : spoilers) {
+        Session session(SVC_PBE_ALGORITHM_GCM);
+        spoil(&session.record);
+        EXPECT_EQ(session.record.algorithm == SVC_PBE_ALGORITHM_GCM
+                      ? SVC_PBE_BAD_ARGUMENTS + 0U
+                      : SVC_PBE_UNSUPPORTED_ALGORITHM + 0U,
+                  session.open());
+        EXPECT_EQ("", session.save("x"));
+    }
+}
+
+TEST(Session, IsOpenedOnceAndWipesWhatItIsToldTo) {
+    Session session(SVC_PBE_ALGORITHM_GCM);
+    ASSERT_EQ(0U, session.open());
+    EXPECT_EQ(SVC_PBE_BAD_ARGUMENTS + 0U, session.open());
+    const std::string stored = session.save("x");
+    EXPECT_EQ(0U, svcPBETerm(&session.record, SVC_PBE_TERM_CLOSE));
+    EXPECT_EQ("", session.restore(stored));
+    ASSERT_EQ(0U, session.open());
+    EXPECT_EQ("x", session.restore(stored)); // key and salt were left alone
+    EXPECT_EQ(0U, svcPBETerm(&session.record, SVC_PBE_TERM_WIPE));
+    EXPECT_EQ(std::string(SVC_PBE_KEY_LENGTH, '\0'), session.key);
+    EXPECT_EQ(std::string(SVC_PBE_SALT_LENGTH, '\0'), session.salt);
+}
+
+TEST(Session, SharesNoNonceWithAChildProcess) {
+    Session session(SVC_PBE_ALGORITHM_GCM);
+    ASSERT_EQ(0U, session.open());
+    (void)session.save("fills the pool");
+    int ends[2];
+    ASSERT_EQ(0, pipe(ends));
+    const pid_t child = fork();
+    const std::string nonce = session.save("x").substr(0, 23);
+    if (child == 0)
+        _exit(write(ends[1], nonce.data(), nonce.size()) == 23 ? 0 : 1);
+    char childNonce[23] = {};
+    EXPECT_EQ(23, read(ends[0], childNonce, sizeof childNonce));
+    EXPECT_NE(nonce, std::string(childNonce, sizeof childNonce));
+    EXPECT_EQ(child, waitpid(child, nullptr, 0));
+}
+
+// Saves and restores one value with each algorithm. Result: the first failure.
+uint32_t useEverything() {
+    for (const int algorithm : {SVC_PBE_ALGORITHM_CBC_HMAC, SVC_PBE_ALGORITHM_GCM}) {
+        Session session(algorithm);
+        const std::string stored = session.open() == SVC_PBE_OK ? session.save("x") : "";
+        if (session.reason == SVC_PBE_OK)
+            (void)session.restore(stored);
+        if (session.reason != SVC_PBE_OK)
+            return session.reason;
+    }
+    return SVC_PBE_OK;
+}
+
+TEST(Session, SurvivesRefusedMemory) {
+    ASSERT_EQ(1, installed);
+    ASSERT_EQ(SVC_PBE_OK + 0U, useEverything());
+    for (int *const counter : {&refusedAllocation, &refusedLibraryAllocation}) {
+        const int before = liveAllocations;
+        int refused = 0;
+        for (bool wasReached = true; wasReached && refused < 1000;) {
+            (void)svcProgramTerm(0); // the algorithms are fetched anew
+            *counter = ++refused;
+            const uint32_t reason = useEverything();
+            wasReached = *counter <= 0;
+            *counter = 0;
+            // libcrypto does without some of its memory, and does not tell of every refusal.
+            const bool isUntold = counter == &refusedLibraryAllocation &&
+                                  (reason == SVC_PBE_OK || reason == SVC_PBE_CRYPTO_FAILED);
+            EXPECT_TRUE(isUntold || wasReached == (reason == SVC_PBE_NO_STORAGE)) << refused;
+            EXPECT_EQ(before, liveAllocations);
+            EXPECT_EQ(0U, ERR_get_error());
+        }
+        EXPECT_EQ(SVC_PBE_OK + 0U, useEverything());
+        EXPECT_GT(refused, 4);
+    }
+}
+
+TEST(Fips, IsTheProvidersOrAFailure) {
+    Session weak(SVC_PBE_ALGORITHM_GCM, std::string("13 characters") + std::string(51, '\0'));
+    weak.record.fips = 1;
+    EXPECT_EQ(SVC_PBE_FIPS_NOT_AVAILABLE + 0U, weak.open());
+    for (const int algorithm : {SVC_PBE_ALGORITHM_CBC_HMAC, SVC_PBE_ALGORITHM_GCM}) {
+        Session plain(algorithm, "a passphrase that fips takes"), fips(algorithm, plain.key);
+        fips.record.fips = 1;
+        const uint32_t reason = fips.open();
+        EXPECT_EQ(0U, ERR_peek_error());
+        if (reason != SVC_PBE_OK) { // most machines have no FIPS provider
+            EXPECT_EQ(SVC_PBE_FIPS_NOT_AVAILABLE + 0U, reason);
+            EXPECT_EQ(nullptr, fips.record.serviceState);
+            continue;
+        }
+        ASSERT_EQ(0U, plain.open());
+        const std::string stored = fips.save("x");
+        EXPECT_NE(stored, fips.save("x"));
+        EXPECT_EQ("x", plain.restore(stored));
+        EXPECT_EQ("x", fips.restore(plain.save("x")));
+    }
+}
+
+TEST(DefaultKey, DoesNotStandInTheProgram) {
+    std::ifstream file("/proc/self/exe", std::ios::binary);
+    const std::string program((std::istreambuf_iterator<char>(file)), {});
+    EXPECT_NE(std::string::npos, program.find(SZTOU_PBE_LABEL));
+    const std::string key = defaultKey();
+    for (size_t i = 0; i + 8 <= key.size(); ++i)
+        EXPECT_EQ(std::string::npos, program.find(key.substr(i, 8)));
+}
+
+} // namespace
