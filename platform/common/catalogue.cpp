@@ -22,44 +22,52 @@ constexpr CatalogueEntry ENTRIES[] = {
      "  -sp 1|2   algorithm: 2 is AES-256-GCM (default), 1 is AES-256-CBC with HMAC-SHA-256\n"
      "  -sm       use a FIPS provider of OpenSSL, or fail\n"
      "  -?        show this text"},
-    {SVC_MSG_KEY_FILE_UNUSABLE, "The initial key file '%1' cannot be used%r. Nothing was encrypted "
-                                "or decrypted. The file is named "
-                                "by -sf, else by ZTS_VEKCRED_KEYFILE, else by vekcred.keyfile in "
-                                "keystore.conf: correct the path, "
-                                "or make the file readable for this user."},
-    {SVC_MSG_PBE_FAILED, "The credential service failed with reason %c%r. keystore.conf was not "
-                         "changed; the credential at "
-                         "fault is neither encrypted nor decrypted."},
+    {SVC_MSG_KEY_FILE_UNUSABLE,
+     "The initial key file '%1' (the last part of its path) cannot be used%r. Nothing was "
+     "encrypted or decrypted. The file is named by -sf of runvekcred, else by "
+     "ZTS_VEKCRED_KEYFILE, else by vekcred.keyfile in keystore.conf; a relative path "
+     "counts from the working directory. Correct the path, or make it a file of 1 to 4096 "
+     "bytes that this user may read."},
+    {SVC_MSG_PBE_FAILED,
+     "The credential service failed with reason %c%r. keystore.conf was not changed. When "
+     "a credential is at fault, run runvekcred again with -o and a new file: the last "
+     "line of that file is the one at fault."},
     {SVC_MSG_DEFAULT_KEY,
-     "No initial key file is named, so the built-in default key is used. Anyone who has this "
-     "program "
-     "can read a value protected with it. For a key of your own, name a key file with -sf, with "
-     "ZTS_VEKCRED_KEYFILE or with vekcred.keyfile in keystore.conf, for the writer and all "
-     "readers."},
+     "No initial key file is named, so the built-in default key is used. Anyone who has "
+     "this program can read a value protected with it. For a key of your own, name a key "
+     "file with -sf, with ZTS_VEKCRED_KEYFILE or with vekcred.keyfile in keystore.conf, "
+     "for the writer and all readers. If runvekcred now ends with status 11 or 15 "
+     "instead, nothing was changed: a line of keystore.conf is not 'section.key = value' "
+     "(11), or vekcred.keyfile stands there twice (15)."},
     {SVC_MSG_FIPS_NOT_AVAILABLE,
-     "FIPS mode was asked for and cannot be had (reason %c). Nothing was written. Configure a FIPS "
-     "provider in the OpenSSL configuration of this system, and use a key of 32 bytes or a "
-     "passphrase "
-     "of at least 14 bytes."},
+     "FIPS mode was asked for and cannot be had (reason %c). Nothing was written. "
+     "Configure a FIPS provider in the OpenSSL configuration of this system, and use a "
+     "key of 32 bytes or a passphrase of at least 14 bytes."},
     {SVC_MSG_BAD_ARGUMENT,
      "'%1' is not a valid argument of %2, or its value is missing or not valid."},
     {SVC_MSG_DUPLICATE_KEY,
-     "The file '%1' holds the key '%2' more than once in one section. Keep one of the lines."},
-    {SVC_MSG_KEY_MISSING, "The file '%1' lacks the required key '%2'. Add it to its section."},
+     "The file '%1' holds the key '%2' more than once in one section. Keep one of the "
+     "lines 'section.%2 = value'."},
+    {SVC_MSG_KEY_MISSING,
+     "The file '%1' lacks the required key '%2'. Add a line 'section.%2 = value' to its "
+     "section; upper and lower case count."},
     {SVC_MSG_FILE_UNUSABLE,
-     "The file '%1' cannot be used as keystore.conf%e. It must be a file that this user may read, "
-     "not "
-     "empty, in which every line is empty, a comment (#) or 'section.key = value'."},
-    {SVC_MSG_KEY_SOURCE_UNREADABLE, "The key source '%2' of the file '%1' cannot be read (result "
-                                    "%n: 11 a line is not 'section.key = "
-                                    "value', 12 the file cannot be read, 15 the key stands there "
-                                    "twice). Credentials were not decrypted."},
+     "The file '%1' cannot be used as keystore.conf%e. It must be a file that exists, "
+     "that this user may read and that is not empty; each line must be empty, a comment "
+     "(#) or 'section.key = value' with a value, and one must be of that last kind. "
+     "Another file is named by -f of runvekcred or by ZTS_KEYSTORE_CONF."},
+    {SVC_MSG_KEY_SOURCE_UNREADABLE,
+     "The key source '%2' of the file '%1' cannot be read (result %n: 11 a line of the "
+     "file is not 'section.key = value', 12 the file cannot be read, 15 the key stands "
+     "there twice). Credentials were not decrypted. Correct the file, even when "
+     "ZTS_VEKCRED_KEYFILE names the key file."},
     {SVC_MSG_NO_LOCATION,
      "The place of '%1' is not known. Set ZTS_KEYSTORE_CONF to its full path, or HOME."},
     {SVC_MSG_PROTECTED, "The credentials of '%1' have been written in protected form."},
-    {SVC_MSG_CANNOT_OPEN, "The file '%1' cannot be opened or written%e. keystore.conf was not "
-                          "replaced. Check the path, the "
-                          "permissions of its directory and the free space."},
+    {SVC_MSG_CANNOT_OPEN,
+     "The file '%1' cannot be opened or written%e. keystore.conf was not replaced. Check "
+     "the path, the permissions of its directory and the free space; a name that ends in "
+     ".bak is the new content, built beside keystore.conf."},
 };
 
 } // namespace
