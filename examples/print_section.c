@@ -1,0 +1,217 @@
+/*
+ * print_section.c - prints one section of keystore.conf as the readers of the library see it.
+ *
+ *   print_section [--show-credentials] [-c CHANNEL] SECTION [FILE]
+ *
+ * SECTION is cms, ocsp, pem, pkcs11 or crl; FILE is keystore.conf in its standard place when it is not
+ * given. With -c, the keys of one channel (cms and pem only). Credentials are shown as "(hidden)".
+ */
+#define _DEFAULT_SOURCE
+#include <ztvek.h>
+
+#include <getopt.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+enum FieldKind { TEXT, NUMBER, CREDENTIAL };
+
+struct Field {
+    const char *name;
+    enum FieldKind kind;
+    size_t offset;
+    size_t capacity; /* a text that fills its field has no terminator */
+};
+
+#define TEXT_FIELD(record, field)                                                                  \
+    { #field, TEXT, offsetof(record, field), sizeof(((record *)0)->field) }
+#define NUMBER_FIELD(record, field)                                                                \
+    { #field, NUMBER, offsetof(record, field), sizeof(int32_t) }
+#define CREDENTIAL_FIELD(record, field)                                                            \
+    { #field, CREDENTIAL, offsetof(record, field), sizeof(((record *)0)->field) }
+#define END_OF_FIELDS                                                                              \
+    { NULL, TEXT, 0, 0 }
+
+static const struct Field CMS_FIELDS[] = {
+    TEXT_FIELD(SztouKsConfig, keystore),
+    TEXT_FIELD(SztouKsConfig, certificate),
+    NUMBER_FIELD(SztouKsConfig, fips),
+    NUMBER_FIELD(SztouKsConfig, forceFipsOff),
+    END_OF_FIELDS,
+};
+
+static const struct Field OCSP_FIELDS[] = {
+    NUMBER_FIELD(SztouOcspConfig, enable),
+    TEXT_FIELD(SztouOcspConfig, url),
+    TEXT_FIELD(SztouOcspConfig, httpProxyHost),
+    NUMBER_FIELD(SztouOcspConfig, httpProxyPort),
+    NUMBER_FIELD(SztouOcspConfig, unknown),
+    NUMBER_FIELD(SztouOcspConfig, nonceGeneration),
+    NUMBER_FIELD(SztouOcspConfig, nonceCheck),
+    NUMBER_FIELD(SztouOcspConfig, nonceSize),
+    NUMBER_FIELD(SztouOcspConfig, httpGet),
+    NUMBER_FIELD(SztouOcspConfig, maxResponseSize),
+    NUMBER_FIELD(SztouOcspConfig, cacheSize),
+    NUMBER_FIELD(SztouOcspConfig, timeout),
+    NUMBER_FIELD(SztouOcspConfig, signature),
+    NUMBER_FIELD(SztouOcspConfig, log),
+    END_OF_FIELDS,
+};
+
+static const struct Field PEM_FIELDS[] = {
+    TEXT_FIELD(SztouPemConfig, privateKey),     TEXT_FIELD(SztouPemConfig, publicKey),
+    CREDENTIAL_FIELD(SztouPemConfig, password), NUMBER_FIELD(SztouPemConfig, encrypted),
+    NUMBER_FIELD(SztouPemConfig, fips),         NUMBER_FIELD(SztouPemConfig, forceFipsOff),
+    NUMBER_FIELD(SztouPemConfig, checkpurpose), END_OF_FIELDS,
+};
+
+static const struct Field PKCS11_FIELDS[] = {
+    TEXT_FIELD(SztouPkcs11Config, library),
+    TEXT_FIELD(SztouPkcs11Config, certificate),
+    TEXT_FIELD(SztouPkcs11Config, token),
+    CREDENTIAL_FIELD(SztouPkcs11Config, token_pin),
+    NUMBER_FIELD(SztouPkcs11Config, encrypted),
+    NUMBER_FIELD(SztouPkcs11Config, fips),
+    TEXT_FIELD(SztouPkcs11Config, secondary_keystore),
+    END_OF_FIELDS,
+};
+
+static const struct Field CRL_FIELDS[] = {
+    NUMBER_FIELD(SztouCrlConfig, cdp),
+    TEXT_FIELD(SztouCrlConfig, ldapServers[0].host),
+    NUMBER_FIELD(SztouCrlConfig, ldapServers[0].port),
+    TEXT_FIELD(SztouCrlConfig, ldapServers[0].user),
+    CREDENTIAL_FIELD(SztouCrlConfig, ldapServers[0].pass),
+    NUMBER_FIELD(SztouCrlConfig, ldapServers[0].version),
+    TEXT_FIELD(SztouCrlConfig, ldapLibrary),
+    NUMBER_FIELD(SztouCrlConfig, ldapCacheLifetime),
+    NUMBER_FIELD(SztouCrlConfig, ldapCacheSize),
+    TEXT_FIELD(SztouCrlConfig, httpProxyHost),
+    NUMBER_FIELD(SztouCrlConfig, httpProxyPort),
+    NUMBER_FIELD(SztouCrlConfig, httpMaxResponseSize),
+    NUMBER_FIELD(SztouCrlConfig, httpTimeout),
+    NUMBER_FIELD(SztouCrlConfig, httpCacheSize),
+    NUMBER_FIELD(SztouCrlConfig, log),
+    NUMBER_FIELD(SztouCrlConfig, encrypted),
+    END_OF_FIELDS,
+};
+
+union Record {
+    SztouKsConfig cms;
+    SztouOcspConfig ocsp;
+    SztouPemConfig pem;
+    SztouPkcs11Config pkcs11;
+    SztouCrlConfig crl;
+    char bytes[sizeof(SztouCrlConfig)];
+};
+
+struct Request {
+    const char *section;
+    const char *channel; /* or null */
+    const char *path;    /* or null: the standard place */
+    int showCredentials;
+};
+
+/* Reads the section into *record. Returns its fields, or null for a section that is not known. */
+static const struct Field *readSection(const struct Request *request, union Record *record,
+                                       char *errorKey, uint32_t *result) {
+    const char *const channel = request->channel;
+    const char *const path = request->path;
+    if (strcmp(request->section, "cms") == 0) {
+        *result = channel != NULL ? sztouGetMCAConfig(&record->cms, channel, path, errorKey)
+                                  : sztouGetKsConfig(&record->cms, path, errorKey);
+        return CMS_FIELDS;
+    }
+    if (strcmp(request->section, "pem") == 0) {
+        *result = channel != NULL ? sztouGetMCAPemConfig(&record->pem, channel, path, errorKey)
+                                  : sztouGetPemConfig(&record->pem, path, errorKey);
+        return PEM_FIELDS;
+    }
+    if (channel != NULL)
+        return NULL;
+    if (strcmp(request->section, "ocsp") == 0) {
+        *result = sztouGetOcspConfig(&record->ocsp, path, errorKey);
+        return OCSP_FIELDS;
+    }
+    if (strcmp(request->section, "pkcs11") == 0) {
+        *result = sztouGetPkcs11Config(&record->pkcs11, path, errorKey);
+        return PKCS11_FIELDS;
+    }
+    if (strcmp(request->section, "crl") == 0) {
+        *result = sztouGetCrlConfig(&record->crl, path, errorKey, /* fips= */ 0);
+        return CRL_FIELDS;
+    }
+    return NULL;
+}
+
+static void printField(const struct Field *field, const union Record *record, int showCredentials) {
+    const char *const text = record->bytes + field->offset;
+    int32_t number;
+    if (field->kind == NUMBER) {
+        memcpy(&number, text, sizeof number);
+        printf("%s = %d\n", field->name, (int)number);
+        return;
+    }
+    if (field->kind == CREDENTIAL && !showCredentials) {
+        printf("%s = (hidden)\n", field->name);
+        return;
+    }
+    printf("%s = %.*s\n", field->name, (int)field->capacity, text);
+}
+
+static int printSection(const struct Request *request, union Record *record) {
+    char errorKey[SZTOU_ERROR_KEY_CAPACITY] = "";
+    uint32_t result = SZTU_OK;
+    const struct Field *field = readSection(request, record, errorKey, &result);
+    if (field == NULL) {
+        fprintf(stderr, "print_section: no section \"%s\"%s.\n", request->section,
+                request->channel != NULL ? " with keys of a channel" : "");
+        return EXIT_FAILURE;
+    }
+    if (result != SZTU_OK) {
+        fprintf(stderr, "print_section: \"%s\" cannot be read: result %u.\n", errorKey,
+                (unsigned)result);
+        return EXIT_FAILURE;
+    }
+    for (; field->name != NULL; ++field)
+        printField(field, record, request->showCredentials);
+    return EXIT_SUCCESS;
+}
+
+static int scanArguments(int argumentCount, char **arguments, struct Request *request) {
+    static const struct option LONG_OPTIONS[] = {
+        {"channel", required_argument, NULL, 'c'},
+        {"show-credentials", no_argument, NULL, 's'},
+        {NULL, 0, NULL, 0},
+    };
+    int option;
+    while ((option = getopt_long(argumentCount, arguments, "c:", LONG_OPTIONS, NULL)) != -1) {
+        if (option == 'c')
+            request->channel = optarg;
+        else if (option == 's')
+            request->showCredentials = 1;
+        else
+            return 0;
+    }
+    if (argumentCount - optind < 1 || argumentCount - optind > 2)
+        return 0;
+    request->section = arguments[optind];
+    request->path = arguments[optind + 1]; /* null behind the last argument */
+    return 1;
+}
+
+int main(int argumentCount, char **arguments) {
+    static union Record record;
+    struct Request request = {NULL, NULL, NULL, 0};
+    int status;
+    if (!scanArguments(argumentCount, arguments, &request)) {
+        fputs("usage: print_section [--show-credentials] [-c CHANNEL] SECTION [FILE]\n", stderr);
+        return EXIT_FAILURE;
+    }
+    if (request.showCredentials)
+        fputs("print_section: credentials are shown in clear.\n", stderr);
+    status = printSection(&request, &record);
+    /* The record can hold a credential, after a failure too. */
+    explicit_bzero(&record, sizeof record);
+    return status;
+}
