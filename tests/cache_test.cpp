@@ -61,7 +61,7 @@ TEST_F(ChannelCache, ServesTheSameSpellingWithinTheSameSecondOnly) {
     fill(12);
     file.write(NEW_TEXT);
     std::string otherSpelling = file.path;
-    otherSpelling.insert(otherSpelling.rfind('/'), "/");
+    otherSpelling.insert(otherSpelling.rfind('/'), 1, '/');
     setTime(1000, 999999999);
     EXPECT_EQ("old", readKeystore(path));
     // The cached section is "cms", and the channel keys of "pem" are looked up in it as they stand.
