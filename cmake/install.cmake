@@ -4,6 +4,7 @@ include(CMakePackageConfigHelpers)
 set(vek_public_headers lib/vek/ztvek.h platform/ztpbe.h platform/ztsvc.h)
 set(vek_package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/ztvek)
 
+install(TARGETS runvekcred RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(
   TARGETS ztvek_r ztmcs_r ztxzu_r
   EXPORT ztvekTargets
@@ -32,7 +33,7 @@ install(FILES ${CMAKE_BINARY_DIR}/cmake/ztvekConfig.cmake ${CMAKE_BINARY_DIR}/cm
 configure_file(cmake/ztvek.pc.in ${CMAKE_BINARY_DIR}/cmake/ztvek.pc @ONLY)
 install(FILES ${CMAKE_BINARY_DIR}/cmake/ztvek.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
-install(FILES examples/keystore.conf DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
+install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(FILES completion/runvekcred
         DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
 foreach(section 1 3 5)

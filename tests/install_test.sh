@@ -35,3 +35,19 @@ longest=/$(printf '%4094s' '' | tr ' ' x)
 # The credentials that the installed command encrypts are those that the installed library reads.
 cp "$VEK_SOURCE/examples/keystore.conf" "$scratch"
 "$prefix/bin/runvekcred" -f "$scratch/keystore.conf" 2>"$scratch/log" || fail 'the installed command'
+
+# reads COMMAND... must print the password of the section "pem" as it was in clear.
+reads() {
+    [[ $("$@" 2>"$scratch/log") == *'password = Winter-Harbour-42'* ]] || fail "$*"
+}
+
+examples=$VEK_SOURCE/examples
+export CMAKE_GENERATOR=Ninja PKG_CONFIG_PATH=$prefix/lib64/pkgconfig
+for pkg_config in OFF ON; do
+    cmake -S "$examples" -B "$scratch/$pkg_config" -DCMAKE_PREFIX_PATH="$prefix" \
+        -DUSE_PKG_CONFIG=$pkg_config >"$scratch/log" || fail "finding the library, pkg-config $pkg_config"
+    cmake --build "$scratch/$pkg_config" >"$scratch/log" || fail "$(cat "$scratch/log")"
+    reads "$scratch/$pkg_config/print_section" --show-credentials pem "$scratch/keystore.conf"
+done
+reads "$VEK_PYTHON" "$examples/read_section.py" --show-credentials \
+    --library "$prefix/lib64/libztvek_r.so.1" "$scratch/keystore.conf"

@@ -54,7 +54,7 @@ build_preset() {
     local preset=$1
     shift
     quietly "$preset-configure" cmake --preset "$preset" "$@"
-    quietly "$preset-build" cmake --build --preset "$preset"
+    quietly "$preset-build" cmake --build --preset "$preset" -- --quiet
 }
 
 # run_tests PRESET [OPTION...] runs the tests in build/PRESET, with the options of ctest, and prints its
