@@ -119,10 +119,10 @@ bool authenticate(PbeCipher *cipher, std::span<const char> body, uint8_t *tag) {
 
 } // namespace
 
-uint32_t pbeOpenCipher(PbeCipher *cipher, const PbeProvider &provider, int32_t algorithm,
+uint32_t pbeOpenCipher(PbeCipher *cipher, PbeProvider *provider, int32_t algorithm,
                        std::span<const uint8_t> initialKey, std::span<const uint8_t> salt,
                        std::span<const char> header) {
-    cipher->provider = &provider;
+    cipher->provider = provider;
     cipher->algorithm = algorithm;
     const size_t keyLength = isGcm(*cipher) ? HALF_KEY_LENGTH : PBE_CBC_HMAC_KEY_LENGTH;
     uint32_t reason = pbeDeriveKey(provider, initialKey, salt, header, {cipher->key, keyLength});

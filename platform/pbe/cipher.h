@@ -27,8 +27,8 @@ struct PbeCipher {
 
 // pbeOpenCipher derives the key of one algorithm. `header` is label and digit.
 // Result, here and below: SVC_PBE_OK, SVC_PBE_NO_STORAGE, SVC_PBE_CRYPTO_FAILED.
-[[nodiscard]] uint32_t pbeOpenCipher(PbeCipher *cipher, const PbeProvider &provider,
-                                     int32_t algorithm, std::span<const uint8_t> initialKey,
+[[nodiscard]] uint32_t pbeOpenCipher(PbeCipher *cipher, PbeProvider *provider, int32_t algorithm,
+                                     std::span<const uint8_t> initialKey,
                                      std::span<const uint8_t> salt, std::span<const char> header);
 
 // pbeCloseCipher wipes the key and releases the contexts.

@@ -19,8 +19,7 @@
 
 // pbeDeriveKey derives the key of one purpose from the initial key: HKDF-SHA-256. `info` names the
 // purpose. Result: SVC_PBE_OK, SVC_PBE_NO_STORAGE, SVC_PBE_CRYPTO_FAILED.
-[[nodiscard]] uint32_t pbeDeriveKey(const PbeProvider &provider,
-                                    std::span<const uint8_t> initialKey,
+[[nodiscard]] uint32_t pbeDeriveKey(PbeProvider *provider, std::span<const uint8_t> initialKey,
                                     std::span<const uint8_t> salt, std::span<const char> info,
                                     std::span<uint8_t> key);
 

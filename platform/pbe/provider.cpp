@@ -28,6 +28,7 @@ void closeProvider(PbeProvider *provider) {
     EVP_CIPHER_free(provider->gcm);
     EVP_CIPHER_free(provider->cbc);
     EVP_MAC_free(provider->hmac);
+    EVP_KDF_CTX_free(provider->keptHkdf);
     EVP_KDF_free(provider->hkdf);
     EVP_KDF_free(provider->pbkdf2);
     if (provider->base != nullptr)

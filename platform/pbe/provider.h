@@ -22,7 +22,8 @@ struct PbeProvider {
     EVP_MAC *hmac;
     EVP_KDF *hkdf;
     EVP_KDF *pbkdf2;
-    uint32_t users; // sessions that hold it
+    EVP_KDF_CTX *keptHkdf; // for the next derivation; pbeDeriveKey exchanges it atomically
+    uint32_t users;        // sessions that hold it
     bool isReady;
 };
 

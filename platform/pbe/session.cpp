@@ -132,7 +132,7 @@ uint32_t deriveCipher(const SvcPBESession &session, SessionState *state, int32_t
     }
     if (reason != SVC_PBE_OK)
         return reason;
-    return pbeOpenCipher(cipher, *state->provider, algorithm, {initialKey, SVC_PBE_KEY_LENGTH},
+    return pbeOpenCipher(cipher, state->provider, algorithm, {initialKey, SVC_PBE_KEY_LENGTH},
                          {session.salt, static_cast<size_t>(session.saltLength)}, header);
 }
 
