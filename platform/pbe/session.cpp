@@ -296,7 +296,6 @@ uint32_t svcPBERestore(SvcPBESession *session, const char *storedText, int32_t s
 }
 
 uint32_t svcPBEFreeBuf(void *buffer, int32_t /*length*/) {
-    svcpbeForgetKey(buffer);
     (void)svcFreeMemFn(/* subpool= */ 0, SVC_COMPONENT_VEK, /* allocation= */ 0, buffer);
     return SVC_PBE_OK;
 }
