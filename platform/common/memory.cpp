@@ -9,9 +9,6 @@
 #include <cstring>
 #include <malloc.h>
 
-// malloc keeps chunks up to this size ready for the thread, and calloc does not use them.
-static constexpr size_t CACHED_BY_THREAD = 1024;
-
 uint32_t svcGetMemFn(uint32_t /*subpool*/, uint16_t /*component*/, uint32_t /*allocation*/,
                      size_t length, uint32_t /*options*/, void **buffer) {
     if (buffer == nullptr)
@@ -19,9 +16,7 @@ uint32_t svcGetMemFn(uint32_t /*subpool*/, uint16_t /*component*/, uint32_t /*al
     *buffer = nullptr;
     if (length == 0)
         return SVC_BAD_ARGUMENTS;
-    *buffer = length <= CACHED_BY_THREAD ? malloc(length) : calloc(1, length);
-    if (*buffer != nullptr && length <= CACHED_BY_THREAD)
-        explicit_bzero(*buffer, length);
+    *buffer = calloc(1, length);
     return *buffer == nullptr ? SVC_NO_STORAGE : SVC_OK;
 }
 
