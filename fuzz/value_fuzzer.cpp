@@ -1,0 +1,68 @@
+// The encrypted value. The first three bytes of the input choose the algorithm and a change; the rest is
+// read as an encrypted value, and then encrypted itself.
+#include "encryptedtext.h"
+#include "fuzz_support.h"
+
+#include <algorithm>
+
+namespace {
+
+constexpr std::string_view LABEL = SZTOU_PBE_LABEL;
+
+// A text that can be taken apart is the one that its parts make. Returns whether it could.
+bool checkText(std::string_view text) {
+    PbeParts parts;
+    size_t bodyLength = 0;
+    if (!pbeParse(text, LABEL, &parts, &bodyLength))
+        return false;
+    char again[SVC_PBE_STORED_LIMIT + 1];
+    require(pbeComposeBody(again, text.substr(0, LABEL.size() + 1), parts) == bodyLength);
+    pbeComposeTag(again + bodyLength, parts);
+    require(text == again && std::count(text.begin(), text.end(), '!') == 3);
+    require(text.size() ==
+            pbeStoredLength(*pbeShapeOf(parts.algorithm), LABEL.size(), parts.cipherLength));
+    for (const char character : text)
+        require(character > ' ' && character <= '~' && character != '#');
+    return true;
+}
+
+// Encrypts a text, which comes out again by either session, but not after a change.
+void checkRoundTrip(int32_t algorithm, std::string_view clear, uint8_t place, uint8_t change) {
+    char *stored = nullptr;
+    int32_t length = -1;
+    const uint32_t result = svcPBESave(openSession(algorithm), clear.data(),
+                                       static_cast<int32_t>(clear.size()), &stored, &length);
+    const PbeShape &shape = *pbeShapeOf(algorithm);
+    const size_t expected =
+        pbeStoredLength(shape, LABEL.size(), pbeCipherLength(shape, clear.size()));
+    if (clear.empty() || expected > SVC_PBE_STORED_LIMIT) {
+        require(result == SVC_PBE_CLEAR_TEXT_LENGTH && stored == nullptr && length == 0);
+        return;
+    }
+    require(result == SVC_PBE_OK && static_cast<size_t>(length) == expected);
+    std::string text(stored, expected), restored;
+    (void)svcPBEFreeBuf(stored, length);
+    require(checkText(text));
+    require(restore(openSession(3 - algorithm), text, &restored) == SVC_PBE_OK);
+    require(restored == clear);
+
+    text[place * expected / 256] ^= static_cast<char>(change);
+    uint32_t expectedReason = SVC_PBE_OK;
+    if (change != 0)
+        expectedReason = checkText(text) ? SVC_PBE_AUTHENTICATION_FAILED : SVC_PBE_MALFORMED_TEXT;
+    require(restore(openSession(algorithm), text, &restored) == expectedReason);
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+    if (size < 3)
+        return 0;
+    const int32_t algorithm = data[0] % 2 + 1;
+    const std::string_view text = asText(data + 3, size - 3);
+    std::string clear;
+    const uint32_t result = restore(openSession(algorithm), text, &clear);
+    require((result == SVC_PBE_MALFORMED_TEXT) == !checkText(text));
+    checkRoundTrip(algorithm, text, data[1], data[2]);
+    return 0;
+}
