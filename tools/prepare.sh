@@ -6,6 +6,7 @@
 packages_build=(cmake g++ libssl-dev ninja-build)
 packages_test=(libgtest-dev pkg-config python3 python3-cryptography)
 packages_check=(clang-14 clang-format-14 git)
+packages_fuzz=(clang-14 libclang-rt-14-dev llvm-14)
 packages_package=(dpkg-dev file)
 
 # Settings of the caller's own must not reach a run of the command.
