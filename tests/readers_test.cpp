@@ -1,12 +1,10 @@
 // The section readers. Each is described once, as the table of its keys; the same situations are then
 // walked through for every key of every reader. A record is filled with 0xFF before each call, so that
 // the bytes a reader must not touch are seen.
-#include "failing_memory.h"
 #include "keystore_file.h"
 
 #include <cstddef>
 #include <cstring>
-#include <numeric>
 #include <vector>
 
 namespace {
@@ -437,23 +435,6 @@ TEST_P(CredentialReaders, NameTheCredentialThatCannotBeDecrypted) {
         Bytes record = recordOf(secret);
         putNumber(record, reader.keys[0], 1);
         expectReading(changed, row.result, row.errorKey, record);
-    }
-}
-
-TEST_P(CredentialReaders, FailCleanlyWhereverMemoryIsRefused) {
-    lines[0] = line(reader.keys[0].name, "YES");
-    lines[secret] = line(reader.secret, protect("secret"));
-    const TemporaryFile file(std::accumulate(lines.begin(), lines.end(), std::string()));
-    uint32_t result = 1;
-    for (int refused = 1; result != 0; ++refused) {
-        ASSERT_LT(refused, 500);
-        Bytes record(reader.recordSize);
-        refusedAllocation = refused;
-        result = reader.call(record.data(), file.path.c_str(), nullptr);
-        const bool allWereGranted = refusedAllocation > 0;
-        refusedAllocation = 0;
-        EXPECT_EQ(allWereGranted, result == 0) << refused;
-        EXPECT_EQ(allWereGranted, memcmp("secret", &record[reader.keys[secret].offset], 7) == 0);
     }
 }
 
