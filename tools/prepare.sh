@@ -64,7 +64,7 @@ run_tests() {
     local preset=$1 log=build/log/$1-tests.log
     shift
     if ctest --preset "$preset" -j "$(nproc)" "$@" >"$log" 2>&1 </dev/null; then
-        tail -n 3 "$log"
+        sed -n '/ tests passed, /,$p' "$log"
         return
     fi
     grep -vE '^ +Start +[0-9]+: |   Passed  ' "$log" >&2
