@@ -39,6 +39,11 @@ void closeProvider(PbeProvider *provider) {
     *provider = {};
 }
 
+// A fetch from libcrypto's own context is a crash when memory was refused while that was made.
+bool hasDefaultLibrary() {
+    return OSSL_LIB_CTX_get0_global_default() != nullptr;
+}
+
 // The names of all ciphers and digests, which nothing here looks up by name, cost half of libcrypto's
 // start. The choice holds for the whole process, so it is made only where that belongs to the program.
 bool startLibrary() {
@@ -80,7 +85,7 @@ bool openFipsLibrary(PbeProvider *provider) {
 }
 
 bool openProvider(bool fips, PbeProvider *provider) {
-    return startLibrary() && (!fips || openFipsLibrary(provider)) &&
+    return startLibrary() && (fips ? openFipsLibrary(provider) : hasDefaultLibrary()) &&
            fetchAlgorithms(provider, fips ? FIPS_PROPERTIES : nullptr);
 }
 
