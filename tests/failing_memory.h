@@ -3,6 +3,7 @@
 #ifndef FAILING_MEMORY_H
 #define FAILING_MEMORY_H
 
+#include "pbeinternal.h"
 #include "ztsvc.h"
 
 #include <cerrno>
@@ -28,6 +29,7 @@ uint32_t svcGetMemFn(uint32_t, uint16_t, uint32_t, size_t length, uint32_t, void
 }
 
 uint32_t svcFreeMemFn(uint32_t, uint16_t, uint32_t, void *buffer) {
+    svcpbeForgetKey(buffer);
     liveAllocations -= buffer != nullptr;
     free(buffer);
     return SVC_OK;

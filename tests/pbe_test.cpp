@@ -8,22 +8,12 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <iterator>
-#include <openssl/crypto.h>
 #include <openssl/err.h>
 #include <sstream>
 #include <sys/wait.h>
 #include <unistd.h>
 
-// The request to libcrypto's allocator that is refused.
-static int refusedLibraryAllocation = 0;
-
 namespace {
-
-void *libraryMalloc(size_t length, const char *, int) {
-    return --refusedLibraryAllocation == 0 ? nullptr : malloc(length);
-}
-
-const int installed = CRYPTO_set_mem_functions(libraryMalloc, nullptr, nullptr);
 
 std::string bytesOf(const std::string &hexadecimal) {
     std::string bytes;
@@ -301,43 +291,6 @@ TEST(Session, SharesNoNonceWithAChildProcess) {
     EXPECT_EQ(23, read(ends[0], childNonce, sizeof childNonce));
     EXPECT_NE(nonce, std::string(childNonce, sizeof childNonce));
     EXPECT_EQ(child, waitpid(child, nullptr, 0));
-}
-
-// Saves and restores one value with each algorithm. Result: the first failure.
-uint32_t useEverything() {
-    for (const int algorithm : {SVC_PBE_ALGORITHM_CBC_HMAC, SVC_PBE_ALGORITHM_GCM}) {
-        Session session(algorithm);
-        const std::string stored = session.open() == SVC_PBE_OK ? session.save("x") : "";
-        if (session.reason == SVC_PBE_OK)
-            (void)session.restore(stored);
-        if (session.reason != SVC_PBE_OK)
-            return session.reason;
-    }
-    return SVC_PBE_OK;
-}
-
-TEST(Session, SurvivesRefusedMemory) {
-    ASSERT_EQ(1, installed);
-    ASSERT_EQ(SVC_PBE_OK + 0U, useEverything());
-    for (int *const counter : {&refusedAllocation, &refusedLibraryAllocation}) {
-        const int before = liveAllocations;
-        int refused = 0;
-        for (bool wasReached = true; wasReached && refused < 1000;) {
-            (void)svcProgramTerm(0); // the algorithms are fetched anew
-            *counter = ++refused;
-            const uint32_t reason = useEverything();
-            wasReached = *counter <= 0;
-            *counter = 0;
-            // libcrypto does without some of its memory, and does not tell of every refusal.
-            const bool isUntold = counter == &refusedLibraryAllocation &&
-                                  (reason == SVC_PBE_OK || reason == SVC_PBE_CRYPTO_FAILED);
-            EXPECT_TRUE(isUntold || wasReached == (reason == SVC_PBE_NO_STORAGE)) << refused;
-            EXPECT_EQ(before, liveAllocations);
-            EXPECT_EQ(0U, ERR_get_error());
-        }
-        EXPECT_EQ(SVC_PBE_OK + 0U, useEverything());
-        EXPECT_GT(refused, 4);
-    }
 }
 
 TEST(Fips, IsTheProvidersOrAFailure) {
