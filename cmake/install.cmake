@@ -44,8 +44,8 @@ endforeach()
 # The command checks the installation that it belongs to, so it is told the prefix. A staging folder
 # (DESTDIR) is no part of that path.
 install(
-  CODE "execute_process(
+  CODE "cmake_path(ABSOLUTE_PATH CMAKE_INSTALL_PREFIX OUTPUT_VARIABLE prefix)
+  execute_process(
     COMMAND \"${CMAKE_SOURCE_DIR}/tools/set-installation-path\"
-            \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_BINDIR}/runvekcred\"
-            \"\${CMAKE_INSTALL_PREFIX}\"
+            \"\$ENV{DESTDIR}\${prefix}/${CMAKE_INSTALL_BINDIR}/runvekcred\" \"\${prefix}\"
     COMMAND_ERROR_IS_FATAL ANY)")
