@@ -86,7 +86,7 @@ is 'and stays' 'unchanged\n0' protect conf
 # --- Another key
 echo 'vekcred.keyfile = key' >>conf
 is 'another key than the old one is refused' 1 "$recipes/change-key.sh" conf other key
-is 'the key is changed' 0 "$recipes/change-key.sh" conf key other
+is 'the key is changed' 'changed\n0' "$recipes/change-key.sh" conf key other
 is 'owner and mode stay' "$before\n0" stat -c '%a %u %g' conf
 is 'the file names the new key' 0 grep -q "^vekcred.keyfile = $scratch/other$" conf
 is 'the old key does not read it' 1 password key conf

@@ -4,8 +4,8 @@
 
 # The Debian packages by purpose. This is the only list of them.
 packages_build=(cmake g++ libssl-dev ninja-build)
-packages_test=(libgtest-dev pkg-config python3 python3-cryptography)
-packages_check=(clang-14 clang-format-14 git)
+packages_test=(libgtest-dev mandoc pkg-config python3 python3-cryptography)
+packages_check=(ansible-core clang-14 clang-format-14 git)
 packages_fuzz=(clang-14 libclang-rt-14-dev llvm-14)
 packages_package=(dpkg-dev file)
 

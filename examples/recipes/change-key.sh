@@ -62,8 +62,11 @@ if grep -v ': in a comment$' "$work/list" >&2; then
     fail 'protect these credentials with the old key first'
 fi
 in_clear "$file" "$old_key" >"$work/clear" || fail 'a credential cannot be read with the old key'
-"${RUNVEKCRED:-runvekcred}" -f "$work/clear" -o "$work/written" -sf "$new_key" "$@" ||
-    fail "runvekcred ended with status $?"
+"${RUNVEKCRED:-runvekcred}" -f "$work/clear" -o "$work/written" -sf "$new_key" "$@" 2>"$work/errors" || {
+    status=$?
+    cat "$work/errors" >&2
+    fail "runvekcred ended with status $status"
+}
 sed -f "$recipes/tidy.sed" "$work/written" >"$work/keystore.conf"
 in_clear "$work/keystore.conf" "$new_key" >"$work/again" || fail 'the new file cannot be read'
 cmp -s "$work/clear" "$work/again" || fail 'the new file does not hold the same credentials'
@@ -72,3 +75,4 @@ new_key=$new_key awk '/^[ \t]*vekcred\.keyfile[ \t]*=/ { $0 = "vekcred.keyfile =
     "$work/keystore.conf" >"$staged/keystore.conf"
 [ "$(sha256sum <"$file")" = "$before" ] || fail 'the file was changed meanwhile'
 "$recipes/replace-file.sh" "$staged/keystore.conf" "$file"
+echo changed

@@ -29,7 +29,10 @@ if grep ': ambiguous$' "$work/list" >&2; then
     fail 'a value holds a blank or a "#"'
 fi
 
-"${RUNVEKCRED:-runvekcred}" -f "$file" -o "$work/written" "$@" || fail "runvekcred ended with status $?"
+status=0
+"${RUNVEKCRED:-runvekcred}" -f "$file" -o "$work/written" "$@" 2>"$work/messages" || status=$?
+grep -v '^ZTM9105I' "$work/messages" >&2 || :
+[ "$status" -eq 0 ] || fail "runvekcred ended with status $status"
 sed -f "$recipes/tidy.sed" "$work/written" >"$work/new"
 
 outline "$file" >"$work/before"
