@@ -44,14 +44,11 @@ bool hasDefaultLibrary() {
     return OSSL_LIB_CTX_get0_global_default() != nullptr;
 }
 
-// The names of all ciphers and digests, which nothing here looks up by name, cost half of libcrypto's
-// start. The choice holds for the whole process, so it is made only where that belongs to the program.
+// Where the process belongs to the program, an OpenSSL configuration that cannot be loaded fails the
+// program. Elsewhere libcrypto loads it by itself when the first algorithm is fetched.
 bool startLibrary() {
-    if (!ownProcess.load(std::memory_order_relaxed))
-        return true;
-    return OPENSSL_init_crypto(OPENSSL_INIT_NO_ADD_ALL_CIPHERS | OPENSSL_INIT_NO_ADD_ALL_DIGESTS |
-                                   OPENSSL_INIT_LOAD_CONFIG,
-                               /* settings= */ nullptr) == 1;
+    return !ownProcess.load(std::memory_order_relaxed) ||
+           OPENSSL_init_crypto(OPENSSL_INIT_LOAD_CONFIG, /* settings= */ nullptr) == 1;
 }
 
 bool fetchAlgorithms(PbeProvider *provider, const char *properties) {
@@ -91,8 +88,13 @@ bool openProvider(bool fips, PbeProvider *provider) {
 
 } // namespace
 
+// The names of all ciphers and digests and the texts of all errors, none of which the service looks up,
+// take a third of libcrypto's start. Only the first call of libcrypto can leave them out.
 void svcpbeOwnProcess() {
     ownProcess.store(true, std::memory_order_relaxed);
+    (void)OPENSSL_init_crypto(OPENSSL_INIT_NO_ADD_ALL_CIPHERS | OPENSSL_INIT_NO_ADD_ALL_DIGESTS |
+                                  OPENSSL_INIT_NO_LOAD_CRYPTO_STRINGS,
+                              /* settings= */ nullptr);
 }
 
 bool svcpbeLibraryConsistent() {
