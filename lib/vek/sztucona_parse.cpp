@@ -27,8 +27,10 @@
 
 namespace {
 
+// No locale calls a printable character of ASCII white space, and nearly all characters are such.
 bool isBlank(char character) {
-    return isspace(static_cast<unsigned char>(character)) != 0;
+    const bool isPrintable = character > ' ' && character <= '~';
+    return !isPrintable && isspace(static_cast<unsigned char>(character)) != 0;
 }
 
 // The part of a text that stripping keeps. The end stays as it is when the last character that is not
