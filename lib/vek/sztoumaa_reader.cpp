@@ -47,10 +47,6 @@ bool sztouStopReading(SztouReading *reading, uint32_t result, const char *errorK
     return false;
 }
 
-bool sztouCheckArguments(SztouReading *reading, bool complete) {
-    return complete || sztouStopReading(reading, SZTU_BAD_ARGUMENTS, /* errorKey= */ nullptr);
-}
-
 bool sztouLoadSection(SztouReading *reading, int32_t reportErrors) {
     const uint32_t result = sztouLoadConfigSection(reading->keystorePath, &reading->list,
                                                    reading->section, reportErrors);
