@@ -12,15 +12,16 @@
 #include <unistd.h>
 
 const char *svcGetEnv(const char *name) {
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): nothing of the product changes the environment
     return getenv(name);
 }
 
 int32_t svcIsEnvironment(const char *name) {
-    return getenv(name) != nullptr ? 1 : 0;
+    return svcGetEnv(name) != nullptr ? 1 : 0;
 }
 
 uint32_t svcGetEnvironmentStringX(const char *name, char *buffer, size_t *capacity) {
-    const char *const value = getenv(name);
+    const char *const value = svcGetEnv(name);
     if (value == nullptr)
         return SVC_NOT_SET;
     const size_t length = strlen(value);
