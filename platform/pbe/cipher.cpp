@@ -82,8 +82,8 @@ bool finishGcm(PbeCipher *cipher, PbeParts *parts) {
            EVP_CIPHER_CTX_get_original_iv(cipher->context, parts->nonce, shape.nonceLength) == 1;
 }
 
-bool encrypt(PbeCipher *cipher, PbeNoncePool *nonces, std::span<const char> header,
-             std::span<const char> clear, PbeParts *parts) {
+bool encipher(PbeCipher *cipher, PbeNoncePool *nonces, std::span<const char> header,
+              std::span<const char> clear, PbeParts *parts) {
     if (!startEncryption(cipher, nonces, parts) || (isGcm(*cipher) && !addHeader(cipher, header)))
         return false;
     int length;
@@ -92,7 +92,7 @@ bool encrypt(PbeCipher *cipher, PbeNoncePool *nonces, std::span<const char> head
                          static_cast<int>(clear.size())) != 1 ||
         EVP_CipherFinal_ex(cipher->context, parts->cipherText + length, &rest) != 1)
         return false;
-    parts->cipherLength = static_cast<size_t>(length + rest);
+    parts->cipherLength = static_cast<size_t>(length) + static_cast<size_t>(rest);
     return !isGcm(*cipher) || finishGcm(cipher, parts);
 }
 
@@ -142,7 +142,7 @@ void pbeCloseCipher(PbeCipher *cipher) {
 uint32_t pbeEncrypt(PbeCipher *cipher, PbeNoncePool *nonces, std::span<const char> header,
                     std::span<const char> clear, PbeParts *parts) {
     parts->algorithm = cipher->algorithm;
-    return pbeReasonOf(encrypt(cipher, nonces, header, clear, parts), SVC_PBE_CRYPTO_FAILED);
+    return pbeReasonOf(encipher(cipher, nonces, header, clear, parts), SVC_PBE_CRYPTO_FAILED);
 }
 
 uint32_t pbeAuthenticate(PbeCipher *cipher, std::span<const char> body, PbeParts *parts) {
@@ -175,6 +175,6 @@ uint32_t pbeDecrypt(PbeCipher *cipher, std::span<const char> header, const PbePa
     int rest = 0; // the last step allocates nothing: it fails for a wrong tag or padding only
     if (EVP_CipherFinal_ex(cipher->context, clear + length, &rest) != 1)
         return SVC_PBE_AUTHENTICATION_FAILED;
-    *clearLength = static_cast<size_t>(length + rest);
+    *clearLength = static_cast<size_t>(length) + static_cast<size_t>(rest);
     return SVC_PBE_OK;
 }

@@ -14,7 +14,7 @@
 
 namespace {
 
-constexpr size_t HEXADECIMAL_LENGTH = 2 * SVC_PBE_KEY_LENGTH;
+constexpr size_t HEXADECIMAL_LENGTH = size_t{2} * SVC_PBE_KEY_LENGTH;
 constexpr size_t BASE64_LENGTH = 44;
 
 // One key handed out. It lies behind the key in the same allocation.

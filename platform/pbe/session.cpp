@@ -276,7 +276,7 @@ uint32_t svcPBESave(SvcPBESession *session, const char *clearText, int32_t clear
 
 uint32_t svcPBERestore(SvcPBESession *session, const char *storedText, int32_t storedLength,
                        uint32_t *algorithm, char **clearText, int32_t *clearLength) {
-    uint32_t ignoredAlgorithm;
+    uint32_t ignoredAlgorithm = 0;
     uint32_t *const usedAlgorithm = algorithm != nullptr ? algorithm : &ignoredAlgorithm;
     *usedAlgorithm = 0;
     if (clearText != nullptr)
