@@ -94,7 +94,7 @@ bool cutWords(const char *line, LineWords *words) {
 }
 
 bool isMarkerYes(const char *value) {
-    return strlen(value) == strlen(MARKER_VALUE) && strcasecmp(value, MARKER_VALUE) == 0;
+    return strcasecmp(value, MARKER_VALUE) == 0;
 }
 
 // Takes note of marker lines. True: the line is dropped; a marker that does not say YES goes even when no
