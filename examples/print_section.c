@@ -164,13 +164,13 @@ static int printSection(const struct Request *request, union Record *record) {
     uint32_t result = SZTU_OK;
     const struct Field *field = readSection(request, record, errorKey, &result);
     if (field == NULL) {
-        fprintf(stderr, "print_section: no section \"%s\"%s.\n", request->section,
-                request->channel != NULL ? " with keys of a channel" : "");
+        (void)fprintf(stderr, "print_section: no section \"%s\"%s.\n", request->section,
+                      request->channel != NULL ? " with keys of a channel" : "");
         return EXIT_FAILURE;
     }
     if (result != SZTU_OK) {
-        fprintf(stderr, "print_section: \"%s\" cannot be read: result %u.\n", errorKey,
-                (unsigned)result);
+        (void)fprintf(stderr, "print_section: \"%s\" cannot be read: result %u.\n", errorKey,
+                      (unsigned)result);
         return EXIT_FAILURE;
     }
     for (; field->name != NULL; ++field)
@@ -185,6 +185,7 @@ static int scanArguments(int argumentCount, char **arguments, struct Request *re
         {NULL, 0, NULL, 0},
     };
     int option;
+    /* NOLINTNEXTLINE(concurrency-mt-unsafe): this program has one thread */
     while ((option = getopt_long(argumentCount, arguments, "c:", LONG_OPTIONS, NULL)) != -1) {
         if (option == 'c')
             request->channel = optarg;
@@ -205,11 +206,12 @@ int main(int argumentCount, char **arguments) {
     struct Request request = {NULL, NULL, NULL, 0};
     int status;
     if (!scanArguments(argumentCount, arguments, &request)) {
-        fputs("usage: print_section [--show-credentials] [-c CHANNEL] SECTION [FILE]\n", stderr);
+        (void)fputs("usage: print_section [--show-credentials] [-c CHANNEL] SECTION [FILE]\n",
+                    stderr);
         return EXIT_FAILURE;
     }
     if (request.showCredentials)
-        fputs("print_section: credentials are shown in clear.\n", stderr);
+        (void)fputs("print_section: credentials are shown in clear.\n", stderr);
     status = printSection(&request, &record);
     /* The record can hold a credential, after a failure too. */
     explicit_bzero(&record, sizeof record);
