@@ -2,6 +2,7 @@
  * runvekcred - protects the credentials that stand in clear in keystore.conf.
  */
 #include "runvekcred.h"
+#include "runvekcred_replace.h"
 #include "vekfunctions.h"
 #include "ztsvc.h"
 #include "zttrc.h"
@@ -19,6 +20,12 @@ constexpr size_t PATH_ROOM = 4096;
 extern char ztInstallationPathField[sizeof PATH_MARKER - 1 + PATH_ROOM];
 char ztInstallationPathField[sizeof PATH_MARKER - 1 + PATH_ROOM] =
     "@@_ZT_INSTALLATION_PATH_@@/opt/ztm";
+
+// The version identification of the command, for `what` and `strings`; nothing calls it.
+const char *runvekcredGetVersion();
+const char *runvekcredGetVersion() {
+    return "@(#) cmd/vek/runvekcred " VEK_VERSION;
+}
 
 namespace {
 
@@ -131,6 +138,20 @@ int32_t checkReadable(const char *keystorePath) {
     return static_cast<int32_t>(result);
 }
 
+// From the first look at the file to its replacement no other run may replace it.
+int32_t protectKeystore(Command *command) {
+    const char *const path = command->keystorePath;
+    const int directory = lockDirectory(path);
+    int32_t reasonCode = checkReadable(path);
+    if (reasonCode == 0)
+        reasonCode = openCipherSession(command->settings, path, &command->session);
+    if (reasonCode == 0)
+        reasonCode = rewriteKeystore(path, command->settings.outputPath, directory,
+                                     &command->session.record);
+    unlockDirectory(directory);
+    return reasonCode;
+}
+
 int32_t runCommand(Command *command, int argumentCount, char **arguments) {
     int32_t reasonCode = startServices(command->context);
     if (reasonCode != 0)
@@ -142,12 +163,7 @@ int32_t runCommand(Command *command, int argumentCount, char **arguments) {
     if (reasonCode == 0)
         reasonCode = chooseKeystore(command);
     if (reasonCode == 0)
-        reasonCode = checkReadable(command->keystorePath);
-    if (reasonCode == 0)
-        reasonCode = openCipherSession(command->settings, command->keystorePath, &command->session);
-    if (reasonCode == 0)
-        reasonCode = rewriteKeystore(command->keystorePath, command->settings.outputPath,
-                                     &command->session.record);
+        reasonCode = protectKeystore(command);
     return reasonCode;
 }
 

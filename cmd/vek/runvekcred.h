@@ -25,6 +25,7 @@ enum CommandReason : int32_t {
 
 // Takes the process-wide copy of the message context; it belongs to every message and session.
 [[nodiscard]] SvcMiniSubpool *takeMessageContext();
+[[nodiscard]] const SvcMiniSubpool &messageContext();
 
 // Shows a numbered message of the command, whatever sztUseLogErrorMessage says.
 void showMessage(uint32_t number, const SvcMessageInserts &inserts, int32_t sourceLine);
@@ -93,7 +94,8 @@ inline constexpr int LINE_CAPACITY = 8192; // characters of one piece of a line 
 // ---- Rewriting the file (runvekcred_rewrite.cpp, runvekcred_replace.cpp) -----------------------
 
 // Protects keystorePath: into outputPath, or in place when that is null or spelled like keystorePath.
+// `directory` is the locked directory of keystorePath (runvekcred_replace.h), or -1.
 [[nodiscard]] int32_t rewriteKeystore(const char *keystorePath, const char *outputPath,
-                                      SvcPBESession *session);
+                                      int directory, SvcPBESession *session);
 
 #endif

@@ -71,7 +71,7 @@ int32_t openSession(const CommandSettings &settings, CipherSession *session) {
     record->salt = session->salt;
     record->fips = settings.fipsFlag;
 
-    const uint32_t result = svcPBEInit(svcIC_MINI_SUBPOOL.handle, svcIC_MINI_SUBPOOL.word, record);
+    const uint32_t result = svcPBEInit(messageContext().handle, messageContext().word, record);
     if (result == SVC_PBE_OK) {
         session->isOpen = true;
         return 0;

@@ -3,17 +3,21 @@
  */
 #include "runvekcred.h"
 
-static SvcMiniSubpool messageContext;
+static SvcMiniSubpool contextCopy;
 
 constexpr char SOURCE[] = "cmd/vek/runvekcred";
 constexpr uint32_t MESSAGE_OPTIONS = 0x20;
 
 SvcMiniSubpool *takeMessageContext() {
-    messageContext = svcIC_MINI_SUBPOOL;
-    return &messageContext;
+    contextCopy = svcIC_MINI_SUBPOOL;
+    return &contextCopy;
+}
+
+const SvcMiniSubpool &messageContext() {
+    return contextCopy;
 }
 
 void showMessage(uint32_t number, const SvcMessageInserts &inserts, int32_t sourceLine) {
-    (void)svcDisplayMessageForError(messageContext.handle, messageContext.word, number, inserts,
+    (void)svcDisplayMessageForError(contextCopy.handle, contextCopy.word, number, inserts,
                                     MESSAGE_OPTIONS, SOURCE, sourceLine);
 }

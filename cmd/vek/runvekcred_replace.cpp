@@ -26,6 +26,8 @@ constexpr int64_t SMALLEST_RESERVATION = 4096;
 constexpr int64_t HUGE_FILE = 1 << 20;
 constexpr int64_t HUGE_FILE_SHARE = 8;
 
+constexpr mode_t CREATION_MODE = 0666; // less the umask, as fopen has it
+
 constexpr int HELD_BACK_SIGNALS[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
 
 void directoryOf(const char *path, char (&directory)[SZTUC_PATH_CAPACITY]) {
@@ -45,12 +47,9 @@ bool isPast(const struct timespec &deadline) {
 }
 
 // A file that somebody may have put there to have the new content written elsewhere, read or owned.
-bool isPlanted(const char *path) {
-    struct stat status;
-    if (lstat(path, &status) != 0 || S_ISDIR(status.st_mode))
-        return false;
-    return S_ISLNK(status.st_mode) || S_ISFIFO(status.st_mode) || status.st_nlink > 1 ||
-           status.st_uid != geteuid();
+bool isPlanted(const struct stat &status) {
+    return S_ISLNK(status.st_mode) || S_ISFIFO(status.st_mode) ||
+           (!S_ISDIR(status.st_mode) && (status.st_nlink > 1 || status.st_uid != geteuid()));
 }
 
 int64_t roomFor(int64_t size) {
@@ -83,7 +82,8 @@ int lockDirectory(const char *path) {
     (void)clock_gettime(CLOCK_MONOTONIC, &deadline);
     deadline.tv_sec += LOCK_WAIT_SECONDS;
     const struct timespec pause = {0, LOCK_RETRY_NANOSECONDS};
-    while (flock(directory, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK && !isPast(deadline))
+    while (flock(directory, LOCK_EX | LOCK_NB) != 0 && (errno == EWOULDBLOCK || errno == EINTR) &&
+           !isPast(deadline))
         (void)nanosleep(&pause, nullptr);
     return directory;
 }
@@ -94,10 +94,22 @@ void unlockDirectory(int directory) {
 }
 
 FILE *openReplacement(const char *path) {
-    if (!isPlanted(path))
-        return fopen(path, "we");
-    (void)unlink(path);
-    return fopen(path, "wxe");
+    int flags = O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW;
+    struct stat status;
+    const bool isThere = lstat(path, &status) == 0;
+    const bool isRemoved = isThere && isPlanted(status);
+    if (isRemoved)
+        (void)unlink(path);
+    // What was not there a moment ago was not meant to be written to.
+    if (isRemoved || !isThere)
+        flags |= O_EXCL;
+    const int file = open(path, flags, CREATION_MODE);
+    if (file < 0)
+        return nullptr;
+    FILE *const stream = fdopen(file, "w");
+    if (stream == nullptr)
+        (void)close(file);
+    return stream;
 }
 
 int reserveRoom(FILE *input, FILE *output) {
@@ -115,18 +127,18 @@ int reserveRoom(FILE *input, FILE *output) {
     return meansNoRoom(errno) ? errno : 0;
 }
 
-int flushOutput(FILE *output) {
-    errno = 0;
-    const bool lost = fflush(output) != 0 || ferror(output) != 0;
-    const int error = errno;
+void giveBackRoom(FILE *output) {
+    (void)fflush(output);
     struct stat status;
-    // Cutting a file at its own size gives back the blocks behind its end. Where that fails nothing is
-    // lost but room.
+    // Cutting a file at its own size frees the blocks behind its end.
     if (fstat(fileno(output), &status) == 0 && S_ISREG(status.st_mode))
         (void)!ftruncate(fileno(output), status.st_size);
-    if (!lost)
-        return 0;
-    return error != 0 ? error : EIO;
+}
+
+int flushOutput(FILE *output) {
+    if (fflush(output) != 0)
+        return errno;
+    return ferror(output) != 0 ? EIO : 0;
 }
 
 int syncOutput(FILE *output) {
@@ -141,13 +153,13 @@ int32_t replaceFile(const char *path, const char *replacement, int directory) {
     (void)sigemptyset(&heldBack);
     for (const int signal : HELD_BACK_SIGNALS)
         (void)sigaddset(&heldBack, signal);
-    (void)sigprocmask(SIG_BLOCK, &heldBack, &before);
+    (void)pthread_sigmask(SIG_BLOCK, &heldBack, &before);
 
     (void)unlink(path);
     const int32_t result = rename(replacement, path);
     if (directory >= 0)
         (void)fsync(directory);
 
-    (void)sigprocmask(SIG_SETMASK, &before, nullptr);
+    (void)pthread_sigmask(SIG_SETMASK, &before, nullptr);
     return result;
 }

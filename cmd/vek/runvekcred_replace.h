@@ -13,8 +13,7 @@
 [[nodiscard]] int lockDirectory(const char *path);
 void unlockDirectory(int directory);
 
-// Opens the new content of a file that is replaced. What lies at `path` is opened and truncated, but a
-// link, a FIFO, a file with a second name or of another user is removed first and never followed. Null:
+// Opens the new content of a file that is replaced. A file of this user at `path` is truncated, but a link, a FIFO, a file with a second name or of another user is removed first and never followed. Null:
 // errno tells why.
 [[nodiscard]] FILE *openReplacement(const char *path);
 
@@ -22,8 +21,10 @@ void unlockDirectory(int directory);
 // EDQUOT or EFBIG; every other answer of the system counts as 0.
 [[nodiscard]] int reserveRoom(FILE *input, FILE *output);
 
-// Flushes the output and gives back what was reserved and not used. Result: 0, or the error number of
-// bytes that were lost.
+// Gives back what was reserved and not used; on every path, before the output is closed.
+void giveBackRoom(FILE *output);
+
+// Flushes the output. Result: 0, or the error number of bytes that were lost, now or before.
 [[nodiscard]] int flushOutput(FILE *output);
 
 // Puts the bytes of a flushed output on the disk. Result: 0, or EIO, ENOSPC or EDQUOT; every other answer

@@ -24,6 +24,9 @@ struct Rewrite {
     FILE *input;
     FILE *output;
     char temporaryPath[SZTUC_PATH_CAPACITY];
+    // The streams' buffers are ours, because they hold clear credentials and are wiped.
+    char inputBuffer[STREAM_BUFFER_SIZE];
+    char outputBuffer[STREAM_BUFFER_SIZE];
 };
 
 void chooseOutput(Rewrite *rewrite, const char *keystorePath, const char *outputPath) {
@@ -57,9 +60,11 @@ int32_t openFiles(Rewrite *rewrite) {
     rewrite->input = fopen(rewrite->keystorePath, "re");
     if (rewrite->input == nullptr)
         return reportCannotOpen(rewrite->keystorePath, errno);
+    (void)setvbuf(rewrite->input, rewrite->inputBuffer, _IOFBF, sizeof rewrite->inputBuffer);
     rewrite->output = openOutput(*rewrite);
     if (rewrite->output == nullptr)
         return reportCannotOpen(rewrite->outputPath, errno);
+    (void)setvbuf(rewrite->output, rewrite->outputBuffer, _IOFBF, sizeof rewrite->outputBuffer);
     const int error = reserveRoom(rewrite->input, rewrite->output);
     return error == 0 ? 0 : reportCannotOpen(rewrite->outputPath, error);
 }
@@ -74,22 +79,12 @@ int32_t rewriteLines(FILE *input, FILE *output, SvcPBESession *session) {
     return reasonCode;
 }
 
-// The stream's buffer is ours, because it holds clear credentials and is wiped.
-int32_t rewriteContent(const Rewrite &rewrite, SvcPBESession *session) {
-    char inputBuffer[STREAM_BUFFER_SIZE];
-    (void)setvbuf(rewrite.input, inputBuffer, _IOFBF, sizeof inputBuffer);
-    const int32_t reasonCode = rewriteLines(rewrite.input, rewrite.output, session);
-    (void)setvbuf(rewrite.input, nullptr, _IONBF, 0);
-    svcWipe(inputBuffer, sizeof inputBuffer);
-    return reasonCode;
-}
-
-// Results of writes to an -o file are not examined. In place the old file goes only when the new bytes are
-// on the disk.
+// Results of writes to an -o file are not examined. In place the old file goes only when the new bytes
+// are on the disk.
 int32_t settleOutput(const Rewrite &rewrite) {
-    int error = flushOutput(rewrite.output);
     if (!rewrite.inPlace)
         return 0;
+    int error = flushOutput(rewrite.output);
     if (error == 0)
         error = syncOutput(rewrite.output);
     return error == 0 ? 0 : reportCannotOpen(rewrite.outputPath, error);
@@ -98,8 +93,10 @@ int32_t settleOutput(const Rewrite &rewrite) {
 void closeFiles(const Rewrite &rewrite) {
     if (rewrite.input != nullptr)
         (void)fclose(rewrite.input);
-    if (rewrite.output != nullptr)
-        (void)fclose(rewrite.output);
+    if (rewrite.output == nullptr)
+        return;
+    giveBackRoom(rewrite.output);
+    (void)fclose(rewrite.output);
 }
 
 // A failed run removes the temporary file, also one of an earlier run that this run never wrote to.
@@ -115,19 +112,17 @@ int32_t finish(const Rewrite &rewrite, int32_t reasonCode, int directory) {
 
 } // namespace
 
-int32_t rewriteKeystore(const char *keystorePath, const char *outputPath, SvcPBESession *session) {
+int32_t rewriteKeystore(const char *keystorePath, const char *outputPath, int directory,
+                        SvcPBESession *session) {
     Rewrite rewrite = {};
     chooseOutput(&rewrite, keystorePath, outputPath);
-    const int directory = lockDirectory(keystorePath);
-
     int32_t reasonCode = openFiles(&rewrite);
     if (reasonCode == 0)
-        reasonCode = rewriteContent(rewrite, session);
+        reasonCode = rewriteLines(rewrite.input, rewrite.output, session);
     if (reasonCode == 0)
         reasonCode = settleOutput(rewrite);
     closeFiles(rewrite);
     reasonCode = finish(rewrite, reasonCode, directory);
-
-    unlockDirectory(directory);
+    svcWipe(&rewrite, sizeof rewrite);
     return reasonCode;
 }
