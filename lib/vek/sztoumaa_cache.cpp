@@ -37,7 +37,11 @@ static uint32_t fillCache() {
         stat(cachedPath, &cachedStatus) != 0)
         return SZTU_CANNOT_READ;
     // A section cached before is not released here: the caller empties the cache first.
-    return sztouLoadConfigSection(cachedPath, &cachedSection, "cms", /* reportErrors= */ 0);
+    SztuList *section = nullptr;
+    const uint32_t result =
+        sztouLoadConfigSection(cachedPath, &section, "cms", /* reportErrors= */ 0);
+    cachedSection = section;
+    return result;
 }
 
 uint32_t sztouCacheMCAKeystoreConf() {

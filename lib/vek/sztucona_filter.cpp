@@ -18,6 +18,15 @@ void freeMemory(void *memory, VekFunction function) {
     (void)svcFreeMemFn(/* subpool= */ 0, SVC_COMPONENT_VEK, function, memory);
 }
 
+int32_t getPrefix(char *prefix, const char *key) {
+    const char *const dot = strchr(key, '.');
+    if (dot == nullptr)
+        return 0;
+    const size_t length = static_cast<size_t>(dot - key);
+    memcpy(prefix, key, std::min<size_t>(length, SZTUC_PREFIX_CAPACITY));
+    return static_cast<int32_t>(length + 1);
+}
+
 // Returns the length of the key's section prefix with its dot, or 0 when the key belongs to another
 // section. A prefix that fills the area has no terminator in it and belongs to no section.
 int32_t matchPrefix(const char *key, const char *section) {
@@ -26,6 +35,13 @@ int32_t matchPrefix(const char *key, const char *section) {
     if (length > SZTUC_PREFIX_CAPACITY || strncmp(prefix, section, SECTION_LIMIT) != 0)
         return 0;
     return length;
+}
+
+void freeTexts(SztucConfigItem *item) {
+    freeMemory(item->key, FUNCTION_FREE_CONFIG_ITEM);
+    item->key = nullptr;
+    freeMemory(item->value, FUNCTION_FREE_CONFIG_ITEM);
+    item->value = nullptr;
 }
 
 void dropNode(SztuList *list, SztuListNode *node) {
@@ -52,19 +68,18 @@ void filterItems(SztuList *list, const char *section) {
 } // namespace
 
 int32_t sztucFindKey(void *item, void *key) {
-    return strcmp(static_cast<const SztucConfigItem *>(item)->key,
-                  static_cast<const char *>(key)) == 0
-               ? 1
-               : 0;
+    TRC_ENTRY(FUNCTION_FIND_KEY);
+    const char *const itemKey = static_cast<const SztucConfigItem *>(item)->key;
+    const int32_t isEqual = strcmp(itemKey, static_cast<const char *>(key)) == 0 ? 1 : 0;
+    TRC_RETCODE(FUNCTION_FIND_KEY, isEqual);
+    return isEqual;
 }
 
 int32_t sztucGetPrefix(char *prefix, const char *key) {
-    const char *const dot = strchr(key, '.');
-    if (dot == nullptr)
-        return 0;
-    const size_t length = static_cast<size_t>(dot - key);
-    memcpy(prefix, key, std::min<size_t>(length, SZTUC_PREFIX_CAPACITY));
-    return static_cast<int32_t>(length + 1);
+    TRC_ENTRY(FUNCTION_GET_PREFIX);
+    const int32_t length = getPrefix(prefix, key);
+    TRC_RETCODE(FUNCTION_GET_PREFIX, length);
+    return length;
 }
 
 void sztucFilterPrefix(SztuList *list, const char *section) {
@@ -75,13 +90,10 @@ void sztucFilterPrefix(SztuList *list, const char *section) {
 }
 
 void sztucFreeConfigItem(void *item) {
-    if (item == nullptr)
-        return;
-    SztucConfigItem *const texts = static_cast<SztucConfigItem *>(item);
-    freeMemory(texts->key, FUNCTION_FREE_CONFIG_LIST);
-    texts->key = nullptr;
-    freeMemory(texts->value, FUNCTION_FREE_CONFIG_LIST);
-    texts->value = nullptr;
+    TRC_ENTRY(FUNCTION_FREE_CONFIG_ITEM);
+    if (item != nullptr)
+        freeTexts(static_cast<SztucConfigItem *>(item));
+    TRC_RETCODE(FUNCTION_FREE_CONFIG_ITEM, SZTU_OK);
 }
 
 void sztucFreeConfigList(void *list) {

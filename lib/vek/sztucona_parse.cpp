@@ -135,9 +135,11 @@ uint32_t parseText(const char *text, SztuList *list) {
 } // namespace
 
 void sztucStrip(char **text) {
+    TRC_ENTRY(FUNCTION_STRIP);
     const std::string_view kept = stripped({*text, strlen(*text)});
     *text += kept.data() - *text;
     (*text)[kept.size()] = '\0';
+    TRC_RETCODE(FUNCTION_STRIP, SZTU_OK);
 }
 
 uint32_t sztucParseConfigFile(char *text, SztuList *list) {

@@ -31,7 +31,10 @@ void linkNode(SztuList *list, SztuListNode *prev, SztuListNode *next, void *item
 }
 
 uint64_t countNodes(SztuList *list) {
-    return list->count;
+    TRC_ENTRY(FUNCTION_LIST_COUNT);
+    const uint64_t count = list->count;
+    TRC_RETCODE(FUNCTION_LIST_COUNT, count);
+    return count;
 }
 
 void append(SztuList *list, void *item) {

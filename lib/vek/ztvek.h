@@ -7,9 +7,9 @@
  * Rules that hold everywhere:
  *  - Result codes. A function returns a code of enum SztuResult, 0 for success; a reader that decrypts
  *    may also return a reason code of the PBE service (enum SvcPBEReason) unchanged.
- *  - Null pointers. A record, a channel name or a reference may be null only to be refused with 2. A
- *    null path means the standard location: the file named by ZTS_KEYSTORE_CONF, else
- *    $HOME/.zts/keystore.conf. A null error key means that none is wanted.
+ *  - Null pointers. A pointer is not null unless its description says that it may be. A reader refuses
+ *    a null record or channel name with 2. A null path means the standard location: the file named by
+ *    ZTS_KEYSTORE_CONF, else $HOME/.zts/keystore.conf. A null error key means that none is wanted.
  *  - Ownership. Records and buffers are the caller's; a reader allocates nothing that outlives the
  *    call. What sztucReadConfigFile and SztuListCreate hand over is released with svcFreeMemFn.
  *  - Text fields have a fixed capacity. A value shorter than the capacity is terminated and the rest of
