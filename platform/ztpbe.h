@@ -53,7 +53,8 @@ enum SvcPBELimits {
 typedef struct SvcPBESession {
     int32_t algorithm;       /* offset  0: 1 or 2 */
     uint32_t reserved1;      /*         4: 0 */
-    const char *label;       /*         8: label of the protected data, not copied */
+    const char *label;       /*         8: label of the protected data: 1 to 63 printable
+                                           characters, no blank, "!" or "#"; copied at opening */
     uint32_t reserved2;      /*        16: 0 */
     int32_t keyLength;       /*        20: bytes at `key`; 32 is a full-strength key, any other
                                            length is a passphrase */

@@ -76,7 +76,8 @@ ZT_EXPORT uint32_t svcCheckConsistency(const char *installationPath);
 
 /*
  * svcProgramInit prepares a process that belongs to the program alone: it switches core dumps off,
- * because the process will hold secrets, and tells the PBE service that it may choose process-wide
+ * because the process will hold secrets, opens /dev/null in place of closed standard streams, makes
+ * SIGPIPE and SIGXFSZ errors of the calls that raise them, and tells the PBE service that it may choose process-wide
  * options of libcrypto. Never called by a library. `options` and `programKind` are recorded in the
  * trace and change nothing.
  * Result: SVC_OK.
@@ -89,8 +90,8 @@ enum SvcServices { SVC_SERVICE_MEMORY = 1, SVC_SERVICE_MESSAGES = 2, SVC_SERVICE
 
 /*
  * svcInitializeEx starts the services named by `services` (bits of enum SvcServices) and confirms
- * that `context` is the message context. `environment` and the six reserved arguments are recorded
- * in the trace; the reserved ones must be 0.
+ * that `context` is the message context. `environment` is recorded in the trace; the six reserved
+ * arguments must be 0.
  * Result: SVC_OK, SVC_BAD_ARGUMENTS, SVC_NO_STORAGE, SVC_THREAD_KEY_LOST; on failure
  * thdProcess.initReason holds the reason.
  */
@@ -109,7 +110,7 @@ ZT_EXPORT uint32_t svcProgramTerm(uint32_t options);
 
 /*
  * svcGetMemFn allocates `length` bytes, cleared to zero, and stores their address in *buffer.
- * `subpool` is 0; `component` and `allocation` attribute the memory in the trace; `options` is 0.
+ * `subpool` is 0; `component` and `allocation` say whose memory it is, for a debugger at this call; `options` is 0.
  * The caller releases the memory with svcFreeMemFn. On failure *buffer is null.
  * Result: SVC_OK, SVC_BAD_ARGUMENTS (null reference or length 0), SVC_NO_STORAGE.
  */
@@ -244,7 +245,8 @@ static inline SvcMessageInserts svcMakeInserts(int64_t numeric1, const char *str
  * svcDisplayMessageForError writes one numbered message to standard error, in one write:
  * "ZTM9106E text", that is the prefix, the low 16 bits of `number` in four hexadecimal digits, then
  * E for 0x2... numbers, W for 0x1..., else I. The texts stand in one table, platform/common/
- * catalogue.cpp. Control characters in an insert are shown as "?". `handle` and `word` are the
+ * catalogue.cpp. Control characters in an insert are shown as "?"; a line
+ * is cut at 10 KiB. `handle` and `word` are the
  * message context; `options`, `source` and `line` go to the trace.
  * Result: SVC_OK, SVC_BAD_ARGUMENTS (the block has no eye-catcher, or the number is not in the
  * catalogue).

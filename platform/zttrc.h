@@ -6,8 +6,8 @@
  * file of the same user, and is ignored in a set-id program. A trace can hold credentials: the parser
  * records every line that it reads.
  *
- * A record is "time process.thread kind component:function source:line text". Tracing never fails a
- * caller: what cannot be written is lost.
+ * A record is "time process.thread kind component:function source:line text". A record is cut at
+ * 10 KiB. Tracing never fails a caller: what cannot be written is lost.
  */
 #ifndef ZTTRC_H
 #define ZTTRC_H

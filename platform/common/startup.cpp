@@ -6,10 +6,12 @@
 #include "ztsvc.h"
 #include "zttrc.h"
 
-#include <cerrno>
+#include <csignal>
+#include <fcntl.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 ThdProcess thdProcess = {TRC_UNSETTLED, 0, 0};
 
@@ -34,6 +36,14 @@ uint32_t svcProgramInit(int argumentCount, char **arguments, uint32_t options,
     (void)prctl(PR_SET_DUMPABLE, 0);
     const struct rlimit noCore = {0, 0};
     (void)setrlimit(RLIMIT_CORE, &noCore);
+    // A message must not land in a file of the program that took the place of a closed standard stream.
+    for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream)
+        if (fcntl(stream, F_GETFD) < 0)
+            (void)open("/dev/null", O_RDWR);
+    // A reader of messages that went away and a limit on the size of files are errors of a call, not ends
+    // of the process: it has files to put in order and secrets to wipe.
+    (void)signal(SIGPIPE, SIG_IGN);
+    (void)signal(SIGXFSZ, SIG_IGN);
     svcpbeOwnProcess();
     if (trcActive(TRC_PARAMETERS))
         trc_parms(__FILE__, __LINE__, "Program %s started, %d arguments, options %u, kind %u",
