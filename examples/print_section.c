@@ -159,6 +159,28 @@ static void printField(const struct Field *field, const union Record *record, in
     printf("%s = %.*s\n", field->name, (int)field->capacity, text);
 }
 
+/* What a result means to the user. The texts of the PBE service name the source of the key. */
+static const char *resultText(uint32_t result) {
+    const char *text;
+    switch (result) {
+    case SZTU_KEY_NOT_PRESENT:
+        return "the key is not there";
+    case SZTU_BAD_ARGUMENTS:
+        return "the credential cannot be decrypted, see the message above";
+    case SZTU_SECTION_EMPTY:
+        return "the section has no entries";
+    case SZTU_CANNOT_PARSE:
+        return "a line of the file is not \"section.key = value\"";
+    case SZTU_CANNOT_READ:
+        return "the file is missing, is empty or may not be read";
+    case SZTU_BAD_CONFIG:
+        return "it is missing, stands there twice or has a value of the wrong kind";
+    default:
+        text = svcPBEReasonText(result);
+        return text != NULL ? text : "unknown result";
+    }
+}
+
 static int printSection(const struct Request *request, union Record *record) {
     char errorKey[SZTOU_ERROR_KEY_CAPACITY] = "";
     uint32_t result = SZTU_OK;
@@ -169,7 +191,9 @@ static int printSection(const struct Request *request, union Record *record) {
         return EXIT_FAILURE;
     }
     if (result != SZTU_OK) {
-        (void)fprintf(stderr, "print_section: \"%s\" cannot be read: result %u.\n", errorKey,
+        (void)fprintf(stderr, "print_section: \"%s\" of %s cannot be read: %s", errorKey,
+                      request->path != NULL ? request->path : "keystore.conf", resultText(result));
+        (void)fprintf(stderr, result <= SZTU_BAD_CONFIG ? " (result %u).\n" : " (result %#x).\n",
                       (unsigned)result);
         return EXIT_FAILURE;
     }

@@ -9,7 +9,7 @@ trap 'rm -rf "$scratch"' EXIT
 cd "$scratch" || exit 1
 export PRINT_SECTION=$scratch/print_section
 cc -I"$VEK_BUILD/include" -o "$PRINT_SECTION" "$VEK_SOURCE/examples/print_section.c" -L"$VEK_BUILD/lib64" \
-    -lztvek_r -Wl,-rpath,"$VEK_BUILD/lib64" -Wl,-rpath-link,"$VEK_BUILD/lib64" || exit 1
+    -lztvek_r -lztmcs_r -Wl,-rpath,"$VEK_BUILD/lib64" -Wl,-rpath-link,"$VEK_BUILD/lib64" || exit 1
 failures=0
 # is NAME EXPECTED COMMAND...: what the command prints, with its exit status on the last line
 is() {
