@@ -127,5 +127,4 @@ check(run(f"make-key.sh key && {compiler} -Wall -Wextra -Werror && runvekcred 2>
 for reader in ("cms", "pem", "pkcs11", "crl", "ocsp", "-c TO.HUB cms", "-c TO.HUB pem"):
     check(run(f"print_section {reader} >read") == "", f"the samples of {reader}")
 
-print(*failures, sep="\n")
-sys.exit(len(failures) > 0)
+sys.exit("\n".join(failures) or 0)
