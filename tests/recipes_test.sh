@@ -96,6 +96,7 @@ is 'nothing is left behind' 0 find . -name '*change-key.*' -o -name '.protect.*'
 
 # --- Many hosts
 if command -v ansible-playbook >/dev/null; then
+    export ANSIBLE_HOME=$scratch ANSIBLE_REMOTE_TEMP=$scratch
     play() {
         ansible-playbook -i localhost, -c local "$recipes/protect-hosts.yml" -e "runvekcred='$RUNVEKCRED'" \
             -e "recipes='$scratch/r' keystore_conf='$scratch/host.conf' key_file='$scratch/host.key' owner=$(id -un)" |
