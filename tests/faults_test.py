@@ -1,0 +1,138 @@
+#!/usr/bin/python3
+"""The command with one fault in each run: every request for memory refused, every system call failed, and
+killed at every system call. Afterwards the complete old text or the complete new one is there, except in the
+OUTCOMES listed, each of which must occur. docs/robustness.md has the figures."""
+import collections
+import concurrent.futures
+import itertools
+import os
+import re
+import subprocess
+import sys
+import tempfile
+
+from new_content import state
+
+COMMAND = os.path.join(os.environ["VEK_BUILD"], "bin/runvekcred")
+MEMORY = os.path.join(os.environ["VEK_BUILD"], "tests/librefused_memory.so")
+KEY = bytes(range(7, 39))
+FILLING = b"".join(b"cms.certificate.channel.C%04d = label\n" % i for i in range(1000))
+OLD = (b"pem.password = secret-of-pem\n" + FILLING + b"pkcs11.token_pin = secret-of-token\n" + FILLING +
+       b"crl.ldap.pass = secret-of-server\n")
+IN_PLACE, TO_OUTPUT = [], ["-o", "out"]
+SKIPPED = 77
+
+Run = collections.namedtuple("Run", "status conf bak out fired")
+
+# What the fault must be (a call as strace shows it), exit status, and states of the files.
+OUTCOMES = {
+    "a read error ends the rewriting like the end of the file":
+        (IN_PLACE, r"read\(.*keystore\.conf>, .*, 65536\)", 0, ("part", "missing", "missing")),
+    "the same with -o":
+        (TO_OUTPUT, r"read\(.*keystore\.conf>, .*, 65536\)", 0, ("old", "missing", "part")),
+    "a failed rename leaves the new text under .bak":
+        (IN_PLACE, r"rename\(", 99, ("missing", "new", "missing")),
+    "writes to the -o file are not examined":
+        (TO_OUTPUT, r"write\(.*out>", 0, ("old", "missing", "part")),
+    "a sync that fails keeps the old file":
+        (IN_PLACE, r"fdatasync\(.*E(IO|NOSPC)", 1, ("old", "missing", "missing")),
+    "a kill between unlink and rename leaves the new text under .bak":
+        (IN_PLACE, r"killed at rename", -9, ("missing", "new", "missing")),
+}
+met = collections.Counter()
+failures = []
+
+
+def run(arguments, prefix, environment, fired):
+    """One run in a folder of its own. `fired` tells from trace and standard error what the fault was."""
+    with tempfile.TemporaryDirectory(dir="/dev/shm" if os.access("/dev/shm", os.W_OK) else None) as folder:
+        def path(name):
+            return os.path.join(folder, name)
+
+        for name, content in (("keystore.conf", OLD), ("key", KEY), ("trace", b"")):
+            with open(path(name), "wb") as file:
+                file.write(content)
+        command = [*prefix, COMMAND, "-f", "keystore.conf", "-sf", "key", *arguments]
+        result = subprocess.run(command, cwd=folder, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE,
+                                env={**os.environ, **environment})
+        fault = fired(open(path("trace"), errors="replace").read(), result.stderr)
+        states = [state(path(name), OLD, KEY) for name in ("keystore.conf", "keystore.conf.bak", "out")]
+        if states[0] == "missing":  # the next run must not remove the only copy
+            subprocess.run([COMMAND, "-f", "keystore.conf"], cwd=folder, capture_output=True)
+            states[1] = state(path("keystore.conf.bak"), OLD, KEY)
+        return Run(result.returncode, *states, fault)
+
+
+def judge(arguments, what, result):
+    for name, (mode, fault, status, states) in OUTCOMES.items():
+        if (mode, status, states) == (arguments, result.status, result[1:4]) and re.search(fault, result.fired):
+            met[name] += 1
+            return
+    is_kept = result.conf == "old" or (arguments == IN_PLACE and result.conf == "new")
+    target = result.conf if arguments == IN_PLACE else result.out
+    if not is_kept or (result.status == 0 and target != "new"):
+        failures.append(f"{what}: {result}")
+
+
+def call_failed(trace, _):
+    return next((line for line in trace.splitlines() if line.endswith("(INJECTED)")), "")
+
+
+def inject(arguments, call, fault, number):
+    def killed(trace, _):
+        return f"killed at {call}" if "+++ killed by SIGKILL +++" in trace else ""
+
+    prefix = ["strace", "-f", "-qq" if fault != "signal=KILL" else "-q", "-y", "-s1", "-o", "trace", "-e",
+              f"trace={call}", "-e", f"inject={call}:{fault}:when={number}"]
+    return run(arguments, prefix, {}, killed if fault == "signal=KILL" else call_failed)
+
+
+def refuse(arguments, _, __, number):
+    environment = {"LD_PRELOAD": MEMORY, "VEK_REFUSED_REQUEST": str(number)}
+    return run(arguments, [], environment, lambda _, errors: "refused" if b"refused\n" in errors else "")
+
+
+def walk(task):
+    """Lets the fault fire at the first time, the second, and so on, until there is no such time."""
+    function, arguments, call, fault, first, step = task
+    for number in itertools.count(first, step):
+        result = function(arguments, call, fault, number)
+        judge(arguments, (function.__name__, *task[1:4], number), result)
+        if not result.fired:
+            return fault, (number - first) // step
+    return None
+
+
+def calls_of(arguments):
+    """The names of the system calls of a run without a fault."""
+    trace = []
+    plain = run(arguments, ["strace", "-f", "-o", "trace"], {}, lambda text, _: trace.append(text) or "x")
+    if "exit_group" not in trace[0]:
+        print("skipped: tracing a process is not permitted here")
+        sys.exit(SKIPPED)
+    assert plain.status == 0, plain
+    if arguments == IN_PLACE:  # what only a loss of power would show
+        calls = re.findall(r"^\d+ +(fdatasync|unlink|rename|fsync)\(", trace[0], re.MULTILINE)
+        assert calls == ["fdatasync", "unlink", "rename", "fsync"], calls
+    return set(re.findall(r"^\d+ +(\w+)\(", trace[0], re.MULTILINE)) - {"execve"}
+
+
+def main():
+    tasks = []
+    for arguments in (IN_PLACE, TO_OUTPUT):
+        for call in sorted(calls_of(arguments)):
+            tasks.append((inject, arguments, call, "signal=KILL", 1, 1))
+            if call != "exit_group":
+                tasks += [(inject, arguments, call, f"error={name}", 1, 1) for name in ("EIO", "ENOSPC", "EINTR")]
+    tasks += [(refuse, IN_PLACE, "", "memory", first, 50) for first in range(1, 51)]
+    counts = collections.Counter()
+    with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
+        for fault, count in pool.map(walk, tasks):
+            counts[fault] += count
+    failures.extend(f"never met: {name}" for name in OUTCOMES if not met[name])
+    print(*(f"{count:5} x {name}" for name, count in (counts + met).items()), *failures, sep="\n")
+    return 1 if failures else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
