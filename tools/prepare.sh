@@ -9,6 +9,7 @@ packages_check=(ansible-core clang-14 clang-format-14 git)
 packages_analyse=(clang-14 clang-tidy-14 cppcheck)
 packages_fuzz=(clang-14 libclang-rt-14-dev llvm-14)
 packages_package=(dpkg-dev file)
+packages_fips=(dpkg-dev g++ make openssl perl)
 
 # Settings of the caller's own must not reach a run of the command.
 unset ZTS_KEYSTORE_CONF ZTS_VEKCRED_KEYFILE ZTS_TRACE

@@ -1,0 +1,99 @@
+#!/usr/bin/env bash
+# FIPS mode with a provider, and with "absent" as argument without one: what the command protects and the
+# readers hand out, and that neither falls back when the mode cannot be had.
+set -uo pipefail
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+cd "$scratch" || exit 1
+if [ "${1-}" != absent ]; then
+    provider=${VEK_FIPS_CONF:-$("$VEK_SOURCE/tools/build-fips-provider" --find)}
+    [ -f "$provider" ] || { echo 'SKIPPED: FIPS mode was not tested with a provider' && exit 77; }
+fi
+cat >readers.c <<'END'
+#include <stdio.h>
+#include <string.h>
+#include <ztvek.h>
+int main(int count, char **arguments) {
+    static SztouPemConfig pem, channel;
+    static SztouPkcs11Config token;
+    static SztouCrlConfig crl;
+    char key[SZTOU_ERROR_KEY_CAPACITY];
+    const char *const path = arguments[count - 2];
+    printf("%u", sztouGetPemConfig(&pem, path, key));
+    printf(" %u", sztouGetMCAPemConfig(&channel, "HUB", path, key));
+    printf(" %u", sztouGetPkcs11Config(&token, path, key));
+    printf(" %u", sztouGetCrlConfig(&crl, path, key, strcmp(arguments[count - 1], "yes") == 0));
+    printf(" %s%s%s%s\n", pem.password, channel.password, token.token_pin, crl.ldapServers[0].pass);
+}
+END
+sanitize=$(sed -n 's/^VEK_SANITIZE:[A-Z]*=\(.\)/-fsanitize=\1/p' "$VEK_BUILD/CMakeCache.txt")
+cc ${sanitize:+"$sanitize"} -I"$VEK_BUILD/include" -o readers readers.c -L"$VEK_BUILD/lib64" -lztvek_r \
+    -Wl,-rpath,"$VEK_BUILD/lib64" -Wl,-rpath-link,"$VEK_BUILD/lib64" || exit 1
+printf '%s\n' pem.{private,public}{,.channel.HUB}=/file pkcs11.{library,certificate,token}=x pem.password=a \
+    pem.password.channel.HUB=b pem.encrypted.channel.HUB=YES pkcs11.token_pin=c crl.ldap.{host=h,pass=d} >clear
+printf 'fourteen bytes\n' >phrase
+printf 'thirteenbytes\n' >short
+printf '0123456789abcdef0123456789ABCDEF' >raw
+failures=0
+is() { # is NAME EXPECTED GOT
+    [ "$2" = "$3" ] && return
+    failures=$((failures + 1))
+    printf 'FAILED %s: "%s" instead of "%s"\n' "$1" "$3" "$2"
+}
+# write KEY OPTION... protects `conf`, a copy of `clear`: exit status and message
+write() {
+    rm -f conf* && cp clear conf
+    "$VEK_BUILD/bin/runvekcred" -f conf -sf "$@" 2>err
+    echo "$? $(grep -o '^ZTM....[EWI]' err)"
+}
+# readers KEY FIPS: the results of the four readers, and the credentials
+readers() {
+    { printf '%s\n' "pem.fips=$2" "pkcs11.fips=$2" && cat conf; } >marked
+    ZTS_VEKCRED_KEYFILE=$1 ./readers marked "$2" 2>err
+}
+# refuses NAME CONFIGURATION MODULES KEY
+refuses() {
+    export OPENSSL_CONF=$2 OPENSSL_MODULES=$3
+    for output in conf new; do
+        is "$1: the command refuses" '89 ZTM6349W' "$(write "$4" -sm -o $output)"
+        is "$1: nothing is written" 'conf 0' "$(echo conf* new*) $(cmp -s conf clear; echo $?)"
+    done
+    is "$1: the command works without FIPS mode" '0 ZTM9105I' "$(write "$4")"
+    is "$1: the readers refuse" '2 2 2 2 ' "$(readers "$4" yes)"
+    is "$1: the readers work without FIPS mode" '0 0 0 0 abcd' "$(readers "$4" no)"
+}
+shopt -s nullglob
+if [ "${1-}" = absent ]; then
+    refuses 'no provider' /dev/null "$scratch" raw
+    exit "$failures"
+fi
+
+# Values cross between the modes, also where every program is in FIPS mode (`strict`).
+export OPENSSL_CONF OPENSSL_MODULES
+OPENSSL_MODULES=$(dirname "$provider")
+sed 's/^default = .*//; s/^providers = .*/&\nalg_section = all/; $a[all]\ndefault_properties = fips=yes' \
+    "$provider" >strict
+while read -r key configuration algorithm reader writer; do
+    name="$key, $configuration, algorithm $algorithm $writer"
+    OPENSSL_CONF=$provider
+    is "$name: writing" '0 ZTM9105I' "$(write "$key" -sp "$algorithm" ${writer:+"$writer"})"
+    is "$name: nonces" 4 "$(grep -o '<VEK>[^!]*![^!]*' conf | sort -u | wc -l)"
+    OPENSSL_CONF=$configuration
+    is "$name: reading, fips=$reader" '0 0 0 0 abcd' "$(readers "$key" "$reader")"
+done < <(printf '%s\n' {"raw $provider",'raw strict','phrase strict'}\ {1,2}\ {yes,'yes -sm','no -sm'})
+OPENSSL_CONF=$provider VEK_EXPECT_FIPS=yes "$VEK_BUILD/tests/pbe_test" --gtest_filter='Fips.*' >out ||
+    is 'pbe_test with the provider' '' "$(cat out)"
+
+# The provider does the work: what keeps it from working is not made up for by the rest of libcrypto.
+sed 's/^module-mac = ../module-mac = 00/' "$provider" >changed
+{ sed '/^\[fips_sect\]$/,$d' "$provider" && echo '[fips_sect]'; } >unconfigured
+mkdir named && cp "$(openssl version -m | cut -d '"' -f 2)/legacy.so" named/fips.so || exit 1
+while read -r name configuration modules key; do
+    refuses "$name" "$configuration" "$modules" "$key"
+done <<END
+short-passphrase $provider $OPENSSL_MODULES short
+checksum-of-another-module changed $OPENSSL_MODULES raw
+module-that-was-not-installed /dev/null $OPENSSL_MODULES raw
+other-provider-of-that-name unconfigured $scratch/named raw
+END
+exit "$((failures > 0))"
