@@ -2,7 +2,8 @@
  * ztvek.h - configuration library of the security component (library libztvek_r), C11 and C++20.
  *
  * The library finds keystore.conf, reads and parses it, and fills one record per section. A caller of
- * the readers needs this header and -lztvek_r, nothing else; keystore.conf(5) describes the file.
+ * the readers needs this header and -lztvek_r, nothing else; svcWipe and the other functions of ztsvc.h and
+ * ztpbe.h, which this header includes, are in -lztmcs_r. keystore.conf(5) describes the file.
  *
  * Rules that hold everywhere:
  *  - Result codes. A function returns a code of enum SztuResult, 0 for success; a reader that decrypts

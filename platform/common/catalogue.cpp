@@ -63,7 +63,8 @@ constexpr CatalogueEntry ENTRIES[] = {
      "ZTS_VEKCRED_KEYFILE names the key file."},
     {SVC_MSG_NO_LOCATION,
      "The place of '%1' is not known. Set ZTS_KEYSTORE_CONF to its full path, or HOME."},
-    {SVC_MSG_PROTECTED, "The credentials of '%1' have been written in protected form."},
+    {SVC_MSG_PROTECTED, "The credentials of '%1' are in protected form; values behind a YES marker "
+                        "were kept as they stood."},
     {SVC_MSG_CANNOT_OPEN,
      "The file '%1' cannot be opened or written%e. keystore.conf was not replaced. Check "
      "the path, the permissions of its directory and the free space; a name that ends in "
