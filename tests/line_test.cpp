@@ -5,6 +5,7 @@
 
 #include <cstring>
 #include <gtest/gtest.h>
+#include <random>
 #include <regex>
 #include <string>
 #include <vector>
@@ -143,14 +144,17 @@ protected:
         (void)svcPBETerm(&session, SVC_PBE_TERM_CLOSE);
     }
 
-    std::string transform(const std::string &in, int32_t *result) {
+    // Rewrites a text in blocks, as the command does, or one line after another.
+    std::string transform(const std::string &in, int32_t *result, bool inBlocks = true) {
         char *out = nullptr;
         size_t length = 0;
         FILE *const input = fmemopen(const_cast<char *>(in.data()), in.size(), "r");
         FILE *const output = open_memstream(&out, &length);
         char line[LINE_CAPACITY];
-        while (fgets(line, sizeof line, input) != nullptr)
+        while (!inBlocks && fgets(line, sizeof line, input) != nullptr)
             *result = processConfigLine(line, output, &session);
+        if (inBlocks)
+            *result = rewriteLines(input, output, &session);
         (void)fclose(input);
         (void)fclose(output);
         const std::string text(out, length);
@@ -231,6 +235,20 @@ TEST_P(Lines, AreCutAtTheBufferAndAtNul) {
     }
     int32_t result = -1;
     EXPECT_EQ("x\ny\n", transform(std::string("x\0lost\ny\n", 9), &result));
+}
+
+TEST_P(Lines, ComeOutOfBlocksAsOneByOne) {
+    const std::string ends[] = {"\n", "\n\n", "", " \npem.encrypted = no\n",
+                                std::string("\0z\n", 3)};
+    std::minstd_rand random(1);
+    for (int round = 0; round < 100; ++round) {
+        std::string in;
+        for (int line = 0; line < 40; ++line)
+            in += std::string(random() % (random() % 8 == 0 ? 70000 : 3000), 'x') +
+                  ends[random() % std::size(ends)];
+        int32_t result = -1;
+        EXPECT_TRUE(transform(in, &result, false) == transform(in, &result)) << round;
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(BothAlgorithms, Lines, ::testing::Values(1, 2));

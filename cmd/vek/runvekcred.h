@@ -86,12 +86,20 @@ extern CredentialKeyEntry credentialKeyTable[CREDENTIAL_KEYS + 1];
 
 inline constexpr int LINE_CAPACITY = 8192; // characters of one piece of a line with its terminator
 
+// Whether the first word of a line, which ends in a newline or NUL, begins with a key of the table. When
+// it does not, processConfigLine copies the line.
+[[nodiscard]] bool beginsWithTableKey(const char *line);
+
 // Writes what stands for `line` in the protected file to `output`. The line is changed while the function
 // runs and is not restored. Result: 0, or the code of the encryption that failed; the line was then
 // copied unchanged.
 [[nodiscard]] int32_t processConfigLine(char *line, FILE *output, SvcPBESession *session);
 
-// ---- Rewriting the file (runvekcred_rewrite.cpp, runvekcred_replace.cpp) -----------------------
+// ---- Rewriting the file (runvekcred_rewrite.cpp, runvekcred_lines.cpp, runvekcred_replace.cpp) -
+
+// Writes what stands for the lines of `input` to `output`, up to the first that fails. `input` was not read
+// from before. Result: 0, or that of processConfigLine.
+[[nodiscard]] int32_t rewriteLines(FILE *input, FILE *output, SvcPBESession *session);
 
 // Protects keystorePath: into outputPath, or in place when that is null or spelled like keystorePath.
 // `directory` is the locked directory of keystorePath (runvekcred_replace.h), or -1.

@@ -40,26 +40,19 @@ bool isBlank(char character) {
     return isspace(static_cast<unsigned char>(character)) != 0;
 }
 
+// Most lines of a large file are decided here, at the first or second character, so nothing is called.
 bool beginsWith(const char *text, const char *prefix) {
-    return strncmp(text, prefix, strlen(prefix)) == 0;
+    while (*prefix != '\0' && *text == *prefix) {
+        ++text;
+        ++prefix;
+    }
+    return *prefix == '\0';
 }
 
 const char *skipBlanks(const char *text) {
     while (isBlank(*text))
         ++text;
     return text;
-}
-
-// Whether a key of the table can be the first word of a line. Nearly every line of a large file ends
-// here, so the first characters are compared before a call.
-bool beginsWithTableKey(const char *word) {
-    for (const CredentialKeyEntry *row = credentialKeyTable; row->credentialKey != nullptr; ++row) {
-        if (*word == *row->credentialKey && beginsWith(word, row->credentialKey))
-            return true;
-        if (*word == *row->markerKey && beginsWith(word, row->markerKey))
-            return true;
-    }
-    return false;
 }
 
 // Writes the line and its newline in one call; the newline takes the terminator's place meanwhile.
@@ -167,11 +160,6 @@ int32_t transformLine(char *line, FILE *output, SvcPBESession *session) {
     size_t length = strlen(line);
     if (length > 0 && line[length - 1] == '\n')
         line[--length] = '\0';
-    if (!beginsWithTableKey(skipBlanks(line))) {
-        copyLine(line, length, output);
-        return 0;
-    }
-
     LineWords words = {};
     bool handled = false;
     int32_t result = 0;
@@ -186,6 +174,16 @@ int32_t transformLine(char *line, FILE *output, SvcPBESession *session) {
 }
 
 } // namespace
+
+bool beginsWithTableKey(const char *line) {
+    while (*line != '\n' && isBlank(*line))
+        ++line;
+    for (const CredentialKeyEntry *row = credentialKeyTable; row->credentialKey != nullptr; ++row) {
+        if (beginsWith(line, row->credentialKey) || beginsWith(line, row->markerKey))
+            return true;
+    }
+    return false;
+}
 
 int32_t processConfigLine(char *line, FILE *output, SvcPBESession *session) {
     TRC_ENTRY(FUNCTION_PROCESS_CONFIG_LINE);

@@ -24,8 +24,7 @@ struct Rewrite {
     FILE *input;
     FILE *output;
     char temporaryPath[SZTUC_PATH_CAPACITY];
-    // The streams' buffers are ours, because they hold clear credentials and are wiped.
-    char inputBuffer[STREAM_BUFFER_SIZE];
+    // The buffer of the output is ours, because it can hold clear credentials and is wiped.
     char outputBuffer[STREAM_BUFFER_SIZE];
 };
 
@@ -60,23 +59,12 @@ int32_t openFiles(Rewrite *rewrite) {
     rewrite->input = fopen(rewrite->keystorePath, "re");
     if (rewrite->input == nullptr)
         return reportCannotOpen(rewrite->keystorePath, errno);
-    (void)setvbuf(rewrite->input, rewrite->inputBuffer, _IOFBF, sizeof rewrite->inputBuffer);
     rewrite->output = openOutput(*rewrite);
     if (rewrite->output == nullptr)
         return reportCannotOpen(rewrite->outputPath, errno);
     (void)setvbuf(rewrite->output, rewrite->outputBuffer, _IOFBF, sizeof rewrite->outputBuffer);
     const int error = reserveRoom(rewrite->input, rewrite->output);
     return error == 0 ? 0 : reportCannotOpen(rewrite->outputPath, error);
-}
-
-// End of file and a read error are treated alike.
-int32_t rewriteLines(FILE *input, FILE *output, SvcPBESession *session) {
-    char line[LINE_CAPACITY];
-    int32_t reasonCode = 0;
-    while (reasonCode == 0 && fgets_unlocked(line, sizeof line, input) != nullptr)
-        reasonCode = processConfigLine(line, output, session);
-    svcWipe(line, sizeof line);
-    return reasonCode;
 }
 
 // Results of writes to an -o file are not examined. In place the old file goes only when the new bytes
