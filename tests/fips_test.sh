@@ -80,7 +80,8 @@ while read -r key configuration algorithm reader writer; do
     is "$name: nonces" 4 "$(grep -o '<VEK>[^!]*![^!]*' conf | sort -u | wc -l)"
     OPENSSL_CONF=$configuration
     is "$name: reading, fips=$reader" '0 0 0 0 abcd' "$(readers "$key" "$reader")"
-done < <(printf '%s\n' {"raw $provider",'raw strict','phrase strict'}\ {1,2}\ {yes,'yes -sm','no -sm'})
+done < <(printf '%s\n' {"raw $provider",'raw strict'}\ {1,2}\ {yes,'yes -sm','no -sm'} \
+    "phrase $provider 1 yes -sm" 'phrase strict 2 yes' "phrase $provider 2 no -sm")
 OPENSSL_CONF=$provider VEK_EXPECT_FIPS=yes "$VEK_BUILD/tests/pbe_test" --gtest_filter='Fips.*' >out ||
     is 'pbe_test with the provider' '' "$(cat out)"
 
