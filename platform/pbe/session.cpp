@@ -9,6 +9,7 @@
 #include "keyfile.h"
 #include "pbeinternal.h"
 
+#include <algorithm>
 #include <cstring>
 #include <openssl/err.h>
 
@@ -99,6 +100,18 @@ uint32_t openSession(SvcPBESession *session) {
     session->serviceState = state;
     session->serviceWord = OPEN_MARK;
     return SVC_PBE_OK;
+}
+
+// Through the pointer it is the library's copy that is called, and it is not left out.
+void *(*const volatile libraryCopy)(void *, const void *, size_t) = memcpy;
+
+// Whoever copied a buffer left a part of it in vector registers, and the dynamic linker and signal frames
+// put those on the stack. A copy of as many zeros goes through the same registers.
+void overwriteRegisters(int32_t length) {
+    static constexpr char ZEROS[SVC_PBE_STORED_LIMIT] = {};
+    char copy[sizeof ZEROS];
+    if (length > 0)
+        (void)libraryCopy(copy, ZEROS, std::min(static_cast<size_t>(length), sizeof ZEROS));
 }
 
 void wipeBytes(uint8_t *bytes, int32_t length) {
@@ -296,7 +309,8 @@ uint32_t svcPBERestore(SvcPBESession *session, const char *storedText, int32_t s
     return reason;
 }
 
-uint32_t svcPBEFreeBuf(void *buffer, int32_t /*length*/) {
+uint32_t svcPBEFreeBuf(void *buffer, int32_t length) {
+    overwriteRegisters(length);
     (void)svcFreeMemFn(/* subpool= */ 0, SVC_COMPONENT_VEK, /* allocation= */ 0, buffer);
     return SVC_PBE_OK;
 }
