@@ -9,6 +9,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <stdio_ext.h>
 #include <unistd.h>
 
 namespace {
@@ -78,11 +79,14 @@ int32_t settleOutput(const Rewrite &rewrite) {
     return error == 0 ? 0 : reportCannotOpen(rewrite.outputPath, error);
 }
 
-void closeFiles(const Rewrite &rewrite) {
+// What a failed run has not written yet may hold the credential at fault; the temporary file goes anyway.
+void closeFiles(const Rewrite &rewrite, int32_t reasonCode) {
     if (rewrite.input != nullptr)
         (void)fclose(rewrite.input);
     if (rewrite.output == nullptr)
         return;
+    if (rewrite.inPlace && reasonCode != 0)
+        __fpurge(rewrite.output);
     giveBackRoom(rewrite.output);
     (void)fclose(rewrite.output);
 }
@@ -109,7 +113,7 @@ int32_t rewriteKeystore(const char *keystorePath, const char *outputPath, int di
         reasonCode = rewriteLines(rewrite.input, rewrite.output, session);
     if (reasonCode == 0)
         reasonCode = settleOutput(rewrite);
-    closeFiles(rewrite);
+    closeFiles(rewrite, reasonCode);
     reasonCode = finish(rewrite, reasonCode, directory);
     svcWipe(&rewrite, sizeof rewrite);
     return reasonCode;
