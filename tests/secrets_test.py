@@ -1,0 +1,169 @@
+#!/usr/bin/python3
+"""No credential and no key is left behind: runs end in a debugger, and all their memory, their messages and
+their trace are searched for pieces of them."""
+import os
+import re
+import secrets
+import struct
+import subprocess
+import sys
+import tempfile
+
+import decrypt_value
+import new_content
+from cryptography.hazmat.primitives import hashes
+from cryptography.hazmat.primitives.kdf.hkdf import HKDF
+
+BUILD = os.environ["VEK_BUILD"]
+COMMAND = os.path.join(BUILD, "bin/runvekcred")
+# A process that has switched its dumps off shows its memory to root alone, so that call is left out.
+SCRIPT = b"""set confirm off
+set startup-with-shell off
+set breakpoint pending on
+set use-coredump-filter off
+set dump-excluded-mappings on
+tbreak prctl
+commands
+return (int)0
+continue
+end
+catch syscall exit_group
+run
+gcore core
+print $rdi
+"""
+PIECE, STEP = 8, 4  # any 11 bytes of a secret in a row are found
+SKIPPED = 77
+failures = []
+
+
+def token(length):
+    return secrets.token_hex(length)[:length].encode()
+
+
+CREDENTIALS = {b"pem.password": token(24), b"pkcs11.token_pin": token(24), b"crl.ldap.pass": token(24)}
+TOO_LONG = token(900)
+RAW = secrets.token_bytes(32)
+KEY_FILES = {
+    "raw": RAW,
+    "hexadecimal": RAW.hex().encode() + b"\n",
+    "base64": decrypt_value.base64.b64encode(RAW),
+    "passphrase": token(40) + b"\n",
+    "long": token(4097),
+}
+
+
+def default_key():
+    text = open(new_content.ANSWERS).read()
+    first, second = (bytes.fromhex(re.search(rf"^{name} (\w+)", text, re.M)[1]) for name in ("first", "second"))
+    return bytes(a ^ b for a, b in zip(first, reversed(second)))
+
+
+def keys_of(content):
+    """The content of a key file and everything that is derived from it."""
+    key = decrypt_value.initial_key(content, new_content.SALT)
+    return [content, key] + [HKDF(hashes.SHA256(), length, new_content.SALT, b"<VEK>%d" % digit).derive(key)
+                             for length, digit in ((64, 1), (32, 2))]
+
+
+def memory_of(core):
+    """The segments of an ELF core file, without its notes: registers are no memory."""
+    table, = struct.unpack_from("<Q", core, 32)
+    count, = struct.unpack_from("<H", core, 56)
+    segments = [struct.unpack_from("<IIQQQQ", core, table + 56 * i) for i in range(count)]
+    return b"".join(core[offset:offset + size] for kind, _, offset, _, _, size in segments if kind == 1)
+
+
+def search(name, place, data, wanted):
+    for secret_name, secret in wanted:
+        pieces = [secret[i:i + PIECE] for i in range(0, len(secret) - PIECE + 1, STEP)]
+        found = [index * STEP for index, piece in enumerate(pieces) if piece in data]
+        if found:
+            failures.append(f"{name}: {place}: {secret_name}, pieces at bytes {found} of {len(secret)}")
+
+
+def run(name, folder, command, status, wanted, environment):
+    """Stops the program at its last system call and searches what it has in memory and has written."""
+    trace, core = os.path.join(folder, "trace"), os.path.join(folder, "core")
+    debugger = subprocess.run(["gdb", "-nx", "-q", "-batch", "-x", "script", "--args", *command], cwd=folder,
+                              env={**os.environ, **environment}, capture_output=True)
+    if not os.path.exists(core):
+        print("skipped: tracing a process is not permitted here\n", debugger.stderr.decode())
+        sys.exit(SKIPPED)
+    memory = memory_of(open(core, "rb").read())
+    os.unlink(core)
+    if not debugger.stdout.endswith(b"$1 = %d\n" % status) or b"keystore.conf\0" not in memory:
+        failures.append(f"{name}: {debugger.stdout[-200:]!r} instead of exit status {status}, or no memory seen")
+    search(name, "messages", debugger.stdout + debugger.stderr, wanted)
+    search(name, "memory", memory, wanted)
+    if environment.get("ZTS_TRACE"):
+        lines = open(trace, "rb").readlines()
+        assert any(b"Read config line" in line for line in lines)
+        search(name, "trace", b"".join(line for line in lines if b"Read config line" not in line), wanted)
+
+
+def write(folder, name, content):
+    with open(os.path.join(folder, name), "wb") as file:
+        file.write(content)
+
+
+def run_command(folder, name, key_file, arguments, status=0, more=b"", environment=None):
+    lines = b"".join(b"%b = %b\n" % item for item in CREDENTIALS.items())
+    write(folder, "keystore.conf", b"cms.keystore = k\n" + lines + more)
+    write(folder, "key", KEY_FILES.get(key_file, b""))
+    keys = keys_of(KEY_FILES[key_file] if key_file else default_key())
+    wanted = [*CREDENTIALS.items(), ("the long one", TOO_LONG), *((f"key {i}", key) for i, key in enumerate(keys))]
+    run(name, folder, [COMMAND, "-f", "keystore.conf", *arguments], status, wanted, environment or {})
+    return wanted
+
+
+def search_writes(folder):
+    """The temporary file of a run that failed never held the credential at fault."""
+    write(folder, "keystore.conf", b"pem.password = x\npem.password2 = " + TOO_LONG)
+    subprocess.run(["strace", "-o", "writes", "-e", "trace=write", "-s", "9999", COMMAND, "-f", "keystore.conf"],
+                   cwd=folder, capture_output=True)
+    search("temporary file", "writes", open(folder + "/writes", "rb").read(), [("the long one", TOO_LONG)])
+
+
+def run_readers(folder):
+    reader = os.path.join(folder, "print_section")
+    source = os.path.join(os.environ["VEK_SOURCE"], "examples/print_section.c")
+    subprocess.run(["cc", "-I", BUILD + "/include", "-o", reader, source, "-L", BUILD + "/lib64", "-lztvek_r", "-lztmcs_r",
+                    f"-Wl,-rpath,{BUILD}/lib64", f"-Wl,-rpath-link,{BUILD}/lib64"], check=True)
+    more = b"pem.private = k\npem.public = c\npkcs11.library = l\npkcs11.certificate = c\npkcs11.token = t\ncrl.ldap.host = h\n"
+    wanted = run_command(folder, "protect for the readers", "raw", ["-sf", "key"], more=more)
+    for section in ("pem", "pkcs11", "crl"):
+        run(f"reader of {section}", folder, [reader, section, "keystore.conf"], 0, wanted,
+            {"ZTS_VEKCRED_KEYFILE": "key"})
+    write(folder, "other", KEY_FILES["passphrase"])
+    run("reader with another key", folder, [reader, "pem", "keystore.conf"], 1,
+        wanted + [("passphrase", KEY_FILES["passphrase"])], {"ZTS_VEKCRED_KEYFILE": "other"})
+
+
+def main():
+    too_long = b"pem.password2 = " + TOO_LONG + b"\n"
+    rows = [
+        ("default key", None, []),
+        *((f"-sf {kind}", kind, ["-sf", "key"]) for kind in ("raw", "hexadecimal", "base64", "passphrase")),
+        ("algorithm 1", "raw", ["-sf", "key", "-sp", "1"]),
+        ("algorithm 1, passphrase", "passphrase", ["-sf", "key", "-sp", "1"]),
+        ("variable", "raw", [], 0, b"", {"ZTS_VEKCRED_KEYFILE": "key"}),
+        ("configured key file", "raw", ["-o", "out"], 0, b"vekcred.keyfile = key\n"),
+        ("trace", "raw", [], 0, b"vekcred.keyfile = key\n", {"ZTS_TRACE": "trace"}),
+        ("key file too long", "long", ["-sf", "key"], 82),
+        ("credential too long", "raw", ["-sf", "key"], 85, too_long),
+        ("kept behind a marker", "raw", ["-sf", "key"], 0, b"pem.encrypted = yes\n" + too_long),
+        ("output cannot be opened", "raw", ["-sf", "key", "-o", "no/such"], 1),
+    ]
+    with tempfile.TemporaryDirectory() as folder:
+        write(folder, "script", SCRIPT)
+        for row in rows:
+            run_command(folder, *row)
+        run_readers(folder)
+        search_writes(folder)
+    print(f"{len(rows) + 5} runs searched", *failures, sep="\n")
+    return 1 if failures else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
