@@ -139,8 +139,6 @@ uint32_t openSession(SvcPBESession *session, const InitialKey &key, uint8_t *sal
 
 uint32_t initializePBE(const Attribution &caller, const char *keystorePath, char *itemName,
                        SvcPBESession *session, int32_t fips) {
-    if (session == nullptr)
-        return SZTU_BAD_ARGUMENTS;
     // The section is read even when the environment names the key file: a file that cannot be read
     // stops here in either case.
     char sectionKeyFile[SZTUC_PATH_CAPACITY] = {};
@@ -203,6 +201,9 @@ uint32_t sztouGetVEKCredConfig(char *keyFile, const char *keystorePath, char *it
 
 int32_t sztouInitializePBE(uint16_t component, uint32_t function, const char *keystorePath,
                            char *itemName, SvcPBESession *session, int32_t fips) {
+    // Key and salt of an open session are not to be overwritten.
+    if (session == nullptr || session->serviceState != nullptr)
+        return SZTU_BAD_ARGUMENTS;
     if (trcActive(TRC_FUNCTIONS))
         trc_FNC_entry(component, function);
     const uint32_t result =

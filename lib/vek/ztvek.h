@@ -2,8 +2,9 @@
  * ztvek.h - configuration library of the security component (library libztvek_r), C11 and C++20.
  *
  * The library finds keystore.conf, reads and parses it, and fills one record per section. A caller of
- * the readers needs this header and -lztvek_r, nothing else; svcWipe and the other functions of ztsvc.h and
- * ztpbe.h, which this header includes, are in -lztmcs_r. keystore.conf(5) describes the file.
+ * the readers needs this header and -lztvek_r. The header includes ztsvc.h and ztpbe.h, whose functions
+ * (svcWipe among them) are in -lztmcs_r; pkg-config and CMake name both. keystore.conf(5) describes the
+ * file.
  *
  * Rules that hold everywhere:
  *  - Result codes. A function returns a code of enum SztuResult, 0 for success; a reader that decrypts
@@ -18,7 +19,9 @@
  *    the record first, and read a field with its capacity as limit.
  *  - After a failure the fields read before it keep their new values; fields after it are not written.
  *  - Error keys. A reader sets the buffer to its section's name and appends the key at fault, for
- *    example "pem.private". SZTOU_ERROR_KEY_CAPACITY bytes are enough for every reader.
+ *    example "pem.private"; an LDAP password that cannot be decrypted is "crl.token_pin". When the
+ *    cipher session cannot be opened, the buffer says "vekcred" or "vekcred.keyfile".
+ *    SZTOU_ERROR_KEY_CAPACITY bytes are enough for every reader.
  *  - Messages. Numbered messages go to standard error while sztUseLogErrorMessage is not 0.
  *  - Threads. Every function may be called from any thread with its own record, list and buffers. The
  *    channel cache has no lock: fill and release it while no reader runs. Set sztUseLogErrorMessage
@@ -175,10 +178,11 @@ ZT_EXPORT void sztucFreeConfigList(void *list);
 /* ---- Section "cms": key store, and the channel cache --------------------------------------- */
 
 typedef struct SztouKsConfig {
-    char certificate[1024]; /* label of the certificate (of the channel's, in the channel reader) */
-    int32_t fips;           /* 1 or 0; absent 0 */
-    int32_t forceFipsOff;   /* 1 or 0; absent 0; written by sztouGetMCAConfig only */
-    char keystore[1024];    /* path of the key store */
+    char certificate
+        [1024];   /* label of the certificate (of the channel's, in the channel reader); required */
+    int32_t fips; /* 1 or 0; absent 0 */
+    int32_t forceFipsOff; /* 1 or 0; absent 0; written by sztouGetMCAConfig only */
+    char keystore[1024];  /* path of the key store; required */
 } SztouKsConfig;
 
 /*
@@ -275,9 +279,9 @@ typedef struct SztouPemConfig {
     char reserved[1024];   /* not read or written by the readers */
     int32_t fips;          /* 1 or 0; absent 0 */
     int32_t forceFipsOff;  /* 1 or 0; absent 0; written by sztouGetMCAPemConfig only */
-    char privateKey[1024]; /* key "private": PEM file of the private key */
-    char publicKey[1024];  /* key "public": PEM file of the certificate */
-    char password[256];    /* password of the private key, in clear */
+    char privateKey[1024]; /* key "private": PEM file of the private key; required */
+    char publicKey[1024];  /* key "public": PEM file of the certificate; required */
+    char password[256];    /* password of the private key, in clear; required */
     int32_t checkpurpose;  /* 2 check extended key usage, 1 do not, 0 not settled; absent 1, in the
                               channel reader 0 */
     int32_t encrypted;     /* 1 the password is stored encrypted, else 0; absent 0 */
@@ -306,12 +310,12 @@ ZT_EXPORT uint32_t sztouGetMCAPemConfig(SztouPemConfig *config, const char *chan
 /* ---- Section "pkcs11" ---------------------------------------------------------------------- */
 
 typedef struct SztouPkcs11Config {
-    char certificate[1024];         /* certificate on the token */
+    char certificate[1024];         /* certificate on the token; required */
     int32_t fips;                   /* 1 or 0; absent 0 */
     int32_t secondFlag;             /* not touched by the reader */
-    char library[4096];             /* PKCS #11 module */
-    char token[1024];               /* label of the token */
-    char token_pin[1024];           /* PIN of the token, in clear */
+    char library[4096];             /* PKCS #11 module; required */
+    char token[1024];               /* label of the token; required */
+    char token_pin[1024];           /* PIN of the token, in clear; required */
     char secondary_keystore[1024];  /* absent: all zero */
     int32_t secondaryKeystoreState; /* 0 when secondary_keystore is present; absent: not written */
     int32_t encrypted;              /* 1 the PIN is stored encrypted, else 0; absent 0 */

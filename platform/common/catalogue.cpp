@@ -29,9 +29,9 @@ constexpr CatalogueEntry ENTRIES[] = {
      "counts from the working directory. Correct the path, or make it a file of 1 to 4096 "
      "bytes that this user may read."},
     {SVC_MSG_PBE_FAILED,
-     "The credential service failed and keystore.conf was not changed. Where runvekcred "
-     "stopped at a credential, a run with -o and a new file shows which: its line is the "
-     "last one of that file. Reason %c%r."},
+     "The credential service failed: a credential was neither encrypted nor decrypted, and "
+     "keystore.conf is as it was. Which one stopped runvekcred, a run with -o and a new file "
+     "shows: its line is the last one there. Reason %c%r."},
     {SVC_MSG_DEFAULT_KEY,
      "No initial key file is named, so the built-in default key is used. Anyone who has "
      "this program can read a value protected with it. For a key of your own, name a key "

@@ -156,11 +156,11 @@ uint32_t pbeCheckTag(PbeCipher *cipher, std::span<const char> body, const PbePar
     uint8_t expected[sizeof parts.tag];
     const uint32_t reason =
         pbeReasonOf(authenticate(cipher, body, expected), SVC_PBE_CRYPTO_FAILED);
+    const size_t tagLength = pbeShapeOf(SVC_PBE_ALGORITHM_CBC_HMAC)->tagLength;
+    const bool isEqual = reason == SVC_PBE_OK && CRYPTO_memcmp(expected, parts.tag, tagLength) == 0;
+    svcWipe(expected, sizeof expected); // for a changed text it is the tag that a forger lacks
     if (reason != SVC_PBE_OK)
         return reason;
-    const size_t tagLength = pbeShapeOf(SVC_PBE_ALGORITHM_CBC_HMAC)->tagLength;
-    const bool isEqual = CRYPTO_memcmp(expected, parts.tag, tagLength) == 0;
-    svcWipe(expected, sizeof expected); // for a changed text it is the tag that a forger lacks
     return isEqual ? SVC_PBE_OK : SVC_PBE_AUTHENTICATION_FAILED;
 }
 
