@@ -1,6 +1,6 @@
 # shellcheck shell=bash disable=SC2034
-# tools/prepare.sh - sourced by ./demo, ./test and .ci/run, in the project's folder: installs missing
-# packages and runs steps whose output only matters when they fail.
+# tools/prepare.sh - sourced by ./demo, ./test, bench/run and .ci/run, in the project's folder: installs
+# missing packages and runs steps whose output only matters when they fail.
 
 # The Debian packages by purpose. This is the only list of them.
 packages_build=(cmake g++ libssl-dev ninja-build)
@@ -9,6 +9,8 @@ packages_check=(ansible-core clang-14 clang-format-14 git)
 packages_analyse=(clang-14 clang-tidy-14 cppcheck)
 packages_fuzz=(clang-14 libclang-rt-14-dev llvm-14)
 packages_package=(dpkg-dev file)
+packages_bench=(hyperfine libbenchmark-dev pkg-config)
+packages_peers=(libglib2.0-dev libinih-dev mawk)
 packages_fips=(dpkg-dev g++ make openssl perl)
 
 # Settings of the caller's own must not reach a run of the command.

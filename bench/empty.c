@@ -1,0 +1,4 @@
+/* empty.c - what starting any program costs. */
+int main(void) {
+    return 0;
+}
