@@ -6,6 +6,7 @@ command=$VEK_BUILD/bin/runvekcred
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 cd "$scratch" || exit 1
+unset ZTS_TRACE # a limit for the size of files would count for it too
 failures=0
 checks=0
 skipped=0
@@ -44,7 +45,7 @@ waiting=$!
 
 # --- A full disk: every number of free pages around the reservation, with and without fallocate
 disk() {
-  mount -t tmpfs -o size=256k tmpfs disk || exit 77
+  mount -t tmpfs -o size=256k tmpfs disk
   local free prefix
   for free in 0 1 2 3 28 29 40; do
     for prefix in '' 'strace -fo /dev/null -e trace=fallocate -e inject=fallocate:error=EOPNOTSUPP'; do
@@ -62,7 +63,7 @@ disk() {
 mkdir disk
 export -f disk run is states
 export command scratch checks failures
-if unshare -Urm true 2>/dev/null; then
+if unshare -Urm mount -t tmpfs tmpfs disk 2>/dev/null; then
   unshare -Urm bash -c disk && read -r checks failures <counts || failures=$((failures + 1))
 else
   skipped=1

@@ -14,8 +14,11 @@ import new_content
 from cryptography.hazmat.primitives import hashes
 from cryptography.hazmat.primitives.kdf.hkdf import HKDF
 
+os.environ["ZTS_TRACE"] = ""
 BUILD = os.environ["VEK_BUILD"]
 COMMAND = os.path.join(BUILD, "bin/runvekcred")
+PIECE, STEP = 8, 4  # any 11 bytes of a secret in a row are found
+SKIPPED = 77
 # A process that has switched its dumps off shows its memory to root alone, so that call is left out.
 SCRIPT = b"""set confirm off
 set startup-with-shell off
@@ -32,9 +35,6 @@ run
 gcore core
 print $rdi
 """
-PIECE, STEP = 8, 4  # any 11 bytes of a secret in a row are found
-SKIPPED = 77
-failures = []
 
 
 def token(length):
@@ -44,26 +44,20 @@ def token(length):
 CREDENTIALS = {b"pem.password": token(24), b"pkcs11.token_pin": token(24), b"crl.ldap.pass": token(24)}
 TOO_LONG = token(900)
 RAW = secrets.token_bytes(32)
-KEY_FILES = {
-    "raw": RAW,
-    "hexadecimal": RAW.hex().encode() + b"\n",
-    "base64": decrypt_value.base64.b64encode(RAW),
-    "passphrase": token(40) + b"\n",
-    "long": token(4097),
-}
+KEY_FILES = {"raw": RAW, "hexadecimal": RAW.hex().encode() + b"\n", "long": token(4097),
+             "base64": decrypt_value.base64.b64encode(RAW), "passphrase": token(40) + b"\n"}
+failures = []
 
 
-def default_key():
-    text = open(new_content.ANSWERS).read()
-    first, second = (bytes.fromhex(re.search(rf"^{name} (\w+)", text, re.M)[1]) for name in ("first", "second"))
-    return bytes(a ^ b for a, b in zip(first, reversed(second)))
-
-
-def keys_of(content):
-    """The content of a key file and everything that is derived from it."""
+def wanted_of(key_file):
+    """All credentials, the content of the key file and everything that is derived from it."""
+    first, second = (bytes.fromhex(re.search(rf"^{name} (\w+)", open(new_content.ANSWERS).read(), re.M)[1])
+                     for name in ("first", "second"))
+    content = KEY_FILES.get(key_file, bytes(a ^ b for a, b in zip(first, reversed(second))))
     key = decrypt_value.initial_key(content, new_content.SALT)
-    return [content, key] + [HKDF(hashes.SHA256(), length, new_content.SALT, b"<VEK>%d" % digit).derive(key)
-                             for length, digit in ((64, 1), (32, 2))]
+    derived = [HKDF(hashes.SHA256(), length, new_content.SALT, b"<VEK>%d" % digit).derive(key)
+               for length, digit in ((64, 1), (32, 2))]
+    return {**CREDENTIALS, "too long": TOO_LONG, "key file": content, "key": key, "derived": b"".join(derived)}
 
 
 def memory_of(core):
@@ -75,31 +69,10 @@ def memory_of(core):
 
 
 def search(name, place, data, wanted):
-    for secret_name, secret in wanted:
-        pieces = [secret[i:i + PIECE] for i in range(0, len(secret) - PIECE + 1, STEP)]
-        found = [index * STEP for index, piece in enumerate(pieces) if piece in data]
+    for secret_name, secret in wanted.items():
+        found = [i for i in range(0, len(secret) - PIECE + 1, STEP) if secret[i:i + PIECE] in data]
         if found:
             failures.append(f"{name}: {place}: {secret_name}, pieces at bytes {found} of {len(secret)}")
-
-
-def run(name, folder, command, status, wanted, environment):
-    """Stops the program at its last system call and searches what it has in memory and has written."""
-    trace, core = os.path.join(folder, "trace"), os.path.join(folder, "core")
-    debugger = subprocess.run(["gdb", "-nx", "-q", "-batch", "-x", "script", "--args", *command], cwd=folder,
-                              env={**os.environ, **environment}, capture_output=True)
-    if not os.path.exists(core):
-        print("skipped: tracing a process is not permitted here\n", debugger.stderr.decode())
-        sys.exit(SKIPPED)
-    memory = memory_of(open(core, "rb").read())
-    os.unlink(core)
-    if not debugger.stdout.endswith(b"$1 = %d\n" % status) or b"keystore.conf\0" not in memory:
-        failures.append(f"{name}: {debugger.stdout[-200:]!r} instead of exit status {status}, or no memory seen")
-    search(name, "messages", debugger.stdout + debugger.stderr, wanted)
-    search(name, "memory", memory, wanted)
-    if environment.get("ZTS_TRACE"):
-        lines = open(trace, "rb").readlines()
-        assert any(b"Read config line" in line for line in lines)
-        search(name, "trace", b"".join(line for line in lines if b"Read config line" not in line), wanted)
 
 
 def write(folder, name, content):
@@ -107,14 +80,44 @@ def write(folder, name, content):
         file.write(content)
 
 
+def run(name, folder, command, status, wanted, environment):
+    """Stops the program at its last system call and searches what it has in memory and has written."""
+    debugger = subprocess.run(["gdb", "-nx", "-q", "-batch", "-x", "script", "--args", *command], cwd=folder,
+                              env={**os.environ, **environment}, capture_output=True)
+    if not os.path.exists(folder + "/core"):
+        print("skipped: tracing a process is not permitted here\n", debugger.stderr.decode())
+        sys.exit(SKIPPED)
+    memory = memory_of(open(folder + "/core", "rb").read())
+    os.unlink(folder + "/core")
+    if not debugger.stdout.endswith(b"$1 = %d\n" % status) or b"keystore.conf\0" not in memory:
+        failures.append(f"{name}: {debugger.stdout[-200:]!r} instead of exit status {status}, or no memory seen")
+    search(name, "messages", debugger.stdout + debugger.stderr, wanted)
+    search(name, "memory", memory, wanted)
+    if "ZTS_TRACE" in environment:
+        lines = open(folder + "/trace", "rb").readlines()
+        parsed = [line for line in lines if b"Read config line" in line]
+        assert 0 < len(parsed) < len(lines)
+        search(name, "trace", b"".join(line for line in lines if line not in parsed), wanted)
+
+
 def run_command(folder, name, key_file, arguments, status=0, more=b"", environment=None):
     lines = b"".join(b"%b = %b\n" % item for item in CREDENTIALS.items())
-    write(folder, "keystore.conf", b"cms.keystore = k\n" + lines + more)
+    write(folder, "keystore.conf", lines + more)
     write(folder, "key", KEY_FILES.get(key_file, b""))
-    keys = keys_of(KEY_FILES[key_file] if key_file else default_key())
-    wanted = [*CREDENTIALS.items(), ("the long one", TOO_LONG), *((f"key {i}", key) for i, key in enumerate(keys))]
-    run(name, folder, [COMMAND, "-f", "keystore.conf", *arguments], status, wanted, environment or {})
-    return wanted
+    run(name, folder, [COMMAND, "-f", "keystore.conf", *arguments], status, wanted_of(key_file),
+        environment or {})
+
+
+def run_readers(folder):
+    subprocess.run(["cc", "-I", BUILD + "/include", "-o", folder + "/print_section",
+                    os.environ["VEK_SOURCE"] + "/examples/print_section.c", "-L", BUILD + "/lib64", "-lztvek_r",
+                    "-lztmcs_r", f"-Wl,-rpath,{BUILD}/lib64,-rpath-link,{BUILD}/lib64"], check=True)
+    more = b"pem.private = k\npem.public = c\npkcs11.library = l\npkcs11.certificate = c\npkcs11.token = t\n"
+    run_command(folder, "before the readers", "raw", ["-sf", "key"], more=more + b"crl.ldap.host = h\n")
+    write(folder, "other", KEY_FILES["passphrase"])
+    for section, key, status in (("pem", "key", 0), ("pkcs11", "key", 0), ("crl", "key", 0), ("pem", "other", 1)):
+        run(f"reader of {section}", folder, ["./print_section", section, "keystore.conf"], status,
+            {**wanted_of("raw"), "passphrase": KEY_FILES["passphrase"]}, {"ZTS_VEKCRED_KEYFILE": key})
 
 
 def search_writes(folder):
@@ -122,34 +125,20 @@ def search_writes(folder):
     write(folder, "keystore.conf", b"pem.password = x\npem.password2 = " + TOO_LONG)
     subprocess.run(["strace", "-o", "writes", "-e", "trace=write", "-s", "9999", COMMAND, "-f", "keystore.conf"],
                    cwd=folder, capture_output=True)
-    search("temporary file", "writes", open(folder + "/writes", "rb").read(), [("the long one", TOO_LONG)])
-
-
-def run_readers(folder):
-    reader = os.path.join(folder, "print_section")
-    source = os.path.join(os.environ["VEK_SOURCE"], "examples/print_section.c")
-    subprocess.run(["cc", "-I", BUILD + "/include", "-o", reader, source, "-L", BUILD + "/lib64", "-lztvek_r", "-lztmcs_r",
-                    f"-Wl,-rpath,{BUILD}/lib64", f"-Wl,-rpath-link,{BUILD}/lib64"], check=True)
-    more = b"pem.private = k\npem.public = c\npkcs11.library = l\npkcs11.certificate = c\npkcs11.token = t\ncrl.ldap.host = h\n"
-    wanted = run_command(folder, "protect for the readers", "raw", ["-sf", "key"], more=more)
-    for section in ("pem", "pkcs11", "crl"):
-        run(f"reader of {section}", folder, [reader, section, "keystore.conf"], 0, wanted,
-            {"ZTS_VEKCRED_KEYFILE": "key"})
-    write(folder, "other", KEY_FILES["passphrase"])
-    run("reader with another key", folder, [reader, "pem", "keystore.conf"], 1,
-        wanted + [("passphrase", KEY_FILES["passphrase"])], {"ZTS_VEKCRED_KEYFILE": "other"})
+    search("temporary file", "writes", open(folder + "/writes", "rb").read(), {"too long": TOO_LONG})
 
 
 def main():
     too_long = b"pem.password2 = " + TOO_LONG + b"\n"
+    keyfile = b"vekcred.keyfile = key\n"
     rows = [
         ("default key", None, []),
         *((f"-sf {kind}", kind, ["-sf", "key"]) for kind in ("raw", "hexadecimal", "base64", "passphrase")),
         ("algorithm 1", "raw", ["-sf", "key", "-sp", "1"]),
         ("algorithm 1, passphrase", "passphrase", ["-sf", "key", "-sp", "1"]),
         ("variable", "raw", [], 0, b"", {"ZTS_VEKCRED_KEYFILE": "key"}),
-        ("configured key file", "raw", ["-o", "out"], 0, b"vekcred.keyfile = key\n"),
-        ("trace", "raw", [], 0, b"vekcred.keyfile = key\n", {"ZTS_TRACE": "trace"}),
+        ("configured key file", "raw", ["-o", "out"], 0, keyfile),
+        ("trace", "raw", [], 0, keyfile, {"ZTS_TRACE": "trace"}),
         ("key file too long", "long", ["-sf", "key"], 82),
         ("credential too long", "raw", ["-sf", "key"], 85, too_long),
         ("kept behind a marker", "raw", ["-sf", "key"], 0, b"pem.encrypted = yes\n" + too_long),
@@ -161,7 +150,7 @@ def main():
             run_command(folder, *row)
         run_readers(folder)
         search_writes(folder)
-    print(f"{len(rows) + 5} runs searched", *failures, sep="\n")
+    print(f"{len(rows) + 6} runs searched", *failures, sep="\n")
     return 1 if failures else 0
 
 
