@@ -9,26 +9,6 @@ if [ "${1-}" != absent ]; then
     provider=${VEK_FIPS_CONF:-$("$VEK_SOURCE/tools/build-fips-provider" --find)}
     [ -f "$provider" ] || { echo 'SKIPPED: FIPS mode was not tested with a provider' && exit 77; }
 fi
-cat >readers.c <<'END'
-#include <stdio.h>
-#include <string.h>
-#include <ztvek.h>
-int main(int count, char **arguments) {
-    static SztouPemConfig pem, channel;
-    static SztouPkcs11Config token;
-    static SztouCrlConfig crl;
-    char key[SZTOU_ERROR_KEY_CAPACITY];
-    const char *const path = arguments[count - 2];
-    printf("%u", sztouGetPemConfig(&pem, path, key));
-    printf(" %u", sztouGetMCAPemConfig(&channel, "HUB", path, key));
-    printf(" %u", sztouGetPkcs11Config(&token, path, key));
-    printf(" %u", sztouGetCrlConfig(&crl, path, key, strcmp(arguments[count - 1], "yes") == 0));
-    printf(" %s%s%s%s\n", pem.password, channel.password, token.token_pin, crl.ldapServers[0].pass);
-}
-END
-sanitize=$(sed -n 's/^VEK_SANITIZE:[A-Z]*=\(.\)/-fsanitize=\1/p' "$VEK_BUILD/CMakeCache.txt")
-cc ${sanitize:+"$sanitize"} -I"$VEK_BUILD/include" -o readers readers.c -L"$VEK_BUILD/lib64" -lztvek_r \
-    -Wl,-rpath,"$VEK_BUILD/lib64" -Wl,-rpath-link,"$VEK_BUILD/lib64" || exit 1
 printf '%s\n' pem.{private,public}{,.channel.HUB}=/file pkcs11.{library,certificate,token}=x pem.password=a \
     pem.password.channel.HUB=b pem.encrypted.channel.HUB=YES pkcs11.token_pin=c crl.ldap.{host=h,pass=d} >clear
 printf 'fourteen bytes\n' >phrase
@@ -49,7 +29,7 @@ write() {
 # readers KEY FIPS: the results of the four readers, and the credentials
 readers() {
     { printf '%s\n' "pem.fips=$2" "pkcs11.fips=$2" && cat conf; } >marked
-    ZTS_VEKCRED_KEYFILE=$1 ./readers marked "$2" 2>err
+    ZTS_VEKCRED_KEYFILE=$1 "$VEK_BUILD/tests/credentials" marked "$2" 2>err
 }
 # refuses NAME CONFIGURATION MODULES KEY
 refuses() {
