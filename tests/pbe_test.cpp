@@ -110,6 +110,7 @@ TEST(KnownAnswers, ComeOutAndNoOtherTextOrKeyDoes) {
         ASSERT_EQ(0U, session.open());
         EXPECT_EQ(bytesOf(clear), session.restore(stored));
         EXPECT_EQ(digit, static_cast<int>(session.algorithm));
+        EXPECT_NE("", session.save("x")); // with the other algorithm
         for (size_t i = 0; i < stored.size(); ++i) {
             std::string changed = stored;
             changed[i] = changed[i] == 'A' ? 'B' : 'A';
@@ -241,6 +242,8 @@ TEST(KeyFile, IsReleasedAtTheEndOfTheProgram) {
     EXPECT_EQ(before, liveAllocations);
 }
 
+const std::string LONG_LABEL(64, 'l');
+
 TEST(Session, RefusesAnUnusableRecord) {
     void (*const spoilers[])(SvcPBESession *) = {
         [](SvcPBESession *record) { record->algorithm = 0; },
@@ -248,9 +251,15 @@ TEST(Session, RefusesAnUnusableRecord) {
         [](SvcPBESession *record) { record->label = nullptr; },
         [](SvcPBESession *record) { record->label = ""; },
         [](SvcPBESession *record) { record->label = "a!b"; },
+        [](SvcPBESession *record) { record->label = "a b"; },
+        [](SvcPBESession *record) { record->label = "a#b"; },
+        [](SvcPBESession *record) { record->label = "a\x7F"; },
+        [](SvcPBESession *record) { record->label = LONG_LABEL.c_str(); },
         [](SvcPBESession *record) { record->key = nullptr; },
         [](SvcPBESession *record) { record->keyLength = 0; },
         [](SvcPBESession *record) { record->salt = nullptr; },
+        [](SvcPBESession *record) { record->saltLength = 0; },
+        [](SvcPBESession *record) { record->serviceState = record; },
         [](SvcPBESession *record) { record->serviceWord = 1; }};
     for (const auto spoil : spoilers) {
         Session session(SVC_PBE_ALGORITHM_GCM);
@@ -261,6 +270,38 @@ TEST(Session, RefusesAnUnusableRecord) {
                   session.open());
         EXPECT_EQ("", session.save("x"));
     }
+}
+
+TEST(Session, RefusesMissingArguments) {
+    Session session(SVC_PBE_ALGORITHM_GCM);
+    ASSERT_EQ(0U, session.open());
+    SvcPBESession *const open = &session.record;
+    const char *const text = "x";
+    char *out;
+    uint8_t *key;
+    int32_t length;
+    const uint32_t reasons[] = {svcPBEInit(0, 0, nullptr),
+                                svcPBETerm(nullptr, SVC_PBE_TERM_CLOSE),
+                                svcPBESave(nullptr, text, 1, &out, &length),
+                                svcPBESave(open, nullptr, 1, &out, &length),
+                                svcPBESave(open, text, -1, &out, &length),
+                                svcPBESave(open, text, 1, nullptr, &length),
+                                svcPBESave(open, text, 1, &out, nullptr),
+                                svcPBERestore(nullptr, text, 1, nullptr, &out, &length),
+                                svcPBERestore(open, nullptr, 1, nullptr, &out, &length),
+                                svcPBERestore(open, text, -1, nullptr, &out, &length),
+                                svcPBERestore(open, text, 1, nullptr, nullptr, &length),
+                                svcPBERestore(open, text, 1, nullptr, &out, nullptr),
+                                svcPBEReadInitialKeyFile(nullptr, &key, &length),
+                                svcPBEReadInitialKeyFile("/", nullptr, &length),
+                                svcPBEReadInitialKeyFile("/", &key, nullptr)};
+    for (const uint32_t reason : reasons)
+        EXPECT_EQ(SVC_PBE_BAD_ARGUMENTS + 0U, reason) << &reason - reasons;
+    session.record.key = nullptr; // needed until the first value
+    (void)session.save("x");
+    EXPECT_EQ(SVC_PBE_BAD_ARGUMENTS + 0U, session.reason);
+    EXPECT_EQ(0U, svcPBETerm(open, SVC_PBE_TERM_WIPE));
+    EXPECT_EQ(nullptr, svcPBEReasonText(0x12345678));
 }
 
 TEST(Session, IsOpenedOnceAndWipesWhatItIsToldTo) {
@@ -286,7 +327,7 @@ TEST(Session, SharesNoNonceWithAChildProcess) {
     const pid_t child = fork();
     const std::string nonce = session.save("x").substr(0, 23);
     if (child == 0)
-        _exit(write(ends[1], nonce.data(), nonce.size()) == 23 ? 0 : 1);
+        exit(write(ends[1], nonce.data(), nonce.size()) == 23 ? 0 : 1);
     char childNonce[23] = {};
     EXPECT_EQ(23, read(ends[0], childNonce, sizeof childNonce));
     EXPECT_NE(nonce, std::string(childNonce, sizeof childNonce));

@@ -1,14 +1,13 @@
 // The common services, the trace and the utility library.
 #include "catalogue.h"
+#include "keystore_file.h"
 #include "ztpbe.h"
+#include "zttrc.h"
 #include "ztutl.h"
 
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
-#include <gtest/gtest.h>
 #include <set>
-#include <string>
 
 namespace {
 
@@ -140,6 +139,58 @@ TEST(Startup, RefusesWhatIsNotUsable) {
     EXPECT_EQ(uint32_t{SVC_BAD_ARGUMENTS}, thdProcess.initReason);
     context.handle = 1;
     EXPECT_EQ(uint32_t{SVC_BAD_ARGUMENTS}, svcInitializeEx(48, 7, 0, 0, 0, 0, 0, 0, &context));
+}
+
+TEST(Services, RefuseMissingArguments) {
+    char text[8];
+    SvcMiniSubpool other = {svcIC_MINI_SUBPOOL.handle, svcIC_MINI_SUBPOOL.word + 1};
+    const uint32_t results[] = {svcGetMemFn(0, 16, 1, 1, 0, nullptr),
+                                svcCheckConsistency(nullptr),
+                                svcStrerrorEx(1, nullptr, sizeof text, 0, 1),
+                                svcStrerrorEx(1, text, 0, 0, 1),
+                                svcInitializeEx(48, 7, 0, 0, 0, 0, 0, 0, nullptr),
+                                svcInitializeEx(48, 7, 1, 0, 0, 0, 0, 0, &other),
+                                svcInitializeEx(48, 7, 0, 0, 0, 0, 0, 0, &other)};
+    for (const uint32_t result : results)
+        EXPECT_EQ(SVC_BAD_ARGUMENTS + 0U, result) << &result - results;
+    --other.word;
+    EXPECT_EQ(0U, svcInitializeEx(48, SVC_SERVICE_MEMORY, 0, 0, 0, 0, 0, 0, &other));
+}
+
+TEST(Environment, TellsWhoAndWhatIsNotThere) {
+    struct passwd entry;
+    char scratch[1024];
+    EXPECT_EQ(ENOENT + 0U, svcGetpwuid(4000000000, &entry, scratch, sizeof scratch));
+    EXPECT_EQ(ERANGE + 0U, svcGetpwuid(0, &entry, scratch, 1));
+    int32_t exists = 1;
+    EXPECT_EQ(0U, svcFileExists("/dev/null/x", &exists));
+    EXPECT_EQ(0, exists);
+    EXPECT_EQ(ENAMETOOLONG + 0U, svcFileExists(std::string(5000, 'x').c_str(), &exists));
+}
+
+// The file is named before the first record of the process, and holds a line for each.
+TEST(Trace, ShowsDepthAndCutsWhatIsTooLong) {
+    if ((thdProcess.traceFlags & TRC_UNSETTLED) == 0)
+        GTEST_SKIP() << "another test of this process came first";
+    const TemporaryFile file("");
+    (void)setenv("ZTS_TRACE", file.path.c_str(), 1);
+    constexpr int DEPTH = TRC_DEEPEST + 2;
+    for (int i = 0; i < DEPTH; ++i)
+        trc_FNC_entry(16, 1);
+    trc_parms("deep", 1, "%s", std::string(20000, 'x').c_str());
+    for (int i = 0; i < DEPTH; ++i)
+        trc_FNC_retcode(16, 1, i);
+    trc_FNC_retcode(16, 1, 0); // one too many
+    trc_FNC_text(16, 2, "a text");
+    std::ifstream trace(file.path);
+    std::string lines[2 * DEPTH + 4]; // and the end of the file
+    for (std::string &line : lines)
+        (void)std::getline(trace, line);
+    EXPECT_TRUE(lines[DEPTH - 1].ends_with("16:1   " + std::string(2 * TRC_DEEPEST, ' ')));
+    EXPECT_EQ(10238U, lines[DEPTH].size());
+    EXPECT_TRUE(lines[2 * DEPTH].ends_with("16:1   rc=33")) << lines[2 * DEPTH];
+    EXPECT_TRUE(lines[2 * DEPTH + 2].ends_with("16:2   a text")) << lines[2 * DEPTH + 2];
+    EXPECT_TRUE(trace.eof());
 }
 
 TEST(Failures, AreKeptWithTheirPlace) {

@@ -124,6 +124,8 @@ TEST(Lookup, OfATextKnowsRequiredOptionalAndTwice) {
     sztucFreeConfigList(list);
     char field[8];
     EXPECT_EQ(2U, sztouGetConfigValue(nullptr, nullptr, "key", field, sizeof field, 0));
+    EXPECT_EQ(2U, sztouGetVEKCredConfig(nullptr, nullptr, nullptr));
+    EXPECT_EQ(11U, sztucParseConfigFile(nullptr, nullptr));
 }
 
 TEST(Lookup, OfIntegersAndLogicalsTakesExactlyTheirWords) {
