@@ -5,7 +5,7 @@ command=$VEK_BUILD/bin/runvekcred
 scratch=$(mktemp -d)
 trap 'chmod -R u+w "$scratch"; rm -rf "$scratch"' EXIT
 cd "$scratch" || exit 1
-unset ZTS_KEYSTORE_CONF ZTS_VEKCRED_KEYFILE ZTS_TRACE
+unset ZTS_KEYSTORE_CONF ZTS_VEKCRED_KEYFILE
 export HOME=$scratch
 failures=0
 checks=0
@@ -60,6 +60,11 @@ fresh
 run 'nothing at the standard place' 12 'ZTM9062E'
 check 'names the file and why' names "'$scratch/.zts/keystore.conf'"
 check 'and why' names 'No such file or directory'
+if unshare -U --map-user=4000000 true 2>/dev/null; then
+  name='a user who has no home'
+  env -u HOME unshare -U --map-user=4000000 "$command" >out 2>err
+  check 'ends with 15, without a message' test "$? $(wc -c <err)" = '15 0'
+fi
 mkdir .zts && cp conf .zts/keystore.conf
 run 'standard place' 0 'ZTM6339W ZTM9105I'
 check 'protected' is_protected .zts/keystore.conf
@@ -114,7 +119,8 @@ printf 'a passphrase of some length\n' >good
 printf '%064d\n' 7 >hex
 cp conf sample
 printf 'vekcred.keyfile = hex\n' >>sample
-for row in 'default|conf||' 'configured|sample||' 'variable|sample|good|' 'option|sample|no/such|good'; do
+{ cat conf && printf 'vekcred.other = x\n'; } >other
+for row in 'default|other||' 'configured|sample||' 'variable|sample|good|' 'option|sample|no/such|good'; do
   IFS='|' read -r name file variable option <<<"$row"
   cp "$file" work
   (

@@ -30,6 +30,8 @@ longest=/$(printf '%4094s' '' | tr ' ' x)
 "$tool" "$prefix/bin/runvekcred" "${longest}x" 2>"$scratch/log" && fail 'a prefix that is too long'
 "$tool" "$prefix/bin/runvekcred" opt/ztm 2>"$scratch/log" && fail 'a relative prefix'
 "$tool" "$prefix/include/ztvek.h" /opt/ztm 2>"$scratch/log" && fail 'a file without the field'
+"$tool" "$prefix/bin/runvekcred" /dev/null
+"$prefix/bin/runvekcred" '-?' || [[ $? -eq 20 ]] || fail 'a prefix that is no folder'
 "$tool" "$prefix/bin/runvekcred" "$prefix"
 
 # The credentials that the installed command encrypts are those that the installed library reads.
