@@ -8,6 +8,7 @@ packages_test=(gdb libgtest-dev mandoc pkg-config python3 python3-cryptography s
 packages_check=(ansible-core clang-14 clang-format-14 git)
 packages_analyse=(clang-14 clang-tidy-14 cppcheck)
 packages_fuzz=(clang-14 libclang-rt-14-dev llvm-14)
+packages_coverage=(gcovr)
 packages_package=(dpkg-dev file)
 packages_bench=(hyperfine libbenchmark-dev pkg-config)
 packages_peers=(libglib2.0-dev libinih-dev mawk)
