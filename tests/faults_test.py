@@ -32,11 +32,13 @@ OUTCOMES = {
     "a read error ends the rewriting like the end of the file":
         (IN_PLACE, REWRITING_READ, 0, ("part", "missing", "missing")),
     "the same with -o":
-        (TO_OUTPUT, REWRITING_READ, 0, ("old", "missing", "part")),
+        (TO_OUTPUT, REWRITING_READ, 0, ("old", "part", "part")),
     "a failed rename leaves the new text under .bak":
         (IN_PLACE, r"rename\(", 99, ("missing", "new", "missing")),
     "writes to the -o file are not examined":
-        (TO_OUTPUT, r"write\(5", 0, ("old", "missing", "part")),
+        (TO_OUTPUT, r"write\(5", 0, ("old", "part", "part")),
+    "a file that can be read at first, and not for the rewriting, takes a .bak of an earlier run with it":
+        (IN_PLACE, r"openat\(.*, O_RDONLY\|O_CLOEXEC\)", 1, ("old", "missing", "missing")),
     "a sync that fails keeps the old file":
         (IN_PLACE, r"fdatasync\(.*E(IO|NOSPC)", 1, ("old", "missing", "missing")),
     "a kill between unlink and rename leaves the new text under .bak":
@@ -52,7 +54,8 @@ def run(arguments, prefix, environment, fired):
         def path(name):
             return os.path.join(folder, name)
 
-        for name, content in (("keystore.conf", OLD), ("key", KEY), ("trace", b"")):
+        for name, content in (("keystore.conf", OLD), ("keystore.conf.bak", b"of an earlier run"),
+                              ("key", KEY), ("trace", b"")):
             with open(path(name), "wb") as file:
                 file.write(content)
         command = [*prefix, COMMAND, "-f", "keystore.conf", "-sf", "key", *arguments]
