@@ -11,46 +11,7 @@
 
 namespace {
 
-std::string classify(std::string_view content) {
-    static uint8_t key[SVC_PBE_KEY_FILE_LIMIT];
-    svcWipe(key, sizeof key);
-    const uint8_t *const bytes = reinterpret_cast<const uint8_t *>(content.data());
-    return std::string(asText(key, pbeClassifyKey({bytes, content.size()}, key)));
-}
-
-// The content is a form of the key, and every form means the same key. The last bits of base64 are padding.
-void checkFullStrength(const std::string &content, const std::string &key) {
-    char hexadecimal[2 * SVC_PBE_KEY_LENGTH + 1], base64[45];
-    for (size_t i = 0; i < key.size(); ++i)
-        (void)snprintf(hexadecimal + 2 * i, 3, i % 2 == 0 ? "%02X" : "%02x",
-                       static_cast<uint8_t>(key[i]));
-    (void)EVP_EncodeBlock(reinterpret_cast<uint8_t *>(base64),
-                          reinterpret_cast<const uint8_t *>(key.data()), SVC_PBE_KEY_LENGTH);
-    require(content == key || strncasecmp(content.c_str(), hexadecimal, 64) == 0 ||
-            strncmp(content.c_str(), base64, 42) == 0);
-    require(classify(key) == key);
-    for (const std::string form : {hexadecimal, base64})
-        for (const char *const lineEnd : {"", "\n", "\r\n"})
-            require(classify(form + lineEnd) == key);
-}
-
-// A passphrase is what stands in the file less one line end, whichever that is; zeros pad it.
-void checkPassphrase(std::string_view content, const std::string &key) {
-    const size_t lineEnd = content.ends_with("\r\n") ? 2 : content.ends_with('\n') ? 1 : 0;
-    const std::string passphrase(content.substr(0, content.size() - lineEnd));
-    require(key.starts_with(passphrase) &&
-            key.find_first_not_of('\0', passphrase.size()) == std::string::npos);
-    require(passphrase.empty() ? key.empty()
-                               : key.size() == std::max<size_t>(passphrase.size(), 64));
-    for (const char *const other : {"\n", "\r\n"}) {
-        const std::string same = passphrase + other;
-        if (!passphrase.ends_with('\r') && same.size() != SVC_PBE_KEY_LENGTH &&
-            same.size() <= SVC_PBE_KEY_FILE_LIMIT)
-            require(classify(same) == key);
-    }
-}
-
-void checkFile(std::string_view content, const std::string &expected) {
+std::string keyOf(std::string_view content) {
     static const int file = memfd_create("key", MFD_CLOEXEC);
     static const std::string path = "/proc/self/fd/" + std::to_string(file);
     const ssize_t size = static_cast<ssize_t>(content.size());
@@ -58,21 +19,41 @@ void checkFile(std::string_view content, const std::string &expected) {
     uint8_t *key = nullptr;
     int32_t length = -1;
     const uint32_t reason = svcPBEReadInitialKeyFile(path.c_str(), &key, &length);
-    require(reason == (expected.empty() ? SVC_PBE_KEY_FILE_BAD_LENGTH : SVC_PBE_OK));
-    require(asText(key, static_cast<size_t>(length)) == expected);
+    require(reason == (length == 0 ? SVC_PBE_KEY_FILE_BAD_LENGTH : SVC_PBE_OK));
+    const std::string copy(asText(key, static_cast<size_t>(length)));
     (void)svcPBEFreeBuf(key, length);
+    return copy;
+}
+
+// The content is a form of the key, and the key is one too. The last bits of base64 are padding.
+void checkFullStrength(const std::string &content, const std::string &key) {
+    char hexadecimal[2 * SVC_PBE_KEY_LENGTH + 1], base64[45];
+    for (size_t i = 0; i < key.size(); ++i)
+        (void)snprintf(hexadecimal + 2 * i, 3, "%02x", static_cast<uint8_t>(key[i]));
+    (void)EVP_EncodeBlock(reinterpret_cast<uint8_t *>(base64),
+                          reinterpret_cast<const uint8_t *>(key.data()), SVC_PBE_KEY_LENGTH);
+    require(content == key || strncasecmp(content.c_str(), hexadecimal, 64) == 0 ||
+            strncmp(content.c_str(), base64, 42) == 0);
+    require(keyOf(key) == key);
+}
+
+// A passphrase is what stands in the file less one line end, whichever that is; zeros pad it.
+void checkPassphrase(std::string_view content, const std::string &key) {
+    const size_t lineEnd = content.ends_with("\r\n") ? 2 : content.ends_with('\n') ? 1 : 0;
+    std::string passphrase(content.substr(0, content.size() - lineEnd));
+    if (!passphrase.empty())
+        passphrase.resize(std::max<size_t>(passphrase.size(), SVC_PBE_PASSPHRASE_PADDING));
+    require(key == passphrase);
 }
 
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const std::string_view content = asText(data, size);
-    const bool hasLength = size > 0 && size <= SVC_PBE_KEY_FILE_LIMIT;
-    const std::string key = hasLength ? classify(content) : "";
+    const std::string key = keyOf(content);
     if (key.size() == SVC_PBE_KEY_LENGTH)
         checkFullStrength(std::string(content), key);
-    else if (hasLength)
-        checkPassphrase(content, key);
-    checkFile(content, key);
+    else
+        checkPassphrase(size > SVC_PBE_KEY_FILE_LIMIT ? "" : content, key);
     return 0;
 }

@@ -51,19 +51,13 @@ std::vector<Item> sectionOf(const std::vector<Item> &items, const std::string &s
     return kept;
 }
 
-// What each lookup says about a key that stands `count` times.
-void checkLookups(SztuList *list, const Item &item, int64_t count) {
-    constexpr int32_t LIMIT = 40, UNTOUCHED = -7;
-    char value[LIMIT + 1];
-    memset(value, 'z', sizeof value);
-    int32_t number, logical = UNTOUCHED;
+// What the lookup says about a key that stands `count` times.
+void checkLookup(SztuList *list, const Item &item, int64_t count) {
+    char value[] = "untouched";
+    constexpr int32_t LIMIT = sizeof value - 2;
     const uint32_t code = sztouGetConfigValue(list, nullptr, item.key.c_str(), value, LIMIT, 1);
-    require(code == (item.key.empty() ? 2 : count == 1 ? 0 : 15) && value[LIMIT] == 'z');
+    require(code == (item.key.empty() ? 2 : count == 1 ? 0 : 15) && value[LIMIT] == 'd');
     require(code != 0 || item.value.substr(0, LIMIT) == std::string(value, strnlen(value, LIMIT)));
-    require(sztouGetConfigInt(list, nullptr, item.key.c_str(), &number) == code);
-    const uint32_t logicalCode = sztouGetConfigLogical(list, nullptr, item.key.c_str(), &logical);
-    require(logicalCode == 0 ? code == 0 && (logical == 0 || logical == 1)
-                             : logicalCode == (code == 0 ? 15 : code) && logical == UNTOUCHED);
 }
 
 } // namespace
@@ -84,9 +78,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const std::vector<Item> kept = itemsOf(*list);
     require(kept == sectionOf(items, section));
     for (size_t i = 0; i < kept.size() && i < 16; ++i)
-        checkLookups(list, kept[i], std::count_if(kept.begin(), kept.end(), [&](const Item &other) {
-                         return other.key == kept[i].key;
-                     }));
+        checkLookup(list, kept[i], std::count_if(kept.begin(), kept.end(), [&](const Item &other) {
+                        return other.key == kept[i].key;
+                    }));
     sztucFreeConfigList(list);
     return 0;
 }

@@ -56,6 +56,26 @@ uint32_t parseAndFilter() {
     return same(result, &count, sizeof count);
 }
 
+// An item without memory is dropped and leaves the list as it was.
+uint32_t fillList() {
+    char item = 'x';
+    SztuList *const list = SztuListCreate();
+    if (list == nullptr)
+        return SVC_NO_STORAGE;
+    list->SztuListPrepend(list, &item);
+    list->SztuListInsertAfter(list, list->head, &item);
+    list->SztuListInsertBefore(list, list->tail, &item);
+    uint64_t count = 0;
+    for (const SztuListNode *node = list->head; node != nullptr; node = node->next)
+        count += node->item == &item;
+    const bool isWhole = count == list->SztuListCount(list);
+    list->SztuListClear(list);
+    sztucFreeConfigList(list);
+    if (!isWhole)
+        return WRONG;
+    return count == 3 ? same(SZTU_OK, &count, sizeof count) : uint32_t{SVC_NO_STORAGE};
+}
+
 uint32_t saveAndRestore(int32_t algorithm) {
     SvcPBESession session = {};
     session.algorithm = algorithm;
@@ -104,6 +124,7 @@ constexpr Operation OPERATIONS[] = {
     {"crl", OF_A_CREDENTIAL, [] { return read(sztouGetCrlConfig, keystore, nullptr, 0); }},
     {"channel cache", OF_A_LOAD, cacheAndRelease},
     {"parser and filter", 1 + 3 * OF_A_LINE, parseAndFilter},
+    {"list", 1 + 3, fillList},
     {"AES-256-GCM", OF_A_SESSION, [] { return saveAndRestore(SVC_PBE_ALGORITHM_GCM); }},
     {"AES-256-CBC", OF_A_SESSION, [] { return saveAndRestore(SVC_PBE_ALGORITHM_CBC_HMAC); }},
     // Only what the record of a session holds is released, and without a salt nothing is in it yet.
@@ -114,6 +135,9 @@ constexpr Operation OPERATIONS[] = {
 uint32_t recordCount() {
     SvcFailureRecord latest;
     svcGetFailureRecord(&latest);
+    EXPECT_TRUE(latest.count == 0 ||
+                (latest.failure == SVC_FAILURE_MEMORY && latest.probe == SVC_PROBE_MEMORY &&
+                 strncmp(latest.source, "lib/vek/szt", strlen("lib/vek/szt")) == 0));
     return latest.count;
 }
 
