@@ -33,7 +33,7 @@ install(FILES ${CMAKE_BINARY_DIR}/cmake/ztvekConfig.cmake ${CMAKE_BINARY_DIR}/cm
 configure_file(cmake/ztvek.pc.in ${CMAKE_BINARY_DIR}/cmake/ztvek.pc @ONLY)
 install(FILES ${CMAKE_BINARY_DIR}/cmake/ztvek.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
-install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR} USE_SOURCE_PERMISSIONS)
 install(FILES completion/runvekcred
         DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
 foreach(section 1 3 5)

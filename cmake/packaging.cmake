@@ -1,7 +1,7 @@
 # Packages of an installation below /opt/ztm: cpack --preset release.
 set(CPACK_PACKAGE_NAME ztvek)
 set(CPACK_PACKAGE_VENDOR "ztvek maintainers")
-set(CPACK_PACKAGE_CONTACT "ztvek maintainers <maintainers@localhost>")
+set(CPACK_PACKAGE_CONTACT "ztvek maintainers <maintainers@ztvek.invalid>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "protects the credentials in keystore.conf")
 set(CPACK_PACKAGE_DESCRIPTION
     "The command runvekcred replaces the passwords and PINs in keystore.conf by an
@@ -26,6 +26,7 @@ set(CPACK_DEBIAN_PACKAGE_SECTION admin)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${VEK_LIB_DIR})
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_SOURCE_DIR}/cmake/debian-extras.cmake)
 set(CPACK_RPM_FILE_NAME RPM-DEFAULT)
 set(CPACK_RPM_PACKAGE_GROUP Applications/System)
 

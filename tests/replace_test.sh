@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
 # The file is replaced or stays as it was: on a full disk, with two runs at once, and whatever lies at the
 # temporary path. As root, everything is tried a second time as an ordinary user.
+# A prefix of a command is several words.
+# shellcheck disable=SC2086
 set -uo pipefail
 command=$VEK_BUILD/bin/runvekcred
 scratch=$(mktemp -d)

@@ -5,11 +5,11 @@
 # The Debian packages by purpose. This is the only list of them.
 packages_build=(cmake g++ libssl-dev ninja-build)
 packages_test=(gdb libgtest-dev mandoc pkg-config python3 python3-cryptography strace)
-packages_check=(ansible-core clang-14 clang-format-14 git)
+packages_check=(ansible-core clang-14 clang-format-14 git shellcheck)
 packages_analyse=(clang-14 clang-tidy-14 cppcheck)
 packages_fuzz=(clang-14 libclang-rt-14-dev llvm-14)
 packages_coverage=(gcovr)
-packages_package=(dpkg-dev file)
+packages_package=(dpkg-dev file lintian)
 packages_bench=(hyperfine libbenchmark-dev pkg-config)
 packages_peers=(libglib2.0-dev libinih-dev mawk)
 packages_fips=(dpkg-dev g++ make openssl perl)
