@@ -90,8 +90,10 @@ TEST_F(ChannelCache, IsForFourKindsOfProcesses) {
 
 TEST_F(ChannelCache, StaysEmptySilentlyWithoutAFileToCache) {
     testing::internal::CaptureStderr();
-    setenv("ZTS_KEYSTORE_CONF", "/nonexistent", 1);
-    fill(12);
+    for (const std::string &missing : {std::string("/nonexistent"), std::string(4000, 'x')}) {
+        setenv("ZTS_KEYSTORE_CONF", missing.c_str(), 1);
+        fill(12);
+    }
     file.write("pem.fips = no\n");
     setenv("ZTS_KEYSTORE_CONF", path, 1);
     fill(12);
@@ -106,6 +108,8 @@ TEST_F(ChannelCache, TellsWhichChannelsAreIntercepted) {
     file.write(NEW_TEXT);
     setTime(1001, 0); // a changed file is read again each time
     EXPECT_EQ(1, sztouIsMCAInterceptEnabled("NEW"));
+    file.write("word");
+    EXPECT_EQ(0, sztouIsMCAInterceptEnabled("NEW"));
     setTime(1000, 0);
     EXPECT_EQ(0, sztouIsMCAInterceptEnabled("NEW"));
     EXPECT_EQ(1, sztouIsMCAInterceptEnabled(CHANNEL));

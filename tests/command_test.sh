@@ -65,6 +65,20 @@ if unshare -U --map-user=4000000 true 2>/dev/null; then
   env -u HOME unshare -U --map-user=4000000 "$command" >out 2>err
   check 'ends with 15, without a message' test "$? $(wc -c <err)" = '15 0'
 fi
+library=$VEK_BUILD/tests/librefused_memory.so
+if [ -e "$library" ]; then
+  name='no key for data of threads'
+  for ((request = 1; request < 20; ++request)); do
+    VEK_REFUSED_REQUEST=$request LD_PRELOAD=$library "$command" -f conf >out 2>err
+    status=$?
+    [ -s out ] && break
+  done
+  check 'ends with its status' test "$status $(cat out)" = '68 svcMiniInitialize failed: 536896295'
+  check 'nothing was done' is_clear conf
+fi
+name='no standard streams' && "$command" -f conf <&- >&- 2>&-
+check 'the file is protected all the same' is_protected conf
+fresh
 mkdir .zts && cp conf .zts/keystore.conf
 run 'standard place' 0 'ZTM6339W ZTM9105I'
 check 'protected' is_protected .zts/keystore.conf
@@ -183,10 +197,16 @@ check 'is not written through a link' test "$(wc -l <trace)" = "$lines"
 mkfifo fifo
 traced fifo '-?'
 check 'does not wait for a pipe' test $? = 10
+traced fifo '-?' 3<>fifo
+check 'is not written to a pipe' test $? = 10
+name='no trace' && ZTS_TRACE='' "$command" '-?' 2>err
+check 'with an empty name' test $? = 10
 
 # --- As an ordinary user, where a permission is real
 if [ "$(id -u)" = 0 ]; then
   name='ordinary user'
+  touch foreign && chown 65534 foreign && traced foreign '-?'
+  check 'a trace is not written to a file of another user' test ! -s foreign
   fresh
   mkdir locked && cp conf locked && chmod 555 locked
   # Without its capabilities root obeys the permissions too, wherever the build folder lies.

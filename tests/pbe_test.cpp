@@ -231,6 +231,9 @@ TEST(KeyFile, IsAKeyOrAPassphrase) {
 }
 
 TEST(KeyFile, IsReleasedAtTheEndOfTheProgram) {
+    Session session(SVC_PBE_ALGORITHM_GCM);
+    ASSERT_EQ(0U, session.open());
+    const std::string stored = session.save("x");
     const int before = liveAllocations;
     uint8_t *keys[2];
     int32_t length;
@@ -240,6 +243,7 @@ TEST(KeyFile, IsReleasedAtTheEndOfTheProgram) {
     EXPECT_EQ(before + 1, liveAllocations);
     (void)svcProgramTerm(/* options= */ 0);
     EXPECT_EQ(before, liveAllocations);
+    EXPECT_EQ("x", session.restore(stored)); // an open session is left alone
 }
 
 const std::string LONG_LABEL(64, 'l');
@@ -300,6 +304,7 @@ TEST(Session, RefusesMissingArguments) {
     session.record.key = nullptr; // needed until the first value
     (void)session.save("x");
     EXPECT_EQ(SVC_PBE_BAD_ARGUMENTS + 0U, session.reason);
+    session.record.saltLength = 0;
     EXPECT_EQ(0U, svcPBETerm(open, SVC_PBE_TERM_WIPE));
     EXPECT_EQ(nullptr, svcPBEReasonText(0x12345678));
 }
@@ -335,9 +340,13 @@ TEST(Session, SharesNoNonceWithAChildProcess) {
 }
 
 TEST(Fips, IsTheProvidersOrAFailure) {
-    Session weak(SVC_PBE_ALGORITHM_GCM, std::string("13 characters") + std::string(51, '\0'));
-    weak.record.fips = 1;
-    EXPECT_EQ(SVC_PBE_FIPS_NOT_AVAILABLE + 0U, weak.open());
+    for (const char *const phrase : {"", "13 characters"}) {
+        std::string padded(phrase);
+        padded.resize(SVC_PBE_PASSPHRASE_PADDING);
+        Session weak(SVC_PBE_ALGORITHM_GCM, padded);
+        weak.record.fips = 1;
+        EXPECT_EQ(SVC_PBE_FIPS_NOT_AVAILABLE + 0U, weak.open());
+    }
     for (const int algorithm : {SVC_PBE_ALGORITHM_CBC_HMAC, SVC_PBE_ALGORITHM_GCM}) {
         Session plain(algorithm, "a passphrase that fips takes"), fips(algorithm, plain.key);
         fips.record.fips = 1;

@@ -45,6 +45,7 @@ TEST(Messages, NameTheThingAtFaultAndTheReason) {
          svcPBEReasonText(SVC_PBE_AUTHENTICATION_FAILED)},
         {message(SVC_MSG_PBE_FAILED, SVC_PBE_AUTHENTICATION_FAILED, nullptr, nullptr),
          "0x20006344"},
+        {message(SVC_MSG_PBE_FAILED, 0x12345678, nullptr, nullptr), "0x12345678"},
         {message(SVC_MSG_DUPLICATE_KEY, 0, nullptr, "k"), "keystore.conf in its standard place"},
         {message(SVC_MSG_FILE_UNUSABLE, 0, "forged\nZTM9105I \x1b[1m", nullptr),
          "forged?ZTM9105I ?[1m"},
@@ -154,6 +155,9 @@ TEST(Services, RefuseMissingArguments) {
     for (const uint32_t result : results)
         EXPECT_EQ(SVC_BAD_ARGUMENTS + 0U, result) << &result - results;
     --other.word;
+    svcWipe(nullptr, 0);
+    trc_FNC_retcode(16, 1, 0); // not while the trace is off
+    trc_FNC_text(16, 1, "no trace");
     EXPECT_EQ(0U, svcInitializeEx(48, SVC_SERVICE_MEMORY, 0, 0, 0, 0, 0, 0, &other));
 }
 
@@ -197,7 +201,8 @@ TEST(Failures, AreKeptWithTheirPlace) {
     SvcFailureRecord before;
     svcGetFailureRecord(&before);
     svcSaveFileContextSccsId("lib/here", 7);
-    svcRecordFailure(16, SVC_FAILURE_MEMORY, SVC_PROBE_MEMORY, nullptr);
+    const SvcMessageInserts inserts = svcMakeInserts(1, nullptr, nullptr);
+    svcRecordFailure(16, SVC_FAILURE_MEMORY, SVC_PROBE_MEMORY, &inserts);
     SvcFailureRecord record;
     svcGetFailureRecord(&record);
     EXPECT_EQ(before.count + 1, record.count);

@@ -1,9 +1,10 @@
-// Takes the place of malloc, calloc, realloc and free in a whole process, libcrypto's requests included:
-// refuses one request and counts what is alive. Linked to a test, or preloaded into the command with the
+// Takes the place of malloc, calloc, realloc and free in a whole process, libcrypto's requests included, and of
+// pthread_key_create: refuses one request and counts what is alive. Linked to a test, or preloaded into the command with the
 // number of the request in VEK_REFUSED_REQUEST; a refusal is then told on standard error.
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <pthread.h>
 #include <unistd.h>
 
 extern "C" {
@@ -15,6 +16,7 @@ void *__libc_malloc(size_t length);
 void *__libc_calloc(size_t count, size_t length);
 void *__libc_realloc(void *memory, size_t length);
 void __libc_free(void *memory);
+int __pthread_key_create(pthread_key_t *key, void (*destructor)(void *));
 
 static bool isTold = false;
 
@@ -50,6 +52,10 @@ void *realloc(void *memory, size_t length) {
 void free(void *memory) {
     liveRequests -= memory != nullptr;
     __libc_free(memory);
+}
+
+int pthread_key_create(pthread_key_t *key, void (*destructor)(void *)) {
+    return isRefused() ? EAGAIN : __pthread_key_create(key, destructor);
 }
 
 __attribute__((constructor)) static void readRequest() {
