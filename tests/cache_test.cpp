@@ -67,6 +67,7 @@ TEST_F(ChannelCache, ServesTheSameSpellingWithinTheSameSecondOnly) {
     // The cached section is "cms", and the channel keys of "pem" are looked up in it as they stand.
     EXPECT_EQ("from cms", readPassword(path));
     EXPECT_EQ("new", readKeystore(otherSpelling.c_str()));
+    EXPECT_EQ("new", readKeystore(nullptr));
     EXPECT_EQ("from pem", readPassword(otherSpelling.c_str()));
     setTime(1001, 0);
     EXPECT_EQ("new", readKeystore(path));
