@@ -34,6 +34,31 @@ public:
     std::string path;
 };
 
+// What `call` shows on standard error.
+template <typename Call> std::string shownBy(Call call) {
+    testing::internal::CaptureStderr();
+    call();
+    return testing::internal::GetCapturedStderr();
+}
+
+// A file with every section, for the channel HUB too, and `credential` behind a marker of each. What
+// the reader of a channel looks for in "pem" stands in "cms" as well, where it looks in the cache.
+inline std::string everySection(const std::string &credential) {
+    const std::string password = "password = " + credential;
+    std::string lines = "cms.keystore = k\ncms.certificate = c\ncms.certificate.channel.HUB = h\n"
+                        "ocsp.url = u\ncrl.ldap.host = h\npkcs11.library = l\n"
+                        "pkcs11.certificate = c\npkcs11.token = t\n"
+                        "crl.encrypted = YES\npkcs11.encrypted = YES\n"
+                        "crl.ldap.pass = " +
+                        credential + "\npkcs11.token_pin = " + credential + "\n";
+    for (const std::string section : {"pem", "cms"})
+        for (const std::string channel : {"", ".channel.HUB"})
+            for (const std::string key :
+                 {"private = k", "public = c", "encrypted = YES", password.c_str()})
+                lines += section + "." + std::string(key).insert(key.find(' '), channel) + "\n";
+    return lines;
+}
+
 // Encrypts with the initial key that the environment names, or else with the default key.
 inline std::string protect(const std::string &clearText) {
     const TemporaryFile empty("no.entry = 1\n");

@@ -14,19 +14,7 @@ TEST(Threads, ReadTheSameFileAtTheSameTime) {
     setenv("ZTS_TRACE", trace.path.c_str(), 1);
     const TemporaryFile key(std::string(32, 'k'));
     setenv("ZTS_VEKCRED_KEYFILE", key.path.c_str(), 1);
-    const std::string credential = " = " + protect("secret") + "\n";
-    const TemporaryFile file("cms.keystore = k\ncms.certificate = c\n"
-                             "cms.certificate.channel.A = a\ncms.private.channel.A = p\n"
-                             "cms.public.channel.A = q\ncms.encrypted.channel.A = YES\n"
-                             "cms.password.channel.A" +
-                             credential +
-                             "pem.private = p\npem.public = q\npem.encrypted = YES\n"
-                             "pem.password" +
-                             credential +
-                             "pkcs11.library = l\npkcs11.certificate = c\npkcs11.token = t\n"
-                             "pkcs11.encrypted = YES\npkcs11.token_pin" +
-                             credential + "crl.ldap.host = h\ncrl.encrypted = YES\ncrl.ldap.pass" +
-                             credential + "ocsp.url = u\n");
+    const TemporaryFile file(everySection(protect("secret")));
     const char *const path = file.path.c_str();
     setenv("ZTS_KEYSTORE_CONF", path, 1);
     thdProcess.processKind = 12;
@@ -40,14 +28,14 @@ TEST(Threads, ReadTheSameFileAtTheSameTime) {
             SztouCrlConfig crl = {};
             SztouOcspConfig ocsp = {};
             EXPECT_EQ(0U, sztouGetKsConfig(&keyStore, nullptr, nullptr));
-            EXPECT_EQ(0U, sztouGetMCAConfig(&channelKeyStore, "A", path, nullptr));
+            EXPECT_EQ(0U, sztouGetMCAConfig(&channelKeyStore, "HUB", path, nullptr));
             EXPECT_EQ(0U, sztouGetPemConfig(&pem, path, nullptr));
-            EXPECT_EQ(0U, sztouGetMCAPemConfig(&channelPem, "A", path, nullptr));
+            EXPECT_EQ(0U, sztouGetMCAPemConfig(&channelPem, "HUB", path, nullptr));
             EXPECT_EQ(0U, sztouGetPkcs11Config(&token, path, nullptr));
             EXPECT_EQ(0U, sztouGetCrlConfig(&crl, path, nullptr, 0));
             EXPECT_EQ(0U, sztouGetOcspConfig(&ocsp, path, nullptr));
-            EXPECT_EQ(1, sztouIsMCAInterceptEnabled("A"));
-            EXPECT_STREQ("a", channelKeyStore.certificate);
+            EXPECT_EQ(1, sztouIsMCAInterceptEnabled("HUB"));
+            EXPECT_STREQ("h", channelKeyStore.certificate);
             for (const char *const clear :
                  {pem.password, channelPem.password, token.token_pin, crl.ldapServers[0].pass})
                 EXPECT_STREQ("secret", clear);
