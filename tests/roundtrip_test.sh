@@ -10,7 +10,8 @@ printf '%s\n' pem.{private,public}{,.channel.HUB}=/file 'pem.password = a#1' 'pe
     pem.encrypted.channel.HUB=YES pkcs11.{library,certificate,token}=x pkcs11.token_pin=c!3 crl.ldap.{host=h,pass=d+4} >clear
 head -c 32 /dev/urandom >raw
 od -An -v -tx1 raw | tr -d ' \n' >hexadecimal
-base64 <raw >base64
+# shellcheck disable=SC2094 # a command and a file
+base64 raw >base64
 echo 'a passphrase' >passphrase
 failures=0
 is() { # is NAME EXPECTED GOT
