@@ -38,12 +38,12 @@ struct Key {
     int32_t failed = 0;
 };
 
-Key text(const char *name, size_t offset, size_t size, uint32_t absentResult) {
-    return {Kind::text, name, offset, size, absentResult, true, name};
+Key text(const char *name, size_t offset, size_t size, uint32_t absentResult, bool named = true) {
+    return {Kind::text, name, offset, size, absentResult, named, name};
 }
 
 Key optionalText(const char *name, size_t offset, size_t size) {
-    return {Kind::text, name, offset, size, 0, false, name};
+    return text(name, offset, size, 0, false);
 }
 
 Key number(const char *name, size_t offset, size_t size, const char *value) {
@@ -69,7 +69,6 @@ struct Reader {
     std::vector<Key> keys;
     const char *secret = nullptr;        // the key that may be encrypted
     const char *secretFailure = nullptr; // error key when it cannot be decrypted
-    const char *wordFailure = nullptr;   // error key of a refused "encrypted = Perhapsnot"
 };
 
 template <typename Record, auto reader>
@@ -179,15 +178,13 @@ const std::vector<Reader> READERS = {
     {"Ocsp", "ocsp", general<SztouOcspConfig, sztouGetOcspConfig>, sizeof(SztouOcspConfig), 24,
      false, OCSP_KEYS},
     {"Pem", "pem", general<SztouPemConfig, sztouGetPemConfig>, sizeof(SztouPemConfig), 25, false,
-     PEM_KEYS, "password", "pem.password", "pem.encrypted=PERHAPSNOt"},
+     PEM_KEYS, "password", "pem.password"},
     {"ChannelPem", "pem", channel<SztouPemConfig, sztouGetMCAPemConfig>, sizeof(SztouPemConfig), 46,
-     true, CHANNEL_PEM_KEYS, "password.channel." CHANNEL, "pem.password.channel." CHANNEL,
-     "pem.encrypted.channel." CHANNEL},
+     true, CHANNEL_PEM_KEYS, "password.channel." CHANNEL, "pem.password.channel." CHANNEL},
     {"Pkcs11", "pkcs11", general<SztouPkcs11Config, sztouGetPkcs11Config>,
-     sizeof(SztouPkcs11Config), 28, false, PKCS11_KEYS, "token_pin", "pkcs11.token_pin",
-     "pkcs11.encrypted=PERHAPSNOt"},
+     sizeof(SztouPkcs11Config), 28, false, PKCS11_KEYS, "token_pin", "pkcs11.token_pin"},
     {"Crl", "crl", general<SztouCrlConfig, crlWithoutFips>, sizeof(SztouCrlConfig), 25, false,
-     CRL_KEYS, "ldap.pass", "crl.token_pin", "crl.encrypted=PERHAPSNOt"},
+     CRL_KEYS, "ldap.pass", "crl.token_pin"},
 };
 
 using Bytes = std::vector<unsigned char>;
@@ -243,7 +240,22 @@ protected:
                 visit(i, reader.keys[i], lines);
     }
 
-    // Calls the reader with and without an error key on a file of these lines.
+    // Calls the reader without and with an error key.
+    void expectReadingOf(const char *path, uint32_t result, const std::string &errorKey,
+                         const Bytes &record) const {
+        std::vector<char> key(reader.errorKeySize, '?');
+        for (char *const errorKeyOut : {static_cast<char *>(nullptr), key.data()}) {
+            Bytes actual(reader.recordSize, 0xFF);
+            EXPECT_EQ(result, reader.call(actual.data(), path, errorKeyOut));
+            EXPECT_TRUE(record == actual)
+                << "first difference at offset "
+                << std::mismatch(record.begin(), record.end(), actual.begin()).first -
+                       record.begin();
+        }
+        EXPECT_STREQ(errorKey.c_str(), key.data());
+    }
+
+    // Lets it read a file of these lines.
     void expectReading(const Lines &fileLines, uint32_t result, const std::string &errorKey,
                        const Bytes &record) const {
         std::string fileText = "other.key = 1\n";
@@ -251,15 +263,7 @@ protected:
             fileText += fileLine;
         const TemporaryFile file(fileText);
         SCOPED_TRACE(fileText.substr(0, 2000));
-        Bytes actual(reader.recordSize, 0xFF);
-        std::vector<char> actualKey(reader.errorKeySize, '?');
-        EXPECT_EQ(result, reader.call(actual.data(), file.path.c_str(), actualKey.data()));
-        EXPECT_STREQ(errorKey.c_str(), actualKey.data());
-        EXPECT_TRUE(record == actual)
-            << "first difference at offset " << difference(record, actual);
-        Bytes again(reader.recordSize, 0xFF);
-        EXPECT_EQ(result, reader.call(again.data(), file.path.c_str(), nullptr));
-        EXPECT_TRUE(actual == again);
+        expectReadingOf(file.path.c_str(), result, errorKey, record);
     }
 
     // The reading of a failing key: what comes before it is stored, what comes after it is not.
@@ -272,11 +276,6 @@ protected:
                       reader.section + (key.named ? std::string(".") + key.name : ""), record);
     }
 
-    static size_t difference(const Bytes &left, const Bytes &right) {
-        return static_cast<size_t>(std::mismatch(left.begin(), left.end(), right.begin()).first -
-                                   left.begin());
-    }
-
     const Reader &reader;
     const TemporaryFile keyFile{"0123456789abcdef0123456789ABCDEF"};
     Lines lines;
@@ -286,8 +285,10 @@ TEST_P(Readers, StoreEveryKeyInItsFieldAndNothingElse) {
     expectReading(lines, 0, reader.section, recordOf());
 }
 
-TEST_P(Readers, GiveAnAbsentKeyItsDefaultOrItsResult) {
+TEST_P(Readers, RefuseAKeyThatIsMissingOrWrittenTwiceAndStopThere) {
     forEachKey([&](size_t i, const Key &key, Lines changed) {
+        changed[i] += changed[i];
+        expectFailure(i, changed, 15);
         changed[i].clear();
         if (key.absentResult != 0)
             expectFailure(i, changed, key.absentResult);
@@ -296,34 +297,21 @@ TEST_P(Readers, GiveAnAbsentKeyItsDefaultOrItsResult) {
     });
 }
 
-TEST_P(Readers, RefuseAKeyThatIsWrittenTwiceAndStopThere) {
-    forEachKey([&](size_t i, const Key &, Lines changed) {
-        changed[i] += changed[i];
-        expectFailure(i, changed, 15);
-    });
-}
-
-TEST_P(Readers, TakeLogicalWordsOnlyForLogicalKeys) {
+TEST_P(Readers, TakeLogicalWordsOnlyAndFillTextsToTheLastByte) {
     forEachKey([&](size_t i, const Key &key, Lines changed) {
-        if (key.kind != Kind::logical)
-            return;
-        changed[i] = line(key.name, "maybe");
-        expectFailure(i, changed, 15);
-        changed[i] = line(key.name, "oFF");
         Bytes record = recordOf();
-        putNumber(record, key, key.no);
-        expectReading(changed, 0, reader.section, record);
-    });
-}
-
-TEST_P(Readers, FillAFieldToItsLastByteAndNoFurther) {
-    forEachKey([&](size_t i, const Key &key, Lines changed) {
+        if (key.kind == Kind::logical) {
+            changed[i] = line(key.name, "maybe");
+            expectFailure(i, changed, 15);
+            changed[i] = line(key.name, "oFF");
+            putNumber(record, key, key.no);
+            expectReading(changed, 0, reader.section, record);
+        }
         for (size_t length = key.size - 1; key.kind == Kind::text && length <= key.size + 1;
              ++length) {
             std::string value(length, 'b');
             value[0] = 'a'; // a value is not stripped when its ends are alike
             changed[i] = line(key.name, value);
-            Bytes record = recordOf();
             putText(record, key, value);
             expectReading(changed, 0, reader.section, record);
         }
@@ -333,6 +321,7 @@ TEST_P(Readers, FillAFieldToItsLastByteAndNoFurther) {
 TEST_P(Readers, PassTheFailureOfTheFileOnAndLeaveTheRecord) {
     expectReading({}, SZTU_SECTION_EMPTY, reader.section, recordOf(0));
     expectReading({"no equals sign"}, SZTU_CANNOT_PARSE, reader.section, recordOf(0));
+    expectReadingOf("/nonexistent", SZTU_CANNOT_READ, reader.section, recordOf(0));
     std::vector<char> errorKey(reader.errorKeySize, '?');
     EXPECT_EQ(uint32_t{SZTU_BAD_ARGUMENTS},
               reader.call(nullptr, keyFile.path.c_str(), &errorKey[0]));
@@ -343,97 +332,80 @@ TEST_P(Readers, ShowMessagesUnlessTheyServeAChannel) {
     sztUseLogErrorMessage = 1;
     const TemporaryFile file(std::string(reader.section) + ".log = yes\n");
     Bytes record(reader.recordSize);
-    testing::internal::CaptureStderr();
-    EXPECT_NE(0U, reader.call(record.data(), "/nonexistent", nullptr));
-    EXPECT_NE(0U, reader.call(record.data(), file.path.c_str(), nullptr));
-    const std::string shown = testing::internal::GetCapturedStderr();
+    const std::string shown = shownBy([&] {
+        EXPECT_NE(0U, reader.call(record.data(), "/nonexistent", nullptr));
+        EXPECT_NE(0U, reader.call(record.data(), file.path.c_str(), nullptr));
+    });
     EXPECT_EQ(!reader.quiet, shown.find("ZTM9062E") == 0) << shown;
     const bool hasRequiredKey = !reader.quiet && reader.keys[1].absentResult != 0;
     EXPECT_EQ(hasRequiredKey, shown.find("ZTM9061E") != std::string::npos) << shown;
 }
 
-class CredentialReaders : public Readers {
-protected:
-    CredentialReaders() {
-        while (strcmp(reader.keys[secret].name, reader.secret) != 0)
-            ++secret;
-    }
-
-    size_t secret = 0; // index of the key that may be encrypted
-};
-
-TEST_P(CredentialReaders, DecryptTheCredentialOfTheSection) {
-    const Key &marker = reader.keys[0];
-    const Key &field = reader.keys[secret];
-    const std::string clear = "Pass word=1";
-    const std::string stored = protect(clear);
-    const std::string tooLong(field.size < 512 ? field.size + 20 : 600, 'x');
-    const struct {
-        const char *word;
-        std::string stored;
-        std::string clear;
-    } cases[] = {
-        {"yEs", stored, clear},
-        {"YES", protect(tooLong), tooLong},
-        {"NO", stored, stored},
-    };
-    for (const auto &row : cases) {
-        lines[0] = line(marker.name, row.word);
-        lines[secret] = line(reader.secret, row.stored);
-        Bytes record = recordOf();
-        putNumber(record, marker, row.word[0] != 'N');
-        putText(record, field, row.clear);
-        expectReading(lines, 0, reader.section, record);
-    }
-}
+class CredentialReaders : public Readers {};
 
 TEST_P(CredentialReaders, RefuseAMarkerThatIsNeitherYesNorNo) {
-    // Ten characters of the word are kept, and nine are turned to upper case.
-    lines[0] = line(reader.keys[0].name, "PerhapsnotAndMore");
+    const Key &marker = reader.keys[0];
     Bytes record = recordOf(0);
-    putNumber(record, reader.keys[0], 0);
-    expectReading(lines, 15, reader.wordFailure, record);
-    for (const char *const value : {"YESS", "Y", "NOT", "1"}) {
-        const TemporaryFile file(line(reader.keys[0].name, value));
-        EXPECT_EQ(15U, reader.call(record.data(), file.path.c_str(), nullptr)) << value;
+    putNumber(record, marker, 0);
+    // Ten characters of the word are kept, and nine are turned to upper case.
+    const char *const words[][2] = {{"PerhapsnotAndMore", "PERHAPSNOt"},
+                                    {"YESS", "YESS"},
+                                    {"Y", "Y"},
+                                    {"not", "NOT"},
+                                    {"1", "1"},
+                                    {"true", "TRUE"}};
+    for (const auto &[word, kept] : words) {
+        lines[0] = line(marker.name, word);
+        const std::string key = std::string(reader.section) + "." + marker.name;
+        expectReading(lines, 15, reader.quiet ? key : key + "=" + kept, record);
     }
 }
 
-TEST_P(CredentialReaders, NameTheCredentialThatCannotBeDecrypted) {
+TEST_P(CredentialReaders, DecryptTheCredentialOrNameIt) {
+    size_t secret = 0;
+    while (strcmp(reader.keys[secret].name, reader.secret) != 0)
+        ++secret;
+    const Key &key = reader.keys[secret];
     const TemporaryFile otherKey(std::string(32, 'k'));
-    const std::string stored = protect("secret");
+    const std::string clear = "Pass word=1", stored = protect(clear);
+    const std::string tooLong(key.size < 512 ? key.size + 20 : 600, 'x');
     std::string damaged = stored;
     char &inTag = damaged[damaged.size() - 9];
     inTag = inTag == 'A' ? 'B' : 'A';
-    const Key &key = reader.keys[secret];
-    const std::string again = line(reader.secret, stored);
-    const std::string twice = "vekcred.keyfile = a\nvekcred.keyfile = b\n";
+    const std::string ours = keyFile.path, again = line(reader.secret, stored);
+    const uint32_t absentResult =
+        key.absentResult != 0 ? key.absentResult : uint32_t{SVC_PBE_MALFORMED_TEXT};
     const struct {
+        const char *word;
         std::string stored; // empty: the key is absent
-        const char *keyFile;
+        std::string clear;
+        std::string keyFile;
         std::string more; // further lines of the file
         uint32_t result;
         const char *errorKey;
     } cases[] = {
-        {damaged, keyFile.path.c_str(), "", SVC_PBE_AUTHENTICATION_FAILED, reader.secretFailure},
-        {stored, otherKey.path.c_str(), "", SVC_PBE_AUTHENTICATION_FAILED, reader.secretFailure},
-        {"plain", keyFile.path.c_str(), "", SVC_PBE_MALFORMED_TEXT, reader.secretFailure},
-        {"", keyFile.path.c_str(), "",
-         key.absentResult != 0 ? key.absentResult : uint32_t{SVC_PBE_MALFORMED_TEXT},
-         reader.secretFailure},
-        {stored, keyFile.path.c_str(), again, 15,
-         key.named ? reader.secretFailure : reader.section},
-        {stored, "/nonexistent", "", SZTU_BAD_ARGUMENTS, "vekcred"},
-        {stored, keyFile.path.c_str(), twice, SZTU_BAD_CONFIG, "vekcred.keyfile"},
+        {"yEs", stored, clear, ours, "", 0, reader.section},
+        {"YES", protect(tooLong), tooLong, ours, "", 0, reader.section},
+        {"NO", stored, stored, ours, "", 0, reader.section},
+        {"YES", damaged, "", ours, "", SVC_PBE_AUTHENTICATION_FAILED, reader.secretFailure},
+        {"YES", stored, "", otherKey.path, "", SVC_PBE_AUTHENTICATION_FAILED, reader.secretFailure},
+        {"YES", "plain", "", ours, "", SVC_PBE_MALFORMED_TEXT, reader.secretFailure},
+        {"YES", "", "", ours, "", absentResult, reader.secretFailure},
+        {"YES", stored, "", ours, again, 15, key.named ? reader.secretFailure : reader.section},
+        {"YES", stored, "", "/nonexistent", "", SZTU_BAD_ARGUMENTS, "vekcred"},
+        {"YES", stored, "", ours, "vekcred.keyfile = a\nvekcred.keyfile = b\n", SZTU_BAD_CONFIG,
+         "vekcred.keyfile"},
     };
-    lines[0] = line(reader.keys[0].name, "YES");
     for (const auto &row : cases) {
-        setenv("ZTS_VEKCRED_KEYFILE", row.keyFile, 1);
+        setenv("ZTS_VEKCRED_KEYFILE", row.keyFile.c_str(), 1);
         Lines changed = lines;
+        changed[0] = line(reader.keys[0].name, row.word);
         changed[secret] = row.stored.empty() ? "" : line(reader.secret, row.stored);
         changed.push_back(row.more);
-        Bytes record = recordOf(secret);
-        putNumber(record, reader.keys[0], 1);
+        Bytes record = recordOf(row.result == 0 ? ALL : secret);
+        putNumber(record, reader.keys[0], row.word[0] != 'N');
+        if (row.result == 0)
+            putText(record, key, row.clear);
         expectReading(changed, row.result, row.errorKey, record);
     }
 }
@@ -467,8 +439,7 @@ TEST(ReaderRules, HoldForSectionsThatSayLittle) {
         const char *text;
         uint32_t result;
         const char *errorKey;
-        size_t offset; // of a number to look at
-        size_t size;
+        size_t offset, size; // of a number to look at
         int32_t number;
     } cases[] = {
         // "unknown" does not count as setting something, "log" does.
