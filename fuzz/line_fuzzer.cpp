@@ -16,32 +16,25 @@ std::string wordAt(std::string_view text, size_t start, const char *end) {
     return std::string(text.substr(start, stop - start));
 }
 
-// What becomes of a line: a marker that does not say YES is dropped; a credential in clear, that no YES
-// marker declares encrypted, is encrypted, or the command fails; everything else is copied.
+// A line is copied, dropped as a marker, or encrypted behind a marker; only a failure copies a credential in
+// clear that no YES marker declares encrypted.
 void checkLine(std::string_view line, std::string_view written, int32_t result) {
     line = line.substr(0, line.find_first_of(std::string_view("\0\n", 2)));
-    const bool isCopied = written == std::string(line) + "\n";
-    const std::string key = wordAt(line, 0, "=");
-    const size_t equals = line.find('=');
-    const std::string value = equals == std::string_view::npos ? "" : wordAt(line, equals + 1, "");
-    const CredentialKeyEntry *row = credentialKeyTable;
-    while (row->credentialKey != nullptr && !key.starts_with(row->credentialKey) &&
-           !key.starts_with(row->markerKey))
-        ++row;
-    const bool hasForm =
-        value.starts_with("<VEK>") && std::count(value.begin(), value.end(), '!') > 2;
-    if (row->credentialKey == nullptr || value.empty() || key.size() > 1023)
-        return require(isCopied);
-    if (key.starts_with(row->markerKey))
-        return require(strcasecmp(value.c_str(), "yes") == 0 ? isCopied : written.empty());
-    if (row->markerState == 1 || hasForm || result != 0)
-        return require(isCopied);
-    const char *const marker =
-        key.starts_with("pem.password.channel") ? "pem.password.channel.encrypted" : row->markerKey;
-    const std::string start = std::string(marker) + " = YES\n" + key + " = ";
-    require(written.starts_with(start) && written.ends_with('\n'));
+    const std::string key = wordAt(line, 0, "="), value = wordAt(line, line.find('=') + 1, "");
+    if (written.empty())
+        return require(key.find(".encrypted") != key.npos && strcasecmp(value.c_str(), "yes") != 0);
+    if (written == std::string(line) + "\n") {
+        const bool isClear = line.find('=') != line.npos && !value.starts_with("<VEK>");
+        for (const CredentialKeyEntry &row : credentialKeyTable)
+            require(row.credentialKey == nullptr || value.empty() || key.size() > 1023 ||
+                    !isClear || !key.starts_with(row.credentialKey) || row.markerState == 1 ||
+                    result != 0);
+        return;
+    }
     std::string clear;
-    written = written.substr(start.size(), written.size() - start.size() - 1);
+    const size_t start = written.rfind(' ') + 1;
+    require(written.find(".encrypted = YES\n" + key + " = ") != written.npos);
+    written = written.substr(start, written.size() - start - 1);
     require(restore(openSession(1), written, &clear) == SVC_PBE_OK && clear == value);
 }
 

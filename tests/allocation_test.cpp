@@ -11,8 +11,8 @@ extern "C" int liveRequests;
 namespace {
 
 constexpr uint32_t WRONG = 0xBAD;
-constexpr char CHANNEL[] = "ONE";
-constexpr int LINES = 20;
+constexpr char CHANNEL[] = "HUB";
+constexpr int LINES = 28;
 
 // How many requests of the library a walk refuses, each with a failure record.
 constexpr int OF_A_LINE = 4; // item, key, value, node
@@ -162,15 +162,7 @@ TEST(Memory, MayBeRefusedAtEveryRequest) {
     const TemporaryFile key("a key of exactly thirty-two byte");
     keyFile = key.path.c_str();
     setenv("ZTS_VEKCRED_KEYFILE", keyFile, 1);
-    const std::string secret = protect("secret") + "\n";
-    const TemporaryFile file(
-        "cms.keystore = k\ncms.certificate = label\ncms.certificate.channel.ONE = one\n"
-        "ocsp.url = u\npem.private = k\npem.public = c\npem.encrypted = yes\npem.password = " +
-        secret + "pem.private.channel.ONE = k\npem.public.channel.ONE = c\n" +
-        "pem.encrypted.channel.ONE = yes\npem.password.channel.ONE = " + secret +
-        "pkcs11.library = l\npkcs11.certificate = c\npkcs11.token = t\npkcs11.encrypted = yes\n"
-        "pkcs11.token_pin = " +
-        secret + "crl.ldap.host = h\ncrl.encrypted = yes\ncrl.ldap.pass = " + secret);
+    const TemporaryFile file(everySection(protect("secret")));
     keystore = file.path.c_str();
     setenv("ZTS_KEYSTORE_CONF", keystore, 1);
     sztUseLogErrorMessage = 0;

@@ -1,5 +1,4 @@
-"""Compares the manual pages with the sources, and runs what documents show. The working folder is empty but
-for the program print_section."""
+"""Compares the manual pages with the sources, and runs what documents show. The working folder is empty."""
 
 import os
 import pathlib
@@ -88,7 +87,7 @@ for name, arguments in re.findall(r'^\.Fn (\w+) (void|".*)', source("docs/man/zt
 # What documents show: a "$" in front of a command, its output behind it. A file that is shown before it is
 # there is taken from the document. Encrypted values differ from run to run.
 work = pathlib.Path.cwd()
-environment = dict(os.environ, HOME=str(work), PATH=f"{BUILD}/bin:{SOURCE}/examples/recipes:{work}:{os.environ['PATH']}")
+environment = dict(os.environ, HOME=str(work), PATH=f"{BUILD}/bin:{SOURCE}/examples/recipes:{BUILD}/tests:{os.environ['PATH']}")
 STEP = re.compile(r"^( +)\$ (.*)\n((?:\1(?!\$ ).*\n)*)", re.M)
 
 
@@ -100,8 +99,7 @@ def run(command):
 
 def run_document(name, text):
     for file in work.glob("*"):
-        if file.name != "print_section":
-            file.unlink()
+        file.unlink()
     for indent, command, output in STEP.findall(text):
         expected = re.sub(r"<VEK>\S+", "<VEK>", re.sub(f"^{indent}", "", output, flags=re.M))
         shown = re.fullmatch(r"cat (\S+)", command)

@@ -7,9 +7,7 @@ export RUNVEKCRED=$VEK_BUILD/bin/runvekcred
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 cd "$scratch" || exit 1
-export PRINT_SECTION=$scratch/print_section SCRATCH=$scratch
-cc -I"$VEK_BUILD/include" -o "$PRINT_SECTION" "$VEK_SOURCE/examples/print_section.c" -L"$VEK_BUILD/lib64" \
-    -lztvek_r -lztmcs_r -Wl,-rpath,"$VEK_BUILD/lib64" -Wl,-rpath-link,"$VEK_BUILD/lib64" || exit 1
+export PRINT_SECTION=$VEK_BUILD/tests/print_section SCRATCH=$scratch
 failures=0
 # is NAME EXPECTED COMMAND...: what the command prints, with its exit status on the last line
 is() {

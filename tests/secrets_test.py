@@ -109,14 +109,11 @@ def run_command(folder, name, key_file, arguments, status=0, more=b"", environme
 
 
 def run_readers(folder):
-    subprocess.run(["cc", "-I", BUILD + "/include", "-o", folder + "/print_section",
-                    os.environ["VEK_SOURCE"] + "/examples/print_section.c", "-L", BUILD + "/lib64", "-lztvek_r",
-                    "-lztmcs_r", f"-Wl,-rpath,{BUILD}/lib64,-rpath-link,{BUILD}/lib64"], check=True)
     more = b"pem.private = k\npem.public = c\npkcs11.library = l\npkcs11.certificate = c\npkcs11.token = t\n"
     run_command(folder, "before the readers", "raw", ["-sf", "key"], more=more + b"crl.ldap.host = h\n")
     write(folder, "other", KEY_FILES["passphrase"])
     for section, key, status in (("pem", "key", 0), ("pkcs11", "key", 0), ("crl", "key", 0), ("pem", "other", 1)):
-        run(f"reader of {section}", folder, ["./print_section", section, "keystore.conf"], status,
+        run(f"reader of {section}", folder, [BUILD + "/tests/print_section", section, "keystore.conf"], status,
             {**wanted_of("raw"), "passphrase": KEY_FILES["passphrase"]}, {"ZTS_VEKCRED_KEYFILE": key})
 
 
