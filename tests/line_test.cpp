@@ -102,7 +102,7 @@ TEST_P(Lines, FollowTheTable) {
 }
 
 TEST_P(Lines, ReportAndCopyWhatCannotBeEncrypted) {
-    for (const size_t length : {800, 1023, 1024, 8100}) {
+    for (const size_t length : {800U, 1023U, 1024U, 8100U}) {
         const std::string line = "pem.password = " + std::string(length, 'v') + "\n";
         testing::internal::CaptureStderr();
         EXPECT_EQ(line, transform(line)) << length;
@@ -112,7 +112,7 @@ TEST_P(Lines, ReportAndCopyWhatCannotBeEncrypted) {
 }
 
 TEST_P(Lines, AreCutAtTheBuffer) {
-    for (const size_t length : {8190, 8191, 8192, 8193, 20000}) {
+    for (const size_t length : {8190U, 8191U, 8192U, 8193U, 20000U}) {
         const std::string in(length, 'a');
         std::string out;
         for (size_t at = 0; at < length; at += 8191)
