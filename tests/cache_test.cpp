@@ -41,16 +41,13 @@ protected:
         (void)sztouCacheMCAKeystoreConf();
     }
 
-    // Key store and channel password that the readers find; every use of the cache gives "old".
-    static std::string readKeystore(const char *keystorePath) {
-        SztouKsConfig config = {};
-        EXPECT_EQ(0U, sztouGetMCAConfig(&config, CHANNEL, keystorePath, nullptr));
-        return config.keystore;
-    }
-    static std::string readPassword(const char *keystorePath) {
-        SztouPemConfig config = {};
-        EXPECT_EQ(0U, sztouGetMCAPemConfig(&config, CHANNEL, keystorePath, nullptr));
-        return config.password;
+    // Key store and channel password that the readers find.
+    static std::string read(const std::string &keystorePath) {
+        SztouKsConfig cms = {};
+        SztouPemConfig pem = {};
+        EXPECT_EQ(0U, sztouGetMCAConfig(&cms, CHANNEL, keystorePath.c_str(), nullptr));
+        EXPECT_EQ(0U, sztouGetMCAPemConfig(&pem, CHANNEL, keystorePath.c_str(), nullptr));
+        return cms.keystore + std::string(", ") + pem.password;
     }
 
     const TemporaryFile file{OLD_TEXT};
@@ -63,20 +60,15 @@ TEST_F(ChannelCache, ServesTheSameSpellingWithinTheSameSecondOnly) {
     std::string otherSpelling = file.path;
     otherSpelling.insert(otherSpelling.rfind('/'), 1, '/');
     setTime(1000, 999999999);
-    EXPECT_EQ("old", readKeystore(path));
     // The cached section is "cms", and the channel keys of "pem" are looked up in it as they stand.
-    EXPECT_EQ("from cms", readPassword(path));
-    EXPECT_EQ("new", readKeystore(otherSpelling.c_str()));
-    EXPECT_EQ("new", readKeystore(nullptr));
-    EXPECT_EQ("from pem", readPassword(otherSpelling.c_str()));
+    EXPECT_EQ("old, from cms", read(file.path));
+    EXPECT_EQ("new, from pem", read(otherSpelling));
     setTime(1001, 0);
-    EXPECT_EQ("new", readKeystore(path));
-    EXPECT_EQ("from pem", readPassword(path));
-    setTime(1000, 0);
-    EXPECT_EQ("old",
-              readKeystore(path)); // the changed file did not take the place of the cached one
+    EXPECT_EQ("new, from pem", read(file.path));
+    setTime(1000, 0); // the changed file did not take the place of the cached one
+    EXPECT_EQ("old, from cms", read(file.path));
     sztouReleaseMCAKeyStoreConf();
-    EXPECT_EQ("new", readKeystore(path));
+    EXPECT_EQ("new, from pem", read(file.path));
 }
 
 TEST_F(ChannelCache, IsForFourKindsOfProcesses) {
@@ -90,16 +82,14 @@ TEST_F(ChannelCache, IsForFourKindsOfProcesses) {
 }
 
 TEST_F(ChannelCache, StaysEmptySilentlyWithoutAFileToCache) {
-    testing::internal::CaptureStderr();
-    for (const std::string &missing : {std::string("/nonexistent"), std::string(4000, 'x')}) {
-        setenv("ZTS_KEYSTORE_CONF", missing.c_str(), 1);
-        fill(12);
-    }
-    file.write("pem.fips = no\n");
-    setenv("ZTS_KEYSTORE_CONF", path, 1);
-    fill(12);
+    EXPECT_EQ("", shownBy([&] {
+                  setenv("ZTS_KEYSTORE_CONF", "/nonexistent", 1);
+                  fill(12);
+                  file.write("pem.fips = no\n");
+                  setenv("ZTS_KEYSTORE_CONF", path, 1);
+                  fill(12);
+              }));
     EXPECT_EQ(0, sztouIsMCAInterceptEnabled(CHANNEL));
-    EXPECT_EQ("", testing::internal::GetCapturedStderr());
 }
 
 TEST_F(ChannelCache, TellsWhichChannelsAreIntercepted) {

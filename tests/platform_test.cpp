@@ -12,10 +12,9 @@
 namespace {
 
 std::string message(uint32_t number, int64_t numeric, const char *string1, const char *string2) {
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(0U, svcDisplayMessageForError(0, 0, number, svcMakeInserts(numeric, string1, string2),
-                                            0, "t", 1));
-    return testing::internal::GetCapturedStderr();
+    const SvcMessageInserts inserts = svcMakeInserts(numeric, string1, string2);
+    return shownBy(
+        [&] { EXPECT_EQ(0U, svcDisplayMessageForError(0, 0, number, inserts, 0, "t", 1)); });
 }
 
 TEST(Messages, BeginWithNumberAndSeverityAndEndTheLine) {
@@ -24,9 +23,7 @@ TEST(Messages, BeginWithNumberAndSeverityAndEndTheLine) {
         const std::string text = message(entry.number, 0, "one", "two");
         char prefix[16];
         (void)snprintf(prefix, sizeof prefix, "ZTM%04X%c ", entry.number & 0xFFFF,
-                       entry.number >> 28 == 2   ? 'E'
-                       : entry.number >> 28 == 1 ? 'W'
-                                                 : 'I');
+                       "IWE"[entry.number >> 28]);
         EXPECT_EQ(0U, text.find(prefix)) << text;
         EXPECT_EQ('\n', text.back());
         EXPECT_EQ(std::string::npos, text.find('%')) << text;
@@ -35,23 +32,23 @@ TEST(Messages, BeginWithNumberAndSeverityAndEndTheLine) {
 }
 
 TEST(Messages, NameTheThingAtFaultAndTheReason) {
+    constexpr uint32_t REASON = SVC_PBE_AUTHENTICATION_FAILED;
     const struct {
-        std::string text;
-        const char *part;
+        uint32_t number, numeric;
+        const char *string1, *string2, *part;
     } cases[] = {
-        {message(SVC_MSG_CANNOT_OPEN, ENOSPC, "/a/b", nullptr), "'/a/b'"},
-        {message(SVC_MSG_CANNOT_OPEN, ENOSPC, "/a/b", nullptr), ": No space left on device."},
-        {message(SVC_MSG_PBE_FAILED, SVC_PBE_AUTHENTICATION_FAILED, nullptr, nullptr),
-         svcPBEReasonText(SVC_PBE_AUTHENTICATION_FAILED)},
-        {message(SVC_MSG_PBE_FAILED, SVC_PBE_AUTHENTICATION_FAILED, nullptr, nullptr),
-         "0x20006344"},
-        {message(SVC_MSG_PBE_FAILED, 0x12345678, nullptr, nullptr), "0x12345678"},
-        {message(SVC_MSG_DUPLICATE_KEY, 0, nullptr, "k"), "keystore.conf in its standard place"},
-        {message(SVC_MSG_FILE_UNUSABLE, 0, "forged\nZTM9105I \x1b[1m", nullptr),
-         "forged?ZTM9105I ?[1m"},
+        {SVC_MSG_CANNOT_OPEN, ENOSPC, "/a/b", nullptr, "'/a/b'"},
+        {SVC_MSG_CANNOT_OPEN, ENOSPC, "/a/b", nullptr, ": No space left on device."},
+        {SVC_MSG_PBE_FAILED, REASON, nullptr, nullptr, svcPBEReasonText(REASON)},
+        {SVC_MSG_PBE_FAILED, REASON, nullptr, nullptr, "0x20006344"},
+        {SVC_MSG_PBE_FAILED, 0x12345678, nullptr, nullptr, "0x12345678"},
+        {SVC_MSG_DUPLICATE_KEY, 0, nullptr, "k", "keystore.conf in its standard place"},
+        {SVC_MSG_FILE_UNUSABLE, 0, "forged\nZTM9105I \x1b[1m", nullptr, "forged?ZTM9105I ?[1m"},
     };
-    for (const auto &row : cases)
-        EXPECT_NE(std::string::npos, row.text.find(row.part)) << row.text;
+    for (const auto &row : cases) {
+        const std::string text = message(row.number, row.numeric, row.string1, row.string2);
+        EXPECT_NE(std::string::npos, text.find(row.part)) << text;
+    }
 }
 
 TEST(Messages, AreCutAndNotOverrun) {
@@ -70,24 +67,26 @@ TEST(Messages, RefuseUnknownNumbersAndForeignBlocks) {
               svcDisplayMessageForError(0, 0, SVC_MSG_USAGE, inserts, 0, "t", 1));
 }
 
+int32_t statusOf(uint32_t code) {
+    int32_t status = static_cast<int32_t>(code);
+    utlMapRCTo8bit(&status);
+    return status;
+}
+
 TEST(ExitStatus, IsZeroForSuccessOnlyAndDistinctForKnownCodes) {
     std::set<int32_t> seen;
     for (const uint32_t code :
          {0U, 1U, 10U, 12U, 15U, 20U, 63U, 2071U, 2195U, 0x20008066U, 0x20806301U, 0x20006327U,
           0xFFFFFFFFU, uint32_t{SVC_PBE_KEY_FILE_UNREADABLE}, uint32_t{SVC_PBE_KEY_FILE_BAD_LENGTH},
           uint32_t{SVC_PBE_CLEAR_TEXT_LENGTH}, uint32_t{SVC_PBE_FIPS_NOT_AVAILABLE}}) {
-        int32_t status = static_cast<int32_t>(code);
-        utlMapRCTo8bit(&status);
+        const int32_t status = statusOf(code);
         EXPECT_TRUE(seen.insert(status).second) << code;
         EXPECT_EQ(code == 0, status == 0);
         EXPECT_EQ(status, status & 0xFF);
         EXPECT_TRUE(code > 63 || status == static_cast<int32_t>(code));
     }
-    for (const uint32_t code : {64U, 256U, 512U, 0x80000000U, 0x20000000U}) {
-        int32_t status = static_cast<int32_t>(code);
-        utlMapRCTo8bit(&status);
-        EXPECT_EQ(255, status) << code;
-    }
+    for (const uint32_t code : {64U, 256U, 512U, 0x80000000U, 0x20000000U})
+        EXPECT_EQ(255, statusOf(code)) << code;
 }
 
 TEST(Text, CopiesFillTheFieldAndNothingElse) {
