@@ -53,6 +53,8 @@ uint32_t parseAndFilter() {
     sztucFilterPrefix(list, "x");
     const uint64_t count = list == nullptr ? 0 : list->SztuListCount(list);
     sztucFreeConfigList(list);
+    if (result != SZTU_OK && result != SZTU_CANNOT_PARSE)
+        return WRONG;
     return same(result, &count, sizeof count);
 }
 

@@ -133,32 +133,31 @@ TEST(Startup, RefusesWhatIsNotUsable) {
     EXPECT_EQ(0U, svcCheckConsistency("/tmp"));
     EXPECT_EQ(uint32_t{SVC_NOT_CONSISTENT}, svcCheckConsistency("/dev/null"));
     EXPECT_EQ(uint32_t{SVC_NOT_CONSISTENT}, svcCheckConsistency("opt/ztm"));
-    SvcMiniSubpool context = svcIC_MINI_SUBPOOL;
-    EXPECT_EQ(0U, svcInitializeEx(48, 7, 0, 0, 0, 0, 0, 0, &context));
-    EXPECT_EQ(uint32_t{SVC_BAD_ARGUMENTS}, svcInitializeEx(48, 8, 0, 0, 0, 0, 0, 0, &context));
-    EXPECT_EQ(uint32_t{SVC_BAD_ARGUMENTS}, thdProcess.initReason);
-    context.handle = 1;
-    EXPECT_EQ(uint32_t{SVC_BAD_ARGUMENTS}, svcInitializeEx(48, 7, 0, 0, 0, 0, 0, 0, &context));
 }
 
 TEST(Services, RefuseMissingArguments) {
     char text[8];
-    SvcMiniSubpool other = {svcIC_MINI_SUBPOOL.handle, svcIC_MINI_SUBPOOL.word + 1};
+    SvcMiniSubpool context = svcIC_MINI_SUBPOOL, other = context, foreign = context;
+    ++other.word;
+    ++foreign.handle;
     const uint32_t results[] = {svcGetMemFn(0, 16, 1, 1, 0, nullptr),
                                 svcCheckConsistency(nullptr),
                                 svcStrerrorEx(1, nullptr, sizeof text, 0, 1),
                                 svcStrerrorEx(1, text, 0, 0, 1),
                                 svcInitializeEx(48, 7, 0, 0, 0, 0, 0, 0, nullptr),
-                                svcInitializeEx(48, 7, 1, 0, 0, 0, 0, 0, &other),
-                                svcInitializeEx(48, 7, 0, 0, 0, 0, 0, 0, &other)};
+                                svcInitializeEx(48, 7, 1, 0, 0, 0, 0, 0, &context),
+                                svcInitializeEx(48, 7, 0, 0, 0, 0, 0, 0, &other),
+                                svcInitializeEx(48, 7, 0, 0, 0, 0, 0, 0, &foreign),
+                                svcInitializeEx(48, 8, 0, 0, 0, 0, 0, 0, &context),
+                                thdProcess.initReason};
     for (const uint32_t result : results)
         EXPECT_EQ(SVC_BAD_ARGUMENTS + 0U, result) << &result - results;
-    --other.word;
     EXPECT_EQ(0U, svcProgramInit(0, nullptr, 0, 0));
     svcWipe(nullptr, 0);
     trc_FNC_retcode(16, 1, 0); // not while the trace is off
     trc_FNC_text(16, 1, "no trace");
-    EXPECT_EQ(0U, svcInitializeEx(48, SVC_SERVICE_MEMORY, 0, 0, 0, 0, 0, 0, &other));
+    for (const uint32_t services : {SVC_SERVICE_MEMORY + 0U, 7U})
+        EXPECT_EQ(0U, svcInitializeEx(48, services, 0, 0, 0, 0, 0, 0, &context));
 }
 
 TEST(Environment, TellsWhoAndWhatIsNotThere) {
