@@ -1,12 +1,15 @@
 // Every operation with every request for memory refused once, libcrypto's and stdio's included: no crash,
 // no leak, no wrong result that is called success, and a failure record for what the library asked for.
 #include "keystore_file.h"
+#include "sztoumaa.h"
 
 #include <cstring>
+#include <malloc.h>
 #include <type_traits>
 
 extern "C" int refusedRequest;
 extern "C" int liveRequests;
+extern "C" void *latestRequest;
 
 namespace {
 
@@ -98,7 +101,13 @@ uint32_t saveAndRestore(int32_t algorithm) {
 
 uint32_t useDefaultKey() {
     unsetenv("ZTS_VEKCRED_KEYFILE");
-    return saveAndRestore(SVC_PBE_ALGORITHM_GCM);
+    const uint32_t result = saveAndRestore(SVC_PBE_ALGORITHM_GCM);
+    // The key of a session that gets no salt stays where it lies, wiped.
+    uint8_t key[SVC_PBE_KEY_LENGTH];
+    sztouBuildDefaultKey(key);
+    const size_t length = malloc_usable_size(latestRequest);
+    const bool isLeft = memmem(latestRequest, length, key, sizeof key) != nullptr;
+    return isLeft ? WRONG : result;
 }
 
 uint32_t readKeyFile() {

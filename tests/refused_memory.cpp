@@ -11,6 +11,7 @@ extern "C" {
 
 int refusedRequest = 0; // counted from 1; 0 and less: none
 int liveRequests = 0;   // granted and not released
+void *latestRequest;    // granted last; null when it was released
 
 void *__libc_malloc(size_t length);
 void *__libc_calloc(size_t count, size_t length);
@@ -31,7 +32,7 @@ static bool isRefused() {
 
 static void *counted(void *memory) {
     liveRequests += memory != nullptr;
-    return memory;
+    return latestRequest = memory;
 }
 
 void *malloc(size_t length) {
@@ -51,6 +52,8 @@ void *realloc(void *memory, size_t length) {
 
 void free(void *memory) {
     liveRequests -= memory != nullptr;
+    if (memory == latestRequest)
+        latestRequest = nullptr;
     __libc_free(memory);
 }
 
