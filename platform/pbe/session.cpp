@@ -109,9 +109,10 @@ void *(*const volatile libraryCopy)(void *, const void *, size_t) = memcpy;
 // put those on the stack. A copy of as many zeros goes through the same registers.
 void overwriteRegisters(int32_t length) {
     static constexpr char ZEROS[SVC_PBE_STORED_LIMIT] = {};
+    if (length <= 0)
+        return;
     char copy[sizeof ZEROS];
-    if (length > 0)
-        (void)libraryCopy(copy, ZEROS, std::min(static_cast<size_t>(length), sizeof ZEROS));
+    (void)libraryCopy(copy, ZEROS, std::min(static_cast<size_t>(length), sizeof ZEROS));
 }
 
 void wipeBytes(uint8_t *bytes, int32_t length) {
