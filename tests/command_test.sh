@@ -61,6 +61,11 @@ if unshare -U --map-user=4000000 true 2>/dev/null; then
   env -u HOME unshare -U --map-user=4000000 "$command" >../out 2>../err
   is 'a user who has no home ends with 15, without a message' '15 0' "$? $(wc -c <../err)"
 fi
+library=$VEK_BUILD/tests/librefused_memory.so
+if [ -e "$library" ]; then # one of the requests is the key for the data of threads
+  for n in {1..9}; do VEK_REFUSED_REQUEST=$n LD_PRELOAD=$library "$command" '-?'; done >../out 2>../err
+  is 'services that do not start' 'svcMiniInitialize failed: 536896295' "$(cat ../out)"
+fi
 mkdir .zts && cp conf .zts/keystore.conf
 run 'standard place' '0 ZTM6339W ZTM9105I: .zts/keystore.conf=protected conf=clear'
 cp conf named
@@ -96,6 +101,9 @@ fresh
 run 'a credential too long' '85 ZTM6339W ZTM6337E: conf=clear' -f conf
 run 'the same with -o' '85 ZTM6339W ZTM6337E: conf=clear part=protected' -f conf -o part
 is 'the partial output stays, without what follows' 'pem.password = ' "$(tail -n 1 part | cut -c1-15)"
+fresh
+"$command" -f conf <&- >&- 2>&-
+is 'no standard streams' ' conf=protected' "$(states)"
 fresh
 umask 027
 run 'creation mode' '0 ZTM6339W ZTM9105I: conf=protected' -f conf
@@ -160,9 +168,14 @@ is 'is not written through a link' "$appended" "$(wc -l <../trace)"
 mkfifo ../fifo
 traced fifo '-?'
 is 'does not wait for a pipe' 10 $?
+traced fifo '-?' 3<>../fifo
+is 'nor write to one' 10 $?
+ZTS_TRACE='' run 'no trace' '10 ZTM3056I: conf=protected' '-?'
 
 # --- As an ordinary user, where a permission is real
 if [ "$(id -u)" = 0 ]; then
+  touch ../foreign && chown 65534 ../foreign && traced foreign '-?'
+  is 'a trace into a file of another user' '' "$(cat ../foreign)"
   fresh
   mkdir locked && cp conf locked && chmod 555 locked
   # Without its capabilities root obeys the permissions too, wherever the build folder lies.
