@@ -27,10 +27,12 @@
 
 namespace {
 
-// No locale calls a printable character of ASCII white space, and nearly all characters are such.
+// Every locale calls a space white space and no other printable character of ASCII; nearly all characters
+// are of these, and are not looked up.
 bool isBlank(char character) {
-    const bool isPrintable = character > ' ' && character <= '~';
-    return !isPrintable && isspace(static_cast<unsigned char>(character)) != 0;
+    if (character >= ' ' && character <= '~')
+        return character == ' ';
+    return isspace(static_cast<unsigned char>(character)) != 0;
 }
 
 // The part of a text that stripping keeps. The end stays as it is when the last character that is not
