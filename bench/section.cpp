@@ -59,10 +59,12 @@ SztuList *parse(std::string *text) {
     return list;
 }
 
-// A process that reads a large file does so once, with memory that it takes from the system then. A small
-// one is read by a process that has run for a while.
-void settleMemory(benchmark::State &state) {
-    if (state.range(0) == FEW_LINES)
+// Where the memory of a list comes from: the system, as in a process that reads a large file once, or what the
+// process has used before.
+enum class Memory { fresh, used };
+
+void settle(benchmark::State &state, Memory memory) {
+    if (memory == Memory::used)
         return;
     state.PauseTiming();
     (void)malloc_trim(0);
@@ -71,30 +73,32 @@ void settleMemory(benchmark::State &state) {
 
 // ---- Parsing, filtering, freeing -------------------------------------------------------------
 
-void parseAndFree(benchmark::State &state) {
+void parseAndFree(benchmark::State &state, Memory memory) {
     std::string text = makeText(state.range(0), /* withGroups= */ false);
     for (auto _ : state) {
-        settleMemory(state);
+        settle(state, memory);
         sztucFreeConfigList(parse(&text));
     }
 }
-BENCHMARK(parseAndFree)->Arg(FEW_LINES)->Arg(MANY_LINES);
+BENCHMARK_CAPTURE(parseAndFree, used, Memory::used)->Arg(FEW_LINES)->Arg(MANY_LINES);
+BENCHMARK_CAPTURE(parseAndFree, fresh, Memory::fresh)->Arg(MANY_LINES);
 
 // The list node, the item and its two texts, taken for all lines and then given back.
-void fourAllocations(benchmark::State &state) {
+void fourAllocations(benchmark::State &state, Memory memory) {
     constexpr size_t LENGTHS[] = {sizeof(SztuListNode), sizeof(SztucConfigItem),
                                   sizeof "ocsp.key_000000", sizeof "/etc/ztm/value_000000"};
-    std::vector<void *> memory(static_cast<size_t>(state.range(0)) * std::size(LENGTHS));
+    std::vector<void *> pieces(static_cast<size_t>(state.range(0)) * std::size(LENGTHS));
     for (auto _ : state) {
-        settleMemory(state);
-        for (size_t i = 0; i < memory.size(); ++i)
-            memory[i] = malloc(LENGTHS[i % std::size(LENGTHS)]);
+        settle(state, memory);
+        for (size_t i = 0; i < pieces.size(); ++i)
+            pieces[i] = malloc(LENGTHS[i % std::size(LENGTHS)]);
         benchmark::ClobberMemory();
-        for (void *const piece : memory)
+        for (void *const piece : pieces)
             free(piece);
     }
 }
-BENCHMARK(fourAllocations)->Arg(FEW_LINES)->Arg(MANY_LINES);
+BENCHMARK_CAPTURE(fourAllocations, used, Memory::used)->Arg(FEW_LINES)->Arg(MANY_LINES);
+BENCHMARK_CAPTURE(fourAllocations, fresh, Memory::fresh)->Arg(MANY_LINES);
 
 // Times one of the three steps that a list goes through.
 enum class Step { parse, filter, free };
@@ -102,7 +106,7 @@ enum class Step { parse, filter, free };
 void timeStep(benchmark::State &state, Step step) {
     std::string text = makeText(state.range(0), /* withGroups= */ false);
     for (auto _ : state) {
-        settleMemory(state);
+        settle(state, Memory::fresh);
         const clock_t start = clock();
         SztuList *const list = parse(&text);
         const clock_t parsed = clock();
