@@ -98,7 +98,8 @@ bool noteMarkers(const LineWords &words) {
         if (!beginsWith(words.key, row->markerKey))
             continue;
         row->markerState = isMarkerYes(words.value) ? 1 : 0;
-        dropped = dropped || row->markerState == 0;
+        if (row->markerState == 0)
+            dropped = true;
     }
     return dropped;
 }

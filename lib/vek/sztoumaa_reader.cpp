@@ -50,7 +50,9 @@ bool sztouStopReading(SztouReading *reading, uint32_t result, const char *errorK
 bool sztouLoadSection(SztouReading *reading, int32_t reportErrors) {
     const uint32_t result = sztouLoadConfigSection(reading->keystorePath, &reading->list,
                                                    reading->section, reportErrors);
-    return result == SZTU_OK || sztouStopReading(reading, result, /* errorKey= */ nullptr);
+    if (result == SZTU_OK)
+        return true;
+    return sztouStopReading(reading, result, /* errorKey= */ nullptr);
 }
 
 bool sztouTakeCachedSection(SztouReading *reading) {
@@ -79,7 +81,9 @@ static uint32_t lookUp(SztouReading *reading, const char *key, std::span<char> f
 bool sztouReadText(SztouReading *reading, const char *key, std::span<char> field,
                    uint32_t missingResult) {
     const uint32_t result = lookUp(reading, key, field, missingResult);
-    return result == SZTU_OK || sztouStopReading(reading, result, key);
+    if (result == SZTU_OK)
+        return true;
+    return sztouStopReading(reading, result, key);
 }
 
 bool sztouReadOptionalText(SztouReading *reading, const char *key, std::span<char> field) {
@@ -197,7 +201,9 @@ static bool restore(SztouReading *reading, const char *stored, const char *error
     const uint32_t reason =
         svcPBERestore(&reading->session, stored, static_cast<int32_t>(strlen(stored)), &algorithm,
                       clearText, clearLength);
-    return reason == SVC_PBE_OK || sztouStopReading(reading, reason, errorKey);
+    if (reason == SVC_PBE_OK)
+        return true;
+    return sztouStopReading(reading, reason, errorKey);
 }
 
 bool sztouReadProtected(SztouReading *reading, const SztouProtectedKey &key, std::span<char> field,
