@@ -197,6 +197,7 @@ TEST(Trace, ShowsDepthAndCutsWhatIsTooLong) {
 }
 
 TEST(Failures, AreKeptWithTheirPlace) {
+    svcRecordFailure(16, SVC_FAILURE_MEMORY, SVC_PROBE_MEMORY, nullptr);
     SvcFailureRecord before;
     svcGetFailureRecord(&before);
     svcSaveFileContextSccsId("lib/here", 7);

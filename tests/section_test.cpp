@@ -206,6 +206,7 @@ TEST(Session, TakesItsKeyFromTheFirstSourceThatIsNamed) {
             EXPECT_EQ(row.key, string(reinterpret_cast<char *>(session.key), 32));
             EXPECT_EQ(0, memcmp(salt, session.salt, sizeof salt));
             EXPECT_STREQ("<VEK>", session.label);
+            EXPECT_EQ(2, sztouInitializePBE(SVC_COMPONENT_VEK, 369, nullptr, item, &session, 0));
             EXPECT_EQ(0U, sztouTermPBE(&session));
         }
         EXPECT_TRUE(session.key == nullptr && session.keyLength == 0);
