@@ -16,7 +16,7 @@ namespace {
 
 constexpr char TEMPORARY_SUFFIX[] = ".bak";
 constexpr size_t TEMPORARY_PATH_LIMIT = 4096; // with the terminator; a longer path is cut
-constexpr size_t STREAM_BUFFER_SIZE = 65536;
+constexpr size_t STREAM_BUFFER_SIZE = 16384;
 
 struct Rewrite {
     const char *keystorePath;
