@@ -68,7 +68,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         items.empty() ? "pem" : items[0].key.substr(0, items[0].key.find('.'));
     sztucFilterPrefix(list, section.c_str());
     const std::vector<Item> kept = itemsOf(*list);
-    require(kept.size() <= items.size());
+    const int64_t expected = std::count_if(items.begin(), items.end(), [&](const Item &item) {
+        return item.key.starts_with(section + ".") && section.size() < SZTUC_PREFIX_CAPACITY;
+    });
+    require(static_cast<int64_t>(kept.size()) == expected);
+    for (const Item &item : kept)
+        require(std::count(items.begin(), items.end(), Item{section + "." + item.key, item.value}));
     for (size_t i = 0; i < kept.size() && i < 16; ++i)
         checkLookup(list, kept[i], std::count_if(kept.begin(), kept.end(), [&](const Item &other) {
                         return other.key == kept[i].key;
