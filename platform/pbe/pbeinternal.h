@@ -4,8 +4,8 @@
 #ifndef PBEINTERNAL_H
 #define PBEINTERNAL_H
 
-// svcpbeOwnProcess notes that the process belongs to the program alone, and chooses the process-wide
-// options of libcrypto that make its start short. No algorithm and no configuration is loaded.
+// svcpbeOwnProcess notes that the process belongs to the program alone, so that process-wide options of
+// libcrypto may be chosen when the first session opens. It does nothing else.
 void svcpbeOwnProcess();
 
 // svcpbeTerminate wipes and releases the initial keys that were read from files and not released, and

@@ -88,13 +88,18 @@ bool openProvider(bool fips, PbeProvider *provider) {
 
 } // namespace
 
-// The names of all ciphers and digests and the texts of all errors, none of which the service looks up,
-// take a third of libcrypto's start. Only the first call of libcrypto can leave them out.
 void svcpbeOwnProcess() {
     ownProcess.store(true, std::memory_order_relaxed);
-    (void)OPENSSL_init_crypto(OPENSSL_INIT_NO_ADD_ALL_CIPHERS | OPENSSL_INIT_NO_ADD_ALL_DIGESTS |
-                                  OPENSSL_INIT_NO_LOAD_CRYPTO_STRINGS,
-                              /* settings= */ nullptr);
+}
+
+// The names of all ciphers and digests and the texts of all errors, none of which the service looks up,
+// take a third of libcrypto's start. Only the first call of libcrypto can leave them out.
+void pbePrepareLibrary() {
+    if (ownProcess.load(std::memory_order_relaxed))
+        (void)OPENSSL_init_crypto(OPENSSL_INIT_NO_ADD_ALL_CIPHERS |
+                                      OPENSSL_INIT_NO_ADD_ALL_DIGESTS |
+                                      OPENSSL_INIT_NO_LOAD_CRYPTO_STRINGS,
+                                  /* settings= */ nullptr);
 }
 
 bool svcpbeLibraryConsistent() {

@@ -27,6 +27,10 @@ struct PbeProvider {
     bool isReady;
 };
 
+// pbePrepareLibrary makes the first call of libcrypto, in a process that belongs to the program alone: it
+// chooses the process-wide options that make its start short. Elsewhere, and later, it changes nothing.
+void pbePrepareLibrary();
+
 // pbeAcquireProvider hands out one of the two providers and makes it when it does not exist. A failure
 // is not remembered. The caller gives it back with pbeReleaseProvider.
 // Result: SVC_PBE_OK, SVC_PBE_NO_STORAGE, SVC_PBE_CRYPTO_FAILED, SVC_PBE_FIPS_NOT_AVAILABLE.

@@ -1,7 +1,7 @@
 /*
  * session.cpp - the exported functions of the PBE service.
  *
- * Nothing is derived and libcrypto is not touched before the first value, unless the session asks for a
+ * Nothing is derived and no algorithm is fetched before the first value, unless the session asks for a
  * FIPS provider: a program that opens a session and finds nothing to encrypt pays for neither.
  */
 #include "cipher.h"
@@ -269,7 +269,10 @@ constexpr ReasonText REASON_TEXTS[] = {
 
 uint32_t svcPBEInit(uint64_t /*handle*/, uint32_t /*word*/, SvcPBESession *session) {
     const uint32_t reason = checkRecord(session);
-    return reason == SVC_PBE_OK ? openSession(session) : reason;
+    if (reason != SVC_PBE_OK)
+        return reason;
+    pbePrepareLibrary();
+    return openSession(session);
 }
 
 uint32_t svcPBESave(SvcPBESession *session, const char *clearText, int32_t clearLength,
