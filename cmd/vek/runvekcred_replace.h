@@ -13,8 +13,9 @@
 [[nodiscard]] int lockDirectory(const char *path);
 void unlockDirectory(int directory);
 
-// Opens the new content of a file that is replaced. A file of this user at `path` is truncated, but a link, a FIFO, a file with a second name or of another user is removed first and never followed. Null:
-// errno tells why.
+// Opens the new content of a file that is replaced. A file of this user at `path` is truncated; a link, a
+// FIFO, a file with a second name or of another user is removed first and never followed. Null: errno
+// tells why.
 [[nodiscard]] FILE *openReplacement(const char *path);
 
 // Reserves room on the disk for the result of rewriting `input` into `output`. Result: 0, or ENOSPC,
