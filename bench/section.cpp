@@ -1,5 +1,5 @@
 // Reading keystore.conf: the library, the least memory work that its items need, and other parsers.
-#include "sztoumaa.h"
+#include "sztoumaa/sztoumaa.h"
 #include "ztvek.h"
 
 #include <benchmark/benchmark.h>

@@ -3,7 +3,7 @@
 #ifndef FUZZ_SUPPORT_H
 #define FUZZ_SUPPORT_H
 
-#include "sztoumaa.h"
+#include "sztoumaa/sztoumaa.h"
 
 #include <cstdlib>
 #include <string>

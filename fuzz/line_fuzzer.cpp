@@ -1,7 +1,7 @@
 // The line transformation of the command. The first byte of the input chooses the algorithm, the rest is
 // the text of a file.
 #include "fuzz_support.h"
-#include "runvekcred.h"
+#include "runvekcred/runvekcred.h"
 
 #include <algorithm>
 #include <strings.h>

@@ -1,6 +1,6 @@
 // The option scan. Each line of the input is one argument.
 #include "fuzz_support.h"
-#include "runvekcred.h"
+#include "runvekcred/runvekcred.h"
 
 #include <algorithm>
 #include <cstring>

@@ -1,7 +1,7 @@
 // The encrypted value. The first three bytes of the input choose the algorithm and a change; the rest is
 // read as an encrypted value, and then encrypted itself.
-#include "encryptedtext.h"
 #include "fuzz_support.h"
+#include "pbe/value_text.h"
 
 #include <algorithm>
 

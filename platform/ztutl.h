@@ -13,7 +13,7 @@ extern "C" {
 /*
  * utlMapRCTo8bit replaces a reason code by the exit status that stands for it: 0 stays 0 and nothing
  * else becomes 0; 1 to 63 stay as they are; the larger codes in use have a status of their own, in
- * the table of platform/utility/exitstatus.cpp; every other code is 255.
+ * the table of platform/utility/exit_status.cpp; every other code is 255.
  */
 ZT_EXPORT void utlMapRCTo8bit(int32_t *reasonCode);
 

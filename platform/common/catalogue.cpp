@@ -5,7 +5,7 @@
  * %n for the same in decimal, %e for ": " and the system's text of that error number, and %r for ": "
  * and the PBE service's text of that reason code; %e and %r are empty when there is no such text.
  */
-#include "catalogue.h"
+#include "common/catalogue.h"
 
 #include "ztsvc.h"
 

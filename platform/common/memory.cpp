@@ -2,7 +2,7 @@
  * memory.cpp - the one allocator of the product. Memory is cleared when it is handed out and wiped
  * before it is released, so that no secret outlives its buffer, whoever releases it.
  */
-#include "pbeinternal.h"
+#include "pbe/internal.h"
 #include "ztsvc.h"
 
 #include <cstdlib>

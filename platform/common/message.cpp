@@ -1,7 +1,7 @@
 /*
  * message.cpp - numbered messages: one line of the catalogue, filled in, in one write.
  */
-#include "catalogue.h"
+#include "common/catalogue.h"
 #include "ztpbe.h"
 #include "ztsvc.h"
 #include "zttrc.h"

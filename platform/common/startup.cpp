@@ -1,8 +1,8 @@
 /*
  * startup.cpp - start-up and termination of a program, and the process anchor.
  */
-#include "pbeinternal.h"
-#include "traceinternal.h"
+#include "pbe/internal.h"
+#include "trace/internal.h"
 #include "ztsvc.h"
 #include "zttrc.h"
 

@@ -2,8 +2,8 @@
  * cipher.cpp - one algorithm of a session. A context keeps its key from value to value; only the nonce
  * is set anew.
  */
-#include "cipher.h"
-#include "keyderivation.h"
+#include "pbe/cipher.h"
+#include "pbe/key_derivation.h"
 
 #include <openssl/core_names.h>
 #include <openssl/crypto.h>

@@ -4,9 +4,9 @@
 #ifndef CIPHER_H
 #define CIPHER_H
 
-#include "encryptedtext.h"
-#include "noncepool.h"
-#include "provider.h"
+#include "pbe/libcrypto.h"
+#include "pbe/nonce_pool.h"
+#include "pbe/value_text.h"
 
 #include <span>
 

@@ -4,10 +4,10 @@
  * Nothing is derived and no algorithm is fetched before the first value, unless the session asks for a
  * FIPS provider: a program that opens a session and finds nothing to encrypt pays for neither.
  */
-#include "cipher.h"
-#include "keyderivation.h"
-#include "keyfile.h"
-#include "pbeinternal.h"
+#include "pbe/cipher.h"
+#include "pbe/internal.h"
+#include "pbe/key_derivation.h"
+#include "pbe/key_file.h"
 
 #include <algorithm>
 #include <cstring>

@@ -1,7 +1,7 @@
 /*
  * trace.cpp - the trace facility: one line a record, appended to the file that ZTS_TRACE names.
  */
-#include "traceinternal.h"
+#include "trace/internal.h"
 #include "zttrc.h"
 
 #include <algorithm>

@@ -1,0 +1,97 @@
+/*
+ * load.cpp - loads one section of keystore.conf.
+ */
+#include "sztoumaa/message.h"
+#include "sztoumaa/sztoumaa.h"
+#include "trace_numbers.h"
+#include "zttrc.h"
+
+#define TRC_SOURCE "lib/vek/sztoumaa"
+
+namespace {
+
+constexpr char PATH_VARIABLE[] = "ZTS_KEYSTORE_CONF";
+constexpr char FILE_NAME[] = "keystore.conf";
+constexpr size_t ERROR_TEXT_CAPACITY = 1024;
+
+void showFileMessage(uint32_t number, const char *file, int32_t reportErrors, int32_t line) {
+    if (reportErrors != 0)
+        sztouShowMessage(number, svcMakeInserts(/* numeric1= */ 0, file, /* string2= */ nullptr),
+                         line);
+}
+
+uint32_t findStandardPath(char *path, int32_t reportErrors) {
+    const uint32_t result = sztucGetConfigFilePath(path, PATH_VARIABLE, FILE_NAME);
+    if (result == SZTU_OK)
+        return SZTU_OK;
+    showFileMessage(SVC_MSG_NO_LOCATION, FILE_NAME, reportErrors, __LINE__);
+    TRC_PARMS_AT("%s : %d  Cannot get config file path");
+    return result;
+}
+
+void traceErrorNumber(int32_t errorNumber) {
+    char errorText[ERROR_TEXT_CAPACITY] = {};
+    (void)svcStrerrorEx(errorNumber, errorText, sizeof errorText, /* options= */ 0, /* style= */ 1);
+    errorText[sizeof errorText - 1] = '\0';
+    TRC_PARMS_AT("%s : %d  errno '%d': %s", errorNumber, errorText);
+}
+
+uint32_t readText(const char *path, char **text, int32_t reportErrors) {
+    int32_t errorNumber = 0;
+    if (sztucReadConfigFile(path, text, &errorNumber) == SZTU_OK)
+        return SZTU_OK;
+    showFileMessage(SVC_MSG_FILE_UNUSABLE, path, reportErrors, __LINE__);
+    TRC_PARMS_AT("%s : %d  Cannot read config file '%s'", path);
+    if (errorNumber != 0)
+        traceErrorNumber(errorNumber);
+    return SZTU_CANNOT_READ;
+}
+
+// The caller's reference owns its list before and after: what it held goes, and the new list is stored
+// at once.
+uint32_t parseSection(const char *path, char *text, SztuList **list, const char *section,
+                      int32_t reportErrors) {
+    sztucFreeConfigList(*list);
+    *list = SztuListCreate();
+    if (sztucParseConfigFile(text, *list) != SZTU_OK) {
+        showFileMessage(SVC_MSG_FILE_UNUSABLE, path, reportErrors, __LINE__);
+        TRC_PARMS_AT("%s : %d  Cannot parse config file");
+        return SZTU_CANNOT_PARSE;
+    }
+    sztucFilterPrefix(*list, section);
+    return (*list)->SztuListCount(*list) != 0 ? SZTU_OK : SZTU_SECTION_EMPTY;
+}
+
+uint32_t loadSection(const char *path, SztuList **list, const char *section, int32_t reportErrors,
+                     char **text) {
+    TRC_PARMS_AT("%s : %d  Loading section '%s'", section);
+    if (section[0] == '\0')
+        return SZTU_BAD_ARGUMENTS;
+    char standardPath[SZTUC_PATH_CAPACITY];
+    if (path == nullptr) {
+        const uint32_t result = findStandardPath(standardPath, reportErrors);
+        if (result != SZTU_OK)
+            return result;
+        path = standardPath;
+    }
+    const uint32_t result = readText(path, text, reportErrors);
+    if (result != SZTU_OK)
+        return result;
+    return parseSection(path, *text, list, section, reportErrors);
+}
+
+} // namespace
+
+uint32_t sztouLoadConfigSection(const char *path, SztuList **list, const char *section,
+                                int32_t reportErrors) {
+    TRC_ENTRY(FUNCTION_LOAD_CONFIG_SECTION);
+    char *text = nullptr;
+    const uint32_t result = loadSection(path, list, section, reportErrors, &text);
+    if (result != SZTU_OK) {
+        sztucFreeConfigList(*list);
+        *list = nullptr;
+    }
+    (void)svcFreeMemFn(/* subpool= */ 0, SVC_COMPONENT_VEK, FUNCTION_LOAD_CONFIG_SECTION, text);
+    TRC_RETCODE(FUNCTION_LOAD_CONFIG_SECTION, result);
+    return result;
+}

@@ -1,0 +1,19 @@
+/*
+ * message.cpp - numbered messages of the library, and the flag that switches them.
+ */
+#include "sztoumaa/message.h"
+
+#include "ztvek.h"
+
+#define TRC_SOURCE "lib/vek/sztoumaa"
+
+static constexpr uint32_t MESSAGE_OPTIONS = 0xF0000001;
+
+uint32_t sztUseLogErrorMessage = 1;
+
+void sztouShowMessage(uint32_t number, const SvcMessageInserts &inserts, int32_t line) {
+    if (sztUseLogErrorMessage == 0)
+        return;
+    (void)svcDisplayMessageForError(svcIC_MINI_SUBPOOL.handle, svcIC_MINI_SUBPOOL.word, number,
+                                    inserts, MESSAGE_OPTIONS, TRC_SOURCE, line);
+}

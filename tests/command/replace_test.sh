@@ -1,0 +1,154 @@
+#!/usr/bin/env bash
+# The file is replaced or stays as it was: on a full disk, with two runs at once, and whatever lies at the
+# temporary path. As root, everything is tried a second time as an ordinary user.
+# A prefix of a command is several words.
+# shellcheck disable=SC2086
+set -uo pipefail
+command=$VEK_BUILD/bin/runvekcred
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+cd "$scratch" || exit 1
+unset ZTS_TRACE # a limit for the size of files would count for it too
+failures=0
+checks=0
+skipped=0
+head -c 32 /dev/urandom >key
+# 3 pages, as its result; the room reserved for that is 29 pages, or 114 KiB.
+{
+  printf '%s\n' 'pem.password = one' 'pkcs11.token_pin = two' 'crl.ldap.pass = three'
+  seq -f 'cms.certificate.channel.%04g = label' 300
+} >sample
+
+is() { # is NAME EXPECTED GOT
+  checks=$((checks + 1))
+  [ "$2" = "$3" ] && return
+  failures=$((failures + 1))
+  printf 'FAILED %s: %s instead of %s\n' "$1" "$3" "$2"
+}
+states() { "$VEK_PYTHON" "$VEK_SOURCE/tests/support/new_content.py" "$scratch/key" "$scratch/sample" "$@"; }
+# run NAME EXPECTED FILE [PREFIX...]: exit status, state of the file, state of its .bak
+run() {
+  local message status
+  message=$("${@:4}" timeout 30 "$command" -f "$3" -sf "$scratch/key" 2>&1)
+  status=$?
+  is "$1" "$2" "$status $(states "$3" "$3.bak")"
+  case $status$message in 0*ZTM9105I* | [1-9]*ZTM????E*) ;; *) is "$1: message" 'one' "$message" ;; esac
+}
+fresh() { # fresh FOLDER
+  mkdir -p "$1" && chmod 755 "$1" && rm -rf "$1" && mkdir "$1" && cp sample "$1/conf"
+}
+
+# --- A lock that is never released: the run goes on after 10 seconds (looked at in the end)
+fresh held
+flock --no-fork held sleep 60 &
+holder=$!
+( sleep 0.5; "$command" -f held/conf -sf key 2>/dev/null ) &
+waiting=$!
+
+# --- A full disk: every number of free pages around the reservation, with and without fallocate
+disk() {
+  mount -t tmpfs -o size=256k tmpfs disk
+  local free prefix
+  for free in 0 1 2 3 28 29 40; do
+    for prefix in '' 'strace -fo /dev/null -e trace=fallocate -e inject=fallocate:error=EOPNOTSUPP'; do
+      rm -f disk/* && cp sample disk/conf
+      head -c $((256 * 1024 - 4096 * (3 + free))) /dev/zero >disk/filling
+      if [ $free -ge 29 ] || [ -n "$prefix" ] && [ $free -ge 3 ]; then
+        run "$free free pages ${prefix:0:6}" '0 new missing' disk/conf $prefix
+      else
+        run "$free free pages ${prefix:0:6}" '1 old missing' disk/conf $prefix
+      fi
+    done
+  done
+  printf '%s %s\n' "$checks" "$failures" >counts
+}
+mkdir disk
+export -f disk run is states
+export command scratch checks failures
+if unshare -Urm mount -t tmpfs tmpfs disk 2>/dev/null; then
+  unshare -Urm bash -c disk && read -r checks failures <counts || failures=$((failures + 1))
+else
+  skipped=1
+  echo 'skipped: a full disk, because namespaces of users are not permitted here'
+fi
+
+# --- A limit for the size of files: nothing is begun that could not be finished
+for limit in 0 1 113 114; do
+  fresh limited
+  if [ $limit -lt 114 ]; then expected='1 old missing'; else expected='0 new missing'; fi
+  run "file size limit $limit" "$expected" limited/conf bash -c "ulimit -f $limit; exec \"\$@\"" run
+done
+
+# --- Pairs of simultaneous runs
+pairs=100
+for ((i = 0; i < pairs; ++i)); do
+  fresh pair$i
+  "$command" -f pair$i/conf -sf key 2>/dev/null &
+  "$command" -f pair$i/conf -sf key 2>/dev/null
+  wait $!
+done
+is 'pairs of runs' "$pairs new" "$(states pair*/conf | tr ' ' '\n' | sort | uniq -c | xargs)"
+is 'pairs of runs leave no .bak' '' "$(ls -d pair*/conf.bak 2>/dev/null)"
+
+# --- What lies at the temporary path
+printf 'victim\n' >victim
+plant() { # plant NAME EXPECTED COMMAND...: the command puts something at planted/conf.bak
+  fresh planted
+  "${@:3}"
+  run ".bak is $1" "$2" planted/conf
+  is ".bak is $1: the victim" 'victim' "$(cat victim)"
+  is ".bak is $1: the result" "$(id -u) 1 regular file" "$(stat -c '%u %h %F' planted/conf)"
+}
+plant 'a symbolic link' '0 new missing' ln -s "$PWD/victim" planted/conf.bak
+plant 'a dangling link' '0 new missing' ln -s "$PWD/nothing" planted/conf.bak
+is 'no file behind the dangling link' 'no' "$([ -e nothing ] || echo no)"
+plant 'a link to the file itself' '0 new missing' ln -s conf planted/conf.bak
+plant 'a hard link' '0 new missing' ln victim planted/conf.bak
+plant 'a FIFO' '0 new missing' mkfifo planted/conf.bak
+plant 'a longer file' '0 new missing' dd if=/dev/zero of=planted/conf.bak bs=9999 count=1 status=none
+plant 'in a directory that cannot be locked' '0 new missing' chmod 311 planted
+fresh planted
+mkdir planted/conf.bak
+is '.bak is a directory' '1 directory' "$("$command" -f planted/conf -sf key 2>/dev/null; echo "$? $(stat -c %F planted/conf.bak)")"
+cmp -s sample planted/conf || is 'and the file' 'old' 'other'
+
+# --- Paths around the longest one, whose temporary path is cut
+long=$(printf "$(printf 'd%.0s' {1..200})/%.0s" {1..20})
+mkdir -p "$long"
+for row in '4091 0 new .bak' '4092 0 new .ba' '4094 0 new .b' '4095 1 old .'; do
+  read -r length status state suffix <<<"$row"
+  file=$long$(printf "%0$((length - ${#long}))d" 0)
+  cp sample "$file"
+  "$command" -f "$file" -sf key 2>/dev/null
+  is "path of $length characters" "$status $state" "$? $(states "$file")"
+  is "nothing else is there ($suffix)" 1 "$(find "$long" -type f | wc -l)"
+  rm "$file"
+done
+
+# --- Foreign files, and the same checks as an ordinary user
+if [ "$(id -u)" = 0 ]; then
+  plant 'foreign' '0 new missing' install -m 666 -o 65534 victim planted/conf.bak
+  as_user='setpriv --reuid=65534 --regid=65534 --clear-groups'
+  chmod 711 . && chmod 644 key
+  fresh planted && chown -R 65534 planted && install -m 666 victim planted/conf.bak
+  run '.bak of root in a folder of the user' '0 new missing' planted/conf $as_user
+  is 'owner' 65534 "$(stat -c %u planted/conf)"
+  fresh planted && chown 65534 planted/conf && chmod 1777 planted && install -m 666 victim planted/conf.bak
+  run '.bak of root in a sticky folder' '1 old part' planted/conf $as_user
+  is '.bak is untouched' 'victim' "$(cat planted/conf.bak)"
+  mkdir user && chown 65534 user
+  if $as_user test -x "$command" -a -w user; then
+    TMPDIR=$PWD/user $as_user bash "$VEK_SOURCE/tests/command/replace_test.sh"
+    case $? in 0) ;; 77) skipped=1 ;; *) failures=$((failures + 1)) ;; esac
+  else
+    skipped=1
+    echo 'skipped: the checks as an ordinary user, who cannot reach the build folder'
+  fi
+fi
+
+wait $waiting
+is 'a lock that is never released' '0 new missing' "$? $(states held/conf held/conf.bak)"
+is 'the lock was still held' 'yes' "$(kill $holder && echo yes)"
+printf '%s checks as user %s, %s failed\n' "$checks" "$(id -u)" "$failures"
+[ "$failures" = 0 ] || exit 1
+[ "$skipped" = 0 ] || exit 77

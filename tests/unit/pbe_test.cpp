@@ -1,0 +1,309 @@
+// The PBE service: frozen answers, what it accepts and refuses, and what it leaves behind.
+#include "sztoumaa/sztoumaa.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <fstream>
+#include <functional>
+#include <gtest/gtest.h>
+#include <iterator>
+#include <openssl/err.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+std::string bytesOf(const std::string &hexadecimal) {
+    std::string bytes;
+    for (size_t i = 0; i + 1 < hexadecimal.size(); i += 2)
+        bytes += static_cast<char>(std::stoi(hexadecimal.substr(i, 2), nullptr, 16));
+    return bytes;
+}
+
+// A session with key and salt of its own. `reason` is the result of the latest call.
+struct Session {
+    SvcPBESession record = {};
+    std::string key, salt = std::string(SVC_PBE_SALT_LENGTH, 's');
+    uint32_t reason = 0, algorithm = 0;
+
+    explicit Session(int number, const std::string &keyBytes = std::string(32, 'k'))
+        : key(keyBytes) {
+        record.algorithm = number;
+        record.label = SZTOU_PBE_LABEL;
+        record.keyLength = static_cast<int32_t>(key.size());
+        record.key = reinterpret_cast<uint8_t *>(key.data());
+        record.saltLength = static_cast<int32_t>(salt.size());
+        record.salt = reinterpret_cast<uint8_t *>(salt.data());
+    }
+    Session(const Session &) = delete;
+    ~Session() {
+        (void)svcPBETerm(&record, SVC_PBE_TERM_CLOSE);
+    }
+    uint32_t open() {
+        return reason = svcPBEInit(svcIC_MINI_SUBPOOL.handle, svcIC_MINI_SUBPOOL.word, &record);
+    }
+    std::string take(char *text, int32_t length) {
+        EXPECT_EQ(reason == SVC_PBE_OK, text != nullptr);
+        std::string copy(text, static_cast<size_t>(length));
+        (void)svcPBEFreeBuf(text, length);
+        return copy;
+    }
+    std::string save(const std::string &clear) {
+        char *text;
+        int32_t length;
+        reason =
+            svcPBESave(&record, clear.data(), static_cast<int32_t>(clear.size()), &text, &length);
+        return take(text, length);
+    }
+    std::string restore(const std::string &stored) {
+        char *text;
+        int32_t length;
+        reason = svcPBERestore(&record, stored.data(), static_cast<int32_t>(stored.size()),
+                               &algorithm, &text, &length);
+        return take(text, length);
+    }
+};
+
+// Reads a key file through a pipe, as a shell hands over the output of a command.
+std::string keyOf(const std::string &content, uint32_t expectedReason = SVC_PBE_OK) {
+    int ends[2];
+    EXPECT_EQ(0, pipe(ends));
+    EXPECT_EQ(static_cast<ssize_t>(content.size()), write(ends[1], content.data(), content.size()));
+    (void)close(ends[1]);
+    uint8_t *key;
+    int32_t length;
+    const std::string path = "/dev/fd/" + std::to_string(ends[0]);
+    EXPECT_EQ(expectedReason, svcPBEReadInitialKeyFile(path.c_str(), &key, &length));
+    (void)close(ends[0]);
+    std::string result(reinterpret_cast<char *>(key), static_cast<size_t>(length));
+    (void)svcPBEFreeBuf(key, length);
+    return result;
+}
+
+std::string defaultKey() {
+    std::array<uint8_t, SVC_PBE_KEY_LENGTH> key;
+    sztouBuildDefaultKey(key);
+    return std::string(key.begin(), key.end());
+}
+
+TEST(KnownAnswers, ComeOutAndNoOtherTextOrKeyDoes) {
+    std::ifstream answers(std::string(getenv("VEK_SOURCE")) + "/tests/data/known_answers.txt");
+    std::string word, name, keyFile, clear, stored;
+    int count = 0;
+    while (answers >> word) {
+        if (word == "#")
+            std::getline(answers, word);
+        if (word != "answer" || !(answers >> name >> keyFile >> clear >> stored))
+            continue;
+        SCOPED_TRACE(name);
+        ++count;
+        const int digit = stored[5] - '0';
+        const std::string key = keyFile == "default" ? defaultKey() : keyOf(bytesOf(keyFile));
+        Session session(3 - digit, key);
+        sztouBuildFixedSalt(
+            std::span<uint8_t, SVC_PBE_SALT_LENGTH>(session.record.salt, SVC_PBE_SALT_LENGTH));
+        ASSERT_EQ(0U, session.open());
+        EXPECT_EQ(bytesOf(clear), session.restore(stored));
+        EXPECT_EQ(digit, static_cast<int>(session.algorithm));
+        EXPECT_NE("", session.save("x")); // with the other algorithm
+        for (size_t i = 0; i < stored.size(); ++i) {
+            std::string changed = stored;
+            changed[i] = changed[i] == 'A' ? 'B' : 'A';
+            EXPECT_EQ("", session.restore(changed)) << changed;
+        }
+        Session other(digit);
+        ASSERT_EQ(0U, other.open());
+        EXPECT_EQ("", other.restore(stored));
+        EXPECT_EQ(SVC_PBE_AUTHENTICATION_FAILED + 0U, other.reason);
+    }
+    EXPECT_EQ(10, count);
+}
+
+// Texts of other lengths go there and back in fuzz/value_fuzzer.cpp.
+TEST(Save, WritesWhatRestoreTakesUpToTheLimit) {
+    const std::pair<int, size_t> limits[] = {{SVC_PBE_ALGORITHM_CBC_HMAC, 703},
+                                             {SVC_PBE_ALGORITHM_GCM, 729}};
+    for (const auto &[algorithm, limit] : limits) {
+        Session session(algorithm);
+        ASSERT_EQ(0U, session.open());
+        const std::string clear(limit, '#'), stored = session.save(clear);
+        EXPECT_GE(SVC_PBE_STORED_LIMIT + 0U, stored.size());
+        EXPECT_EQ(clear, session.restore(stored));
+        EXPECT_NE(stored, session.save(clear));
+        for (const size_t length : {size_t{0}, limit + 1, size_t{100000}}) {
+            (void)session.save(std::string(length, 'x'));
+            EXPECT_EQ(SVC_PBE_CLEAR_TEXT_LENGTH + 0U, session.reason);
+        }
+    }
+}
+
+// Further texts that are refused are seeds of fuzz/value_fuzzer.cpp.
+TEST(Restore, RefusesTheFormAndLeavesTheErrorQueueAlone) {
+    const std::string tag = "!AAAAAAAAAAAAAAAAAAAAAA==", longTag = '!' + std::string(43, 'A') + "=";
+    const std::string gcm = "<VEK>2!AAAAAAAAAAAAAAAA!", cbc = "<VEK>1" + tag;
+    const std::pair<std::string, uint32_t> rows[] = {
+        {gcm + "AA==" + tag, SVC_PBE_AUTHENTICATION_FAILED},         // the form is right
+        {gcm + std::string(976, 'A') + tag, SVC_PBE_MALFORMED_TEXT}, // 1 character too long
+        {cbc + tag + longTag, SVC_PBE_AUTHENTICATION_FAILED},
+        {cbc + "!AAAA" + longTag, SVC_PBE_MALFORMED_TEXT}, // not a whole number of blocks
+    };
+    Session session(SVC_PBE_ALGORITHM_GCM);
+    ASSERT_EQ(0U, session.open());
+    ERR_raise(ERR_LIB_USER, 1);
+    for (const auto &[text, reason] : rows) {
+        (void)session.restore(text);
+        EXPECT_EQ(reason, session.reason) << text;
+    }
+    EXPECT_EQ(1, ERR_GET_REASON(ERR_get_error())); // the caller's own entry
+    EXPECT_EQ(0U, ERR_get_error());
+}
+
+TEST(KeyFile, IsAKeyOrAPassphrase) {
+    const std::string hexadecimal =
+        "00112233445566778899aAbBcCdDeEfF00112233445566778899AABBCCDDEEFF";
+    const std::string base64 = "ABEiM0RVZneImaq7zN3u/wARIjNEVWZ3iJmqu8zd7v8=";
+    const std::string key = bytesOf(hexadecimal);
+    const std::string words(31, 'w');
+    const std::string equals = '=' + base64.substr(1);
+    const std::string urlBase64 = "ABEiM0RVZneImaq7zN3u_wARIjNEVWZ3iJmqu8zd7v8=";
+    const std::string keys[] = {key,    hexadecimal,    hexadecimal + "\n", hexadecimal + "\r\n",
+                                base64, base64 + "\r\n"};
+    for (const std::string &content : keys)
+        EXPECT_EQ(key, keyOf(content)) << content;
+    EXPECT_EQ(words + "\n", keyOf(words + "\n")); // 32 bytes are a key, whatever they look like
+    const struct {
+        std::string phrase, lineEnd;
+    } phrases[] = {{words + "w", "\n"},
+                   {hexadecimal + "\n", "\n"},
+                   {hexadecimal.substr(1) + "g", ""},
+                   {base64.substr(0, 43) + "A", ""}, // 33 bytes
+                   {equals, ""},
+                   {urlBase64, "\n"},
+                   {"x\r", ""},
+                   {"a b", "\r\n"},
+                   {std::string(4096, 'y'), ""}};
+    for (const auto &[phrase, lineEnd] : phrases) {
+        std::string padded = phrase;
+        padded.resize(std::max<size_t>(phrase.size(), SVC_PBE_PASSPHRASE_PADDING), '\0');
+        EXPECT_EQ(padded, keyOf(phrase + lineEnd));
+    }
+    for (const std::string &content : {std::string(), std::string("\r\n"), std::string(4097, 'y')})
+        EXPECT_EQ("", keyOf(content, SVC_PBE_KEY_FILE_BAD_LENGTH));
+    uint8_t *buffer;
+    int32_t length;
+    for (const char *const path : {"/", ""})
+        EXPECT_EQ(SVC_PBE_KEY_FILE_UNREADABLE + 0U,
+                  svcPBEReadInitialKeyFile(path, &buffer, &length));
+    EXPECT_EQ(nullptr, buffer);
+}
+
+TEST(Session, RefusesAnUnusableRecord) {
+    const std::string longLabel(64, 'l');
+    std::vector<std::function<void(SvcPBESession *)>> spoilers = {
+        [](SvcPBESession *record) { record->algorithm = 0; },
+        [](SvcPBESession *record) { record->algorithm = 3; },
+        [](SvcPBESession *record) { record->key = nullptr; },
+        [](SvcPBESession *record) { record->keyLength = 0; },
+        [](SvcPBESession *record) { record->salt = nullptr; },
+        [](SvcPBESession *record) { record->saltLength = 0; },
+        [](SvcPBESession *record) { record->serviceState = record; },
+        [](SvcPBESession *record) { record->serviceWord = 1; }};
+    for (const char *const label :
+         {static_cast<const char *>(nullptr), "", "a!b", "a b", "a#b", "a\x7F", longLabel.c_str()})
+        spoilers.push_back([label](SvcPBESession *record) { record->label = label; });
+    for (const auto &spoil : spoilers) {
+        Session session(SVC_PBE_ALGORITHM_GCM);
+        spoil(&session.record);
+        EXPECT_EQ(session.record.algorithm == SVC_PBE_ALGORITHM_GCM
+                      ? SVC_PBE_BAD_ARGUMENTS + 0U
+                      : SVC_PBE_UNSUPPORTED_ALGORITHM + 0U,
+                  session.open());
+        EXPECT_EQ("", session.save("x"));
+    }
+}
+
+TEST(Session, RefusesMissingArguments) {
+    Session session(SVC_PBE_ALGORITHM_GCM);
+    ASSERT_EQ(0U, session.open());
+    SvcPBESession *const open = &session.record;
+    const char *const text = "x";
+    char *out;
+    uint8_t *key;
+    int32_t length;
+    const uint32_t reasons[] = {svcPBEInit(0, 0, nullptr),
+                                svcPBETerm(nullptr, SVC_PBE_TERM_CLOSE),
+                                svcPBESave(nullptr, text, 1, &out, &length),
+                                svcPBESave(open, nullptr, 1, &out, &length),
+                                svcPBESave(open, text, -1, &out, &length),
+                                svcPBESave(open, text, 1, nullptr, &length),
+                                svcPBESave(open, text, 1, &out, nullptr),
+                                svcPBERestore(nullptr, text, 1, nullptr, &out, &length),
+                                svcPBERestore(open, nullptr, 1, nullptr, &out, &length),
+                                svcPBERestore(open, text, -1, nullptr, &out, &length),
+                                svcPBERestore(open, text, 1, nullptr, nullptr, &length),
+                                svcPBERestore(open, text, 1, nullptr, &out, nullptr),
+                                svcPBEReadInitialKeyFile(nullptr, &key, &length),
+                                svcPBEReadInitialKeyFile("/", nullptr, &length),
+                                svcPBEReadInitialKeyFile("/", &key, nullptr)};
+    for (const uint32_t reason : reasons)
+        EXPECT_EQ(SVC_PBE_BAD_ARGUMENTS + 0U, reason) << &reason - reasons;
+    session.record.key = nullptr; // needed until the first value
+    (void)session.save("x");
+    EXPECT_EQ(SVC_PBE_BAD_ARGUMENTS + 0U, session.reason);
+    session.record.saltLength = 0;
+    EXPECT_EQ(0U, svcPBETerm(open, SVC_PBE_TERM_WIPE));
+    EXPECT_EQ(nullptr, svcPBEReasonText(0x12345678));
+}
+
+TEST(Session, IsOpenedOnceAndWipesWhatItIsToldTo) {
+    Session session(SVC_PBE_ALGORITHM_GCM);
+    ASSERT_EQ(0U, session.open());
+    EXPECT_EQ(SVC_PBE_BAD_ARGUMENTS + 0U, session.open());
+    const std::string stored = session.save("x");
+    EXPECT_EQ(0U, svcPBETerm(&session.record, SVC_PBE_TERM_CLOSE));
+    EXPECT_EQ("", session.restore(stored));
+    ASSERT_EQ(0U, session.open());
+    EXPECT_EQ("x", session.restore(stored)); // key and salt were left alone
+    EXPECT_EQ(0U, svcPBETerm(&session.record, SVC_PBE_TERM_WIPE));
+    EXPECT_EQ(std::string(SVC_PBE_KEY_LENGTH, '\0'), session.key);
+    EXPECT_EQ(std::string(SVC_PBE_SALT_LENGTH, '\0'), session.salt);
+}
+
+TEST(Session, SharesNoNonceWithAChildProcess) {
+    Session session(SVC_PBE_ALGORITHM_GCM);
+    ASSERT_EQ(0U, session.open());
+    (void)session.save("fills the pool");
+    int ends[2];
+    ASSERT_EQ(0, pipe(ends));
+    const pid_t child = fork();
+    const std::string nonce = session.save("x").substr(0, 23);
+    if (child == 0)
+        exit(write(ends[1], nonce.data(), nonce.size()) == 23 ? 0 : 1);
+    char childNonce[23] = {};
+    EXPECT_EQ(23, read(ends[0], childNonce, sizeof childNonce));
+    EXPECT_NE(nonce, std::string(childNonce, sizeof childNonce));
+    EXPECT_EQ(child, waitpid(child, nullptr, 0));
+}
+
+// With a provider the mode is tried in fips_test.sh.
+TEST(Session, HasFipsModeOrLeavesTheErrorQueueEmpty) {
+    for (const std::string passphrase : {"13 characters", "14 characters."}) {
+        Session session(SVC_PBE_ALGORITHM_GCM, passphrase);
+        session.record.fips = 1;
+        (void)session.open();
+        EXPECT_EQ(0U, ERR_peek_error());
+        EXPECT_TRUE(session.reason == SVC_PBE_FIPS_NOT_AVAILABLE || passphrase.size() == 14);
+    }
+}
+
+TEST(DefaultKey, DoesNotStandInTheProgram) {
+    std::ifstream file("/proc/self/exe", std::ios::binary);
+    const std::string program((std::istreambuf_iterator<char>(file)), {});
+    EXPECT_NE(std::string::npos, program.find(SZTOU_PBE_LABEL));
+    const std::string key = defaultKey();
+    for (size_t i = 0; i + 8 <= key.size(); ++i)
+        EXPECT_EQ(std::string::npos, program.find(key.substr(i, 8)));
+}
+
+} // namespace
