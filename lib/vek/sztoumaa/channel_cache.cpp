@@ -2,6 +2,7 @@
  * channel_cache.cpp - the channel cache: the section "cms" of the standard file, kept in memory for the
  * channel readers. It has no lock: it is filled and released while no reader runs.
  */
+#include "shared.h"
 #include "sztoumaa/section_reading.h"
 #include "trace_numbers.h"
 
@@ -28,8 +29,7 @@ static bool processMayCache() {
 static uint32_t fillCache() {
     if (!processMayCache())
         return SZTU_OK;
-    const uint32_t located =
-        sztucGetConfigFilePath(cachedPath, "ZTS_KEYSTORE_CONF", "keystore.conf");
+    const uint32_t located = sztucGetConfigFilePath(cachedPath, vek::FILE_VARIABLE, vek::FILE_NAME);
     if (located != SZTU_OK)
         return located;
     int32_t exists = 0;

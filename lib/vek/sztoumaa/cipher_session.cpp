@@ -2,6 +2,7 @@
  * cipher_session.cpp - where the initial key of the readers comes from, and their cipher session.
  */
 #include "refused_memory.h"
+#include "shared.h"
 #include "sztoumaa/message.h"
 #include "sztoumaa/sztoumaa.h"
 #include "trace_numbers.h"
@@ -15,7 +16,6 @@ namespace {
 constexpr char SECTION[] = "vekcred";
 constexpr char KEY_FILE_KEY[] = "keyfile";
 constexpr char KEY_FILE_KEY_SUFFIX[] = ".keyfile";
-constexpr char KEY_FILE_VARIABLE[] = "ZTS_VEKCRED_KEYFILE";
 constexpr int32_t KEY_FILE_PATH_LENGTH = SZTUC_PATH_CAPACITY - 1;
 
 // On whose behalf a session is opened: memory and trace records carry these numbers.
@@ -46,7 +46,7 @@ uint32_t allocate(const Attribution &caller, size_t length, uint8_t **buffer) {
 // ---- Initial key -----------------------------------------------------------------------------
 
 uint32_t readKeyFileFromEnvironment(InitialKey *key) {
-    const char *const path = svcGetEnv(KEY_FILE_VARIABLE);
+    const char *const path = svcGetEnv(vek::KEY_FILE_VARIABLE);
     const uint32_t reason = svcPBEReadInitialKeyFile(path, &key->bytes, &key->length);
     if (reason == SVC_PBE_OK) {
         TRC_PARMS_AT("%s : %d  Using initialkeyfile from envvar %s", path);
@@ -86,7 +86,7 @@ uint32_t takeDefaultKey(const Attribution &caller, InitialKey *key) {
 // The environment wins over the section. A key file that cannot be used never falls back to the
 // default key.
 uint32_t chooseInitialKey(const Attribution &caller, const char *sectionKeyFile, InitialKey *key) {
-    if (svcIsEnvironment(KEY_FILE_VARIABLE) != 0)
+    if (svcIsEnvironment(vek::KEY_FILE_VARIABLE) != 0)
         return readKeyFileFromEnvironment(key);
     if (sectionKeyFile[0] != '\0')
         return readKeyFileFromSection(sectionKeyFile, key);
@@ -123,7 +123,7 @@ void releaseKeyAndSalt(SvcPBESession *session) {
 }
 
 uint32_t openSession(SvcPBESession *session, const InitialKey &key, uint8_t *salt, int32_t fips) {
-    session->label = SZTOU_PBE_LABEL;
+    session->label = vek::LABEL;
     session->keyLength = key.length;
     session->key = key.bytes;
     session->saltLength = SVC_PBE_SALT_LENGTH;

@@ -1,6 +1,7 @@
 /*
  * load.cpp - loads one section of keystore.conf.
  */
+#include "shared.h"
 #include "sztoumaa/message.h"
 #include "sztoumaa/sztoumaa.h"
 #include "trace_numbers.h"
@@ -10,8 +11,6 @@
 
 namespace {
 
-constexpr char PATH_VARIABLE[] = "ZTS_KEYSTORE_CONF";
-constexpr char FILE_NAME[] = "keystore.conf";
 constexpr size_t ERROR_TEXT_CAPACITY = 1024;
 
 void showFileMessage(uint32_t number, const char *file, int32_t reportErrors, int32_t line) {
@@ -21,10 +20,10 @@ void showFileMessage(uint32_t number, const char *file, int32_t reportErrors, in
 }
 
 uint32_t findStandardPath(char *path, int32_t reportErrors) {
-    const uint32_t result = sztucGetConfigFilePath(path, PATH_VARIABLE, FILE_NAME);
+    const uint32_t result = sztucGetConfigFilePath(path, vek::FILE_VARIABLE, vek::FILE_NAME);
     if (result == SZTU_OK)
         return SZTU_OK;
-    showFileMessage(SVC_MSG_NO_LOCATION, FILE_NAME, reportErrors, __LINE__);
+    showFileMessage(SVC_MSG_NO_LOCATION, vek::FILE_NAME, reportErrors, __LINE__);
     TRC_PARMS_AT("%s : %d  Cannot get config file path");
     return result;
 }
