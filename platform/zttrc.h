@@ -90,4 +90,44 @@ static inline int trcActive(uint32_t flags) {
                       __LINE__ __VA_OPT__(, ) __VA_ARGS__);                                        \
     } while (0)
 
+#ifdef __cplusplus
+namespace ztm {
+
+/*
+ * TraceScope records the entry into a function when it begins, and the exit with its result when it
+ * ends. Declared first, it ends last: whatever the function owns is released before the exit.
+ *
+ *   TraceScope trace(FUNCTION_OF_COMPONENT_16);
+ *   ...
+ *   return trace.returns(result);
+ *
+ * A function that returns nothing has the result 0.
+ */
+class TraceScope {
+public:
+    explicit TraceScope(uint32_t entered) : function(entered) {
+        if (trcActive(TRC_FUNCTIONS))
+            trc_FNC_entry(SVC_COMPONENT_VEK, function);
+    }
+    TraceScope(const TraceScope &) = delete;
+    TraceScope &operator=(const TraceScope &) = delete;
+    ~TraceScope() {
+        if (trcActive(TRC_FUNCTIONS))
+            trc_FNC_retcode(SVC_COMPONENT_VEK, function, result);
+    }
+
+    /* returns notes the result of the function and hands it through. */
+    template <typename Result> [[nodiscard]] Result returns(Result value) {
+        result = static_cast<int64_t>(value);
+        return value;
+    }
+
+private:
+    uint32_t function;
+    int64_t result = 0;
+};
+
+} // namespace ztm
+#endif
+
 #endif
