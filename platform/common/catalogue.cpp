@@ -1,5 +1,5 @@
 /*
- * catalogue.cpp - the texts of all numbered messages.
+ * catalogue.cpp - the texts of all numbered messages, and of the reason codes that they end with.
  *
  * In a text, %1 and %2 stand for the string inserts, %c for numeric insert 1 as a code in hexadecimal,
  * %n for the same in decimal, %e for ": " and the system's text of that error number, and %r for ": "
@@ -7,6 +7,7 @@
  */
 #include "common/catalogue.h"
 
+#include "ztpbe.h"
 #include "ztsvc.h"
 
 namespace {
@@ -71,8 +72,43 @@ constexpr CatalogueEntry ENTRIES[] = {
      ".bak is the new content, built beside keystore.conf."},
 };
 
+struct ReasonText {
+    uint32_t reason;
+    const char *text;
+};
+
+constexpr ReasonText REASON_TEXTS[] = {
+    {SVC_PBE_OK, "success"},
+    {SVC_PBE_KEY_FILE_UNREADABLE, "the file is missing, is a directory or cannot be read"},
+    {SVC_PBE_KEY_FILE_BAD_LENGTH, "the file is empty or longer than 4096 bytes"},
+    {SVC_PBE_MALFORMED_TEXT, "the value is not an encrypted one: it is clear or missing behind a "
+                             "YES marker, or was changed"},
+    {SVC_PBE_AUTHENTICATION_FAILED,
+     "the value was encrypted with another key than the one in use (that of ZTS_VEKCRED_KEYFILE, "
+     "else of vekcred.keyfile, else the built-in one), or was changed"},
+    {SVC_PBE_CLEAR_TEXT_LENGTH,
+     "the value is longer than 729 bytes (703 with algorithm 1), or empty"},
+    {SVC_PBE_UNSUPPORTED_ALGORITHM, "the algorithm is not supported"},
+    {SVC_PBE_BAD_ARGUMENTS, "incorrect arguments"},
+    {SVC_PBE_CRYPTO_FAILED,
+     "the cryptographic library failed; see the OpenSSL configuration of this system"},
+    {SVC_PBE_NO_STORAGE, "no memory"},
+    {SVC_PBE_FIPS_NOT_AVAILABLE,
+     "no FIPS provider is configured for OpenSSL, or the passphrase is shorter than 14 bytes"},
+    {SVC_NO_STORAGE, "no memory"},
+    {SVC_BAD_ARGUMENTS, "incorrect arguments"},
+};
+
 } // namespace
 
 std::span<const CatalogueEntry> messageCatalogue() {
     return ENTRIES;
+}
+
+const char *svcPBEReasonText(uint32_t reason) {
+    for (const ReasonText &entry : REASON_TEXTS) {
+        if (entry.reason == reason)
+            return entry.text;
+    }
+    return nullptr;
 }

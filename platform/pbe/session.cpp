@@ -238,33 +238,6 @@ uint32_t restore(const SvcPBESession &session, SessionState *state, std::span<co
     return reason;
 }
 
-struct ReasonText {
-    uint32_t reason;
-    const char *text;
-};
-
-constexpr ReasonText REASON_TEXTS[] = {
-    {SVC_PBE_OK, "success"},
-    {SVC_PBE_KEY_FILE_UNREADABLE, "the file is missing, is a directory or cannot be read"},
-    {SVC_PBE_KEY_FILE_BAD_LENGTH, "the file is empty or longer than 4096 bytes"},
-    {SVC_PBE_MALFORMED_TEXT, "the value is not an encrypted one: it is clear or missing behind a "
-                             "YES marker, or was changed"},
-    {SVC_PBE_AUTHENTICATION_FAILED,
-     "the value was encrypted with another key than the one in use (that of ZTS_VEKCRED_KEYFILE, "
-     "else of vekcred.keyfile, else the built-in one), or was changed"},
-    {SVC_PBE_CLEAR_TEXT_LENGTH,
-     "the value is longer than 729 bytes (703 with algorithm 1), or empty"},
-    {SVC_PBE_UNSUPPORTED_ALGORITHM, "the algorithm is not supported"},
-    {SVC_PBE_BAD_ARGUMENTS, "incorrect arguments"},
-    {SVC_PBE_CRYPTO_FAILED,
-     "the cryptographic library failed; see the OpenSSL configuration of this system"},
-    {SVC_PBE_NO_STORAGE, "no memory"},
-    {SVC_PBE_FIPS_NOT_AVAILABLE,
-     "no FIPS provider is configured for OpenSSL, or the passphrase is shorter than 14 bytes"},
-    {SVC_NO_STORAGE, "no memory"},
-    {SVC_BAD_ARGUMENTS, "incorrect arguments"},
-};
-
 } // namespace
 
 uint32_t svcPBEInit(uint64_t /*handle*/, uint32_t /*word*/, SvcPBESession *session) {
@@ -333,14 +306,6 @@ uint32_t svcPBETerm(SvcPBESession *session, uint32_t flag) {
         wipeBytes(session->salt, session->saltLength);
     }
     return SVC_PBE_OK;
-}
-
-const char *svcPBEReasonText(uint32_t reason) {
-    for (const ReasonText &entry : REASON_TEXTS) {
-        if (entry.reason == reason)
-            return entry.text;
-    }
-    return nullptr;
 }
 
 void svcpbeTerminate() {

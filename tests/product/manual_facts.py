@@ -56,7 +56,7 @@ same_set("message numbers", re.findall(r"ZTM[0-9A-F]{4}[EWI]", command_page), me
 # Exit statuses, with the code of each and, for those of the PBE service, its text.
 statuses = dict(re.findall(r"^ {5}(\d+) {2,}(.*)", section(command_page, "EXIT STATUS"), re.M))
 reasons = {name: joined(text)
-           for name, text in re.findall(r"\{(SVC_\w+),\s*" + LITERALS, source("platform/pbe/session.cpp"))}
+           for name, text in re.findall(r"\{(SVC_\w+),\s*" + LITERALS, source("platform/common/catalogue.cpp"))}
 table = re.findall(r"\{(\w+), (\d+)\}", source("platform/utility/exit_status.cpp"))
 for name, status in table:
     code = codes[name] if name in codes else int(name, 0)
