@@ -6,10 +6,10 @@
  * readers so; every other line is copied as it stands.
  */
 #include "runvekcred/runvekcred.h"
+#include "shared/line_words.h"
 #include "trace_numbers.h"
 #include "zttrc.h"
 
-#include <cctype>
 #include <cstring>
 #include <strings.h>
 
@@ -27,18 +27,12 @@ namespace {
 constexpr char CHANNEL_PASSWORD_KEY[] = "pem.password.channel";
 constexpr char MARKER_NAME[] = "encrypted";
 constexpr char MARKER_VALUE[] = "YES";
-constexpr char ENCRYPTED_PREFIX[] = "<VEK>";
-constexpr int ENCRYPTED_SEPARATORS = 3; // "!" characters that an encrypted value holds at least
-constexpr size_t WORD_CAPACITY = 1024;  // a key or a value with its terminator
+constexpr size_t WORD_CAPACITY = vek::WORD_LIMIT + 1; // a key or a value with its terminator
 
 struct LineWords {
     char key[WORD_CAPACITY];
     char value[WORD_CAPACITY];
 };
-
-bool isBlank(char character) {
-    return isspace(static_cast<unsigned char>(character)) != 0;
-}
 
 // Most lines of a large file are decided here, at the first or second character, so nothing is called.
 bool beginsWith(const char *text, const char *prefix) {
@@ -49,12 +43,6 @@ bool beginsWith(const char *text, const char *prefix) {
     return *prefix == '\0';
 }
 
-const char *skipBlanks(const char *text) {
-    while (isBlank(*text))
-        ++text;
-    return text;
-}
-
 // Writes the line and its newline in one call; the newline takes the terminator's place meanwhile.
 void copyLine(char *line, size_t length, FILE *output) {
     line[length] = '\n';
@@ -62,28 +50,20 @@ void copyLine(char *line, size_t length, FILE *output) {
     line[length] = '\0';
 }
 
-// Copies up to a blank or `end`, at most what fits; returns where the word stops in the text.
-const char *copyWord(char (&word)[WORD_CAPACITY], const char *text, char end) {
-    size_t length = 0;
-    for (; *text != '\0' && *text != end && !isBlank(*text); ++text)
-        if (length < WORD_CAPACITY - 1)
-            word[length++] = *text;
-    word[length] = '\0';
-    return text;
+void copyWord(char (&copy)[WORD_CAPACITY], std::string_view word) {
+    memcpy(copy, word.data(), word.size());
+    copy[word.size()] = '\0';
 }
 
-// Cuts key and value out of the line. False: there is no value, or the key does not fit. A value that does
-// not fit is cut; the cipher service then refuses it as too long, so that the user is told.
-bool cutWords(const char *line, LineWords *words) {
-    const char *const keyStart = skipBlanks(line);
-    const char *const keyEnd = copyWord(words->key, keyStart, '=');
-    if (static_cast<size_t>(keyEnd - keyStart) >= WORD_CAPACITY)
+// False: there is no value, or the key does not count. A value that was cut is refused by the cipher
+// service as too long, so that the user is told.
+bool takeWords(std::string_view line, LineWords *words) {
+    vek::LineWords found;
+    if (!vek::cutWords(line, &found))
         return false;
-    const char *const equals = strchr(keyEnd, '=');
-    if (equals == nullptr)
-        return false;
-    (void)copyWord(words->value, skipBlanks(equals + 1), /* end= */ '\0');
-    return words->value[0] != '\0';
+    copyWord(words->key, found.key);
+    copyWord(words->value, found.value);
+    return true;
 }
 
 bool isMarkerYes(const char *value) {
@@ -102,15 +82,6 @@ bool noteMarkers(const LineWords &words) {
             dropped = true;
     }
     return dropped;
-}
-
-bool isEncrypted(const char *value) {
-    if (!beginsWith(value, ENCRYPTED_PREFIX))
-        return false;
-    int separators = 0;
-    for (; *value != '\0'; ++value)
-        separators += *value == '!' ? 1 : 0;
-    return separators >= ENCRYPTED_SEPARATORS;
 }
 
 void writeMarker(const char *key, const CredentialKeyEntry &row, FILE *output) {
@@ -146,7 +117,7 @@ int32_t protectCredential(const LineWords &words, FILE *output, SvcPBESession *s
     for (const CredentialKeyEntry *row = credentialKeyTable; row->credentialKey != nullptr; ++row) {
         if (!beginsWith(words.key, row->credentialKey))
             continue;
-        if (isEncrypted(words.value) || row->markerState == 1)
+        if (vek::isInEncryptedForm(words.value) || row->markerState == 1)
             continue;
         const int32_t rowResult = writeEncrypted(words, *row, output, session);
         if (rowResult == 0)
@@ -164,7 +135,7 @@ int32_t transformLine(char *line, FILE *output, SvcPBESession *session) {
     LineWords words = {};
     bool handled = false;
     int32_t result = 0;
-    if (cutWords(line, &words)) {
+    if (takeWords({line, length}, &words)) {
         handled = noteMarkers(words);
         result = protectCredential(words, output, session, &handled);
     }
@@ -177,7 +148,7 @@ int32_t transformLine(char *line, FILE *output, SvcPBESession *session) {
 } // namespace
 
 bool beginsWithTableKey(const char *line) {
-    while (*line != '\n' && isBlank(*line))
+    while (*line != '\n' && vek::isBlank(*line))
         ++line;
     for (const CredentialKeyEntry *row = credentialKeyTable; row->credentialKey != nullptr; ++row) {
         if (beginsWith(line, row->credentialKey) || beginsWith(line, row->markerKey))
