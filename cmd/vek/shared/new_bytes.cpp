@@ -1,0 +1,45 @@
+#include "shared/new_bytes.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace replacement {
+
+namespace {
+
+constexpr int64_t ONE_PAGE = 4096;
+
+bool meansNoRoom(int error) {
+    return error == ENOSPC || error == EDQUOT || error == EFBIG;
+}
+
+} // namespace
+
+int reserveRoom(int file, int64_t oldSize) {
+    if (fallocate(file, FALLOC_FL_KEEP_SIZE, /* offset= */ 0, oldSize + ONE_PAGE) == 0)
+        return 0;
+    return meansNoRoom(errno) ? errno : 0;
+}
+
+void giveBackRoom(int file) {
+    struct stat status;
+    // Cutting a file at its own size frees the blocks behind its end.
+    if (fstat(file, &status) == 0 && S_ISREG(status.st_mode))
+        (void)!ftruncate(file, status.st_size);
+}
+
+int flushBytes(FILE *stream) {
+    if (fflush(stream) != 0)
+        return errno;
+    return ferror(stream) != 0 ? EIO : 0;
+}
+
+int syncBytes(int file) {
+    if (fdatasync(file) == 0)
+        return 0;
+    return errno == EIO || errno == ENOSPC || errno == EDQUOT ? errno : 0;
+}
+
+} // namespace replacement
