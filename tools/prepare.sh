@@ -4,7 +4,7 @@
 
 # The Debian packages by purpose. This is the only list of them.
 packages_build=(cmake g++ libssl-dev ninja-build)
-packages_test=(gdb libgtest-dev mandoc pkg-config python3 python3-cryptography strace)
+packages_test=(abigail-tools gdb libgtest-dev mandoc pkg-config python3 python3-cryptography strace)
 packages_check=(ansible-core clang-14 clang-format-14 git shellcheck)
 packages_analyse=(clang-14 clang-tidy-14 cppcheck)
 packages_fuzz=(clang-14 libclang-rt-14-dev llvm-14)
