@@ -1,5 +1,6 @@
 /*
- * line_words.h - how runvekcred takes a line of keystore.conf, which is not how the readers take it:
+ * line_words.h - how runvekcred takes a line of keystore.conf, which is not how the readers take
+ * it:
  *
  *   line  = *blank key *other "=" *blank value [ blank anything ]
  *   key   = 1*character that is neither blank nor "="
@@ -18,7 +19,8 @@
 
 namespace vek {
 
-// Characters of a key or a value that count. A longer key leaves its line as it is, a longer value is cut.
+// Characters of a key or a value that count. A longer key leaves its line as it is, a longer value
+// is cut.
 inline constexpr size_t WORD_LIMIT = 1023;
 
 // Key and value where they stand in the line.

@@ -1,0 +1,40 @@
+/*
+ * commands.h - how a command comes onto the command line.
+ *
+ * Each command has a file of its own with one function add...(), which main calls. It adds a
+ * subcommand with its options, and a callback that puts the work into Run::action:
+ *
+ *   void addCheck(CLI::App &program, Run &run) {
+ *       const auto options = std::make_shared<Options>();
+ *       CLI::App *const command = addCommand(program, "check", "...", &options->common);
+ *       command->add_option("FILE", options->files, "...");
+ *       command->callback([&run, options] { run.action = [options] { return check(*options); }; });
+ *   }
+ */
+#ifndef VEKCTL_COMMANDS_H
+#define VEKCTL_COMMANDS_H
+
+#include "vekctl/options.h"
+
+#include <CLI/App.hpp>
+#include <functional>
+
+namespace vekctl {
+
+struct Run {
+    std::function<int()> action; // returns the exit status
+};
+
+// A subcommand with --key, --json, --quiet and --fips. What `common` points to must outlive the
+// run.
+[[nodiscard]] CLI::App *addCommand(CLI::App &program, const char *name, const char *description,
+                                   CommonOptions *common);
+
+// --json and --quiet alone, for a command that needs no key.
+void addOutputOptions(CLI::App *command, CommonOptions *common);
+
+void addKeygen(CLI::App &program, Run &run);
+
+} // namespace vekctl
+
+#endif

@@ -1,0 +1,88 @@
+/*
+ * findings.cpp - the table of findings.
+ */
+#include "vekctl/findings.h"
+
+#include <algorithm>
+#include <iterator>
+
+namespace vekctl {
+
+namespace {
+
+constexpr Level ERROR = Level::error;
+constexpr Level WARNING = Level::warning;
+constexpr Matter READING = Matter::reading;
+constexpr Matter SAFETY = Matter::safety;
+
+constexpr FindingKind KINDS[] = {
+    {Code::unreadable, "unreadable", ERROR, READING, "the file cannot be read"},
+    {Code::unparsable, "unparsable", ERROR, READING,
+     "the readers refuse this line, and with it the whole file"},
+    {Code::notText, "not-text", ERROR, SAFETY,
+     "the readers take this otherwise than its author meant it"},
+    {Code::clear, "clear", ERROR, SAFETY, "stands in clear; vekctl protect encrypts it"},
+    {Code::keptClear, "kept-clear", ERROR, READING,
+     "stands in clear behind a marker that says YES; vekctl set stores it encrypted"},
+    {Code::ambiguous, "ambiguous", ERROR, SAFETY,
+     "stands in clear, and runvekcred takes another value than the readers; vekctl set stores it"},
+    {Code::unmarked, "unmarked", ERROR, READING,
+     "is encrypted, but no marker that its reader looks at says YES: the program is given the "
+     "encrypted text; vekctl protect sets the marker"},
+    {Code::notFound, "not-found", ERROR, SAFETY,
+     "is not found by its reader: the blank in front of \"=\" belongs to the key; remove it"},
+    {Code::duplicate, "duplicate", ERROR, READING,
+     "stands more than once, so its reader fails; keep one of the lines"},
+    {Code::badMarker, "bad-marker", ERROR, READING, "is a marker that says neither YES nor NO"},
+    {Code::otherKey, "other-key", ERROR, READING,
+     "does not open: it was encrypted with another key, or changed"},
+    {Code::damaged, "damaged", ERROR, READING,
+     "is no encrypted value although its marker says YES; vekctl set stores it anew"},
+    {Code::tooLong, "too-long", ERROR, READING,
+     "is longer than its reader's field, or than what can be encrypted"},
+    {Code::noKey, "no-key", ERROR, READING, "the initial key cannot be used"},
+    {Code::reader, "reader", ERROR, READING, "the reader of the section fails"},
+    {Code::lookAlike, "look-alike", ERROR, SAFETY,
+     "only begins like a credential or a marker; runvekcred takes it for one"},
+    {Code::unknownKey, "unknown-key", WARNING, SAFETY, "is a key that no reader knows"},
+    {Code::comment, "comment", WARNING, SAFETY,
+     "a comment holds what looks like a credential in clear; remove it"},
+    {Code::strayMarker, "stray-marker", WARNING, SAFETY,
+     "is a marker that no reader looks at; remove it"},
+    {Code::builtInKey, "built-in-key", WARNING, SAFETY,
+     "opens with the built-in key, which everybody has who has this program; vekctl rekey changes "
+     "it"},
+    {Code::keyMode, "key-mode", WARNING, SAFETY,
+     "others than its owner have rights on the key file; chmod 600 takes them away"},
+    {Code::keyOwner, "key-owner", WARNING, SAFETY,
+     "the key file belongs to neither root nor this user"},
+    {Code::keyWeak, "key-weak", WARNING, SAFETY,
+     "the key file holds a passphrase of less than 14 bytes; vekctl keygen makes a key"},
+    {Code::keyForm, "key-form", WARNING, SAFETY,
+     "the key file looks like a key with a flaw and counts as a passphrase"},
+    {Code::fileMode, "file-mode", WARNING, SAFETY,
+     "others can write the file, or read credentials in clear"},
+    {Code::leftover, "leftover", WARNING, SAFETY,
+     "a .bak lies beside the file: of a run that was killed, or an old copy"},
+};
+
+// The table is in the order of the codes.
+static_assert(std::ranges::all_of(KINDS, [](const FindingKind &kind) {
+    return &kind - KINDS == static_cast<std::ptrdiff_t>(kind.code);
+}));
+
+} // namespace
+
+std::span<const FindingKind> findingKinds() {
+    return KINDS;
+}
+
+const FindingKind &kindOf(Code code) {
+    return KINDS[static_cast<size_t>(code)];
+}
+
+const char *nameOf(Level level) {
+    return level == Level::error ? "error" : "warning";
+}
+
+} // namespace vekctl

@@ -1,0 +1,188 @@
+/*
+ * report.cpp - lines, colours, progress and the JSON document.
+ */
+#include "vekctl/report.h"
+
+#include "shared.h"
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <iostream>
+#include <unistd.h>
+
+namespace vekctl {
+
+namespace {
+
+constexpr std::array<const char *, 5> OUTCOME_WORDS = {"clean", "with findings", "changed",
+                                                       "already", "failed"};
+constexpr std::array<const char *, 5> OUTCOME_NAMES = {"clean", "findings", "changed", "already",
+                                                       "failed"};
+
+bool mayColour() {
+    const char *const terminal = getenv("TERM");
+    return isatty(STDOUT_FILENO) != 0 && getenv("NO_COLOR") == nullptr && terminal != nullptr &&
+           std::string_view(terminal) != "dumb";
+}
+
+// Length of the character of UTF-8 at the beginning of `text`, 0 when there is none that may be
+// shown.
+size_t characterLength(std::string_view text) {
+    const unsigned char first = static_cast<unsigned char>(text.front());
+    if (first < 0x80)
+        return first < 0x20 || first == 0x7f ? 0 : 1;
+    const size_t length = first >= 0xf0 ? 4 : first >= 0xe0 ? 3 : first >= 0xc3 ? 2 : 0;
+    if (first > 0xf4 || length == 0 || text.size() < length)
+        return 0;
+    for (size_t i = 1; i < length; ++i)
+        if ((static_cast<unsigned char>(text[i]) & 0xc0) != 0x80)
+            return 0;
+    // Signs that turn the direction of writing would show a name as another one.
+    const std::string_view character = text.substr(0, length);
+    const bool turns = (character >= "\u202a" && character <= "\u202e") ||
+                       (character >= "\u2066" && character <= "\u2069");
+    return turns ? 0 : length;
+}
+
+std::string place(const std::string &file, size_t line) {
+    return line == 0 ? shown(file) : shown(file) + ":" + std::to_string(line);
+}
+
+int statusOf(const std::vector<size_t> &counts) {
+    const bool allWell = counts[static_cast<size_t>(Outcome::findings)] == 0 &&
+                         counts[static_cast<size_t>(Outcome::failed)] == 0;
+    return allWell ? STATUS_WELL : STATUS_FINDINGS;
+}
+
+} // namespace
+
+std::string shown(std::string_view text) {
+    std::string result;
+    while (!text.empty()) {
+        const size_t length = characterLength(text);
+        result += length == 0 ? "?" : text.substr(0, length);
+        text.remove_prefix(std::max<size_t>(length, 1));
+    }
+    return result;
+}
+
+std::string standardPlace() {
+    char path[SZTUC_PATH_CAPACITY];
+    const bool known = sztucGetConfigFilePath(path, vek::FILE_VARIABLE, vek::FILE_NAME) == SZTU_OK;
+    return known ? path : "";
+}
+
+Report::Report(const char *commandName, const CommonOptions &options)
+    : command(commandName), asJson(options.json), quiet(options.quiet), coloured(mayColour()),
+      withProgress(isatty(STDERR_FILENO) != 0 && !options.quiet),
+      document({{"version", JSON_VERSION}, {"command", commandName}}) {
+    document["files"] = nlohmann::json::array();
+}
+
+int Report::overFiles(std::vector<std::string> files,
+                      const std::function<Outcome(const std::string &)> &treat) {
+    if (files.empty())
+        files.push_back(standardPlace());
+    std::vector<size_t> counts(OUTCOME_WORDS.size());
+    for (size_t i = 0; i < files.size(); ++i) {
+        showProgress(i, files.size());
+        file = files[i];
+        fileDocument = {{"file", shown(file)}};
+        const size_t outcome = static_cast<size_t>(treat(file));
+        ++counts[outcome];
+        fileDocument["outcome"] = OUTCOME_NAMES[outcome];
+        if (asJson)
+            document["files"].push_back(std::move(fileDocument));
+    }
+    clearProgress();
+    countUp(counts);
+    std::cout.flush();
+    if (!std::cout) {
+        std::cerr << "vekctl: standard output cannot be written\n";
+        return STATUS_FINDINGS;
+    }
+    return statusOf(counts);
+}
+
+void Report::finding(const Finding &finding) {
+    const FindingKind &kind = kindOf(finding.code);
+    std::string text = finding.key.empty() ? kind.text : finding.key + " " + kind.text;
+    if (!finding.detail.empty())
+        text += ": " + finding.detail;
+    if (asJson) {
+        nlohmann::json entry = {{"code", kind.name},
+                                {"level", nameOf(finding.level)},
+                                {"reading", kind.matter == Matter::reading},
+                                {"text", text}};
+        if (finding.line != 0)
+            entry["line"] = finding.line;
+        if (!finding.key.empty())
+            entry["key"] = finding.key;
+        fileDocument["findings"].push_back(std::move(entry));
+    } else if (!quiet) {
+        clearProgress();
+        const bool isError = finding.level == Level::error;
+        const char *const start = !coloured ? "" : isError ? "\033[1;31m" : "\033[1;33m";
+        std::cout << place(file, finding.line) << ": " << start << nameOf(finding.level)
+                  << (coloured ? "\033[0m" : "") << ": " << text << " [" << kind.name << "]\n";
+    }
+}
+
+void Report::problem(const std::string &text, size_t line, const std::string &key) {
+    if (asJson) {
+        fileDocument["problem"] = text;
+        if (line != 0)
+            fileDocument["line"] = line;
+        if (!key.empty())
+            fileDocument["key"] = key;
+        return;
+    }
+    clearProgress();
+    std::cerr << "vekctl: " << place(file, line) << ": " << (key.empty() ? "" : key + ": ") << text
+              << "\n";
+}
+
+void Report::note(const std::string &text) {
+    if (asJson) {
+        fileDocument["notes"].push_back(text);
+    } else if (!quiet) {
+        clearProgress();
+        std::cout << place(file, /* line= */ 0) << ": " << text << "\n";
+    }
+}
+
+void Report::showProgress(size_t done, size_t all) {
+    constexpr size_t STEP = 16;
+    if (!withProgress || all == 1 || done % STEP != 0)
+        return;
+    std::cerr << "\r" << command << ": " << done << " of " << all << " files" << std::flush;
+    progressShown = true;
+}
+
+void Report::clearProgress() {
+    if (progressShown)
+        std::cerr << "\r\033[K" << std::flush;
+    progressShown = false;
+}
+
+void Report::countUp(const std::vector<size_t> &counts) {
+    size_t all = 0;
+    nlohmann::json summary;
+    std::string words;
+    for (size_t i = 0; i < counts.size(); ++i) {
+        all += counts[i];
+        summary[OUTCOME_NAMES[i]] = counts[i];
+        if (counts[i] != 0)
+            words +=
+                (words.empty() ? "" : ", ") + std::to_string(counts[i]) + " " + OUTCOME_WORDS[i];
+    }
+    if (asJson) {
+        document["summary"] = std::move(summary);
+        std::cout << document.dump(/* indent= */ 2) << "\n";
+    } else if (all > 1 && !quiet) {
+        std::cout << all << " files: " << words << "\n";
+    }
+}
+
+} // namespace vekctl

@@ -1,0 +1,57 @@
+/*
+ * suggestion.cpp - distance of words.
+ */
+#include "vekctl/suggestion.h"
+
+#include <algorithm>
+#include <cctype>
+#include <vector>
+
+namespace vekctl {
+
+namespace {
+
+bool isSameLetter(char one, char other) {
+    return tolower(static_cast<unsigned char>(one)) == tolower(static_cast<unsigned char>(other));
+}
+
+} // namespace
+
+size_t distance(std::string_view word, std::string_view other) {
+    // rows[i][j]: between the first i letters of the one and the first j of the other
+    std::vector<std::vector<size_t>> rows(word.size() + 1, std::vector<size_t>(other.size() + 1));
+    for (size_t i = 0; i <= word.size(); ++i) {
+        for (size_t j = 0; j <= other.size(); ++j) {
+            if (i == 0 || j == 0) {
+                rows[i][j] = std::max(i, j);
+                continue;
+            }
+            const size_t change = isSameLetter(word[i - 1], other[j - 1]) ? 0 : 1;
+            rows[i][j] =
+                std::min({rows[i - 1][j] + 1, rows[i][j - 1] + 1, rows[i - 1][j - 1] + change});
+            if (i > 1 && j > 1 && isSameLetter(word[i - 1], other[j - 2]) &&
+                isSameLetter(word[i - 2], other[j - 1]))
+                rows[i][j] = std::min(rows[i][j], rows[i - 2][j - 2] + 1);
+        }
+    }
+    return rows.back().back();
+}
+
+std::string nearest(std::string_view word, std::span<const std::string> candidates) {
+    constexpr size_t LONGEST = 64; // longer words are no typing error, and cost time
+    constexpr size_t SHORT = 5;
+    if (word.size() > LONGEST)
+        return "";
+    size_t limit = word.size() < SHORT ? 1 : 2;
+    std::string result;
+    for (const std::string &candidate : candidates) {
+        const size_t letters = distance(word, candidate);
+        if (letters > limit || (letters == limit && !result.empty()))
+            continue;
+        limit = letters;
+        result = candidate;
+    }
+    return result;
+}
+
+} // namespace vekctl

@@ -1,0 +1,23 @@
+/*
+ * suggestion.h - what was meant by a word with a typing error.
+ */
+#ifndef VEKCTL_SUGGESTION_H
+#define VEKCTL_SUGGESTION_H
+
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace vekctl {
+
+// Letters that must be put in, taken out, changed or swapped with their neighbour to turn one word
+// into the other; upper and lower case are the same letter.
+[[nodiscard]] size_t distance(std::string_view word, std::string_view other);
+
+// The candidate that is nearest to a word, or "" when none is near: two letters, one in a short
+// word.
+[[nodiscard]] std::string nearest(std::string_view word, std::span<const std::string> candidates);
+
+} // namespace vekctl
+
+#endif
