@@ -15,6 +15,7 @@
 #include <fcntl.h>
 #include <memory>
 #include <sys/random.h>
+#include <sys/stat.h>
 
 namespace vekctl {
 
