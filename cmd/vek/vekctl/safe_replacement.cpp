@@ -1,0 +1,324 @@
+#include "vekctl/safe_replacement.h"
+
+#include "shared/held_back_signals.h"
+#include "shared/new_bytes.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <cstring>
+#include <fcntl.h>
+#include <iterator>
+#include <sys/file.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+#include <vector>
+
+namespace vekctl {
+namespace {
+
+constexpr int LINKS_FOLLOWED = 40; // as the kernel has it
+constexpr mode_t PRIVATE_MODE = 0600;
+constexpr mode_t OTHERS_WRITE = S_IWGRP | S_IWOTH;
+constexpr size_t READ_BACK_SIZE = 65536;
+
+struct ErrorText {
+    int error;
+    const char *text;
+};
+
+constexpr ErrorText ERROR_TEXTS[] = {
+    {ENOENT, "there is no such file"},
+    {ENOSPC, "the disk is full; make room and run again"},
+    {EDQUOT, "the disk quota is used up; make room and run again"},
+    {EFBIG, "the file size limit is too low; raise it (ulimit -f) and run again"},
+    {EROFS, "the file system is read-only; remount it for writing"},
+    {EACCES, "no right to do it; run as the owner of the file"},
+    {EPERM,
+     "the system forbids it; run as the owner, and see lsattr for an immutable file or folder"},
+    {ELOOP, "too many symbolic links"},
+    {ENAMETOOLONG, "the name is too long"},
+};
+
+std::string textOf(int error) {
+    const auto *const known =
+        std::find_if(std::begin(ERROR_TEXTS), std::end(ERROR_TEXTS),
+                     [=](const ErrorText &row) { return row.error == error; });
+    return known != std::end(ERROR_TEXTS) ? known->text : strerror(error);
+}
+
+// The part of a path up to its last "/", which a link in that folder is relative to.
+std::string folderOf(const std::string &path) {
+    return path.substr(0, path.rfind('/') + 1);
+}
+
+bool isSameFile(const struct stat &one, const struct stat &other) {
+    return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
+}
+
+bool isSame(const timespec &left, const timespec &right) {
+    return left.tv_sec == right.tv_sec && left.tv_nsec == right.tv_nsec;
+}
+
+// The time of the last change of the inode tells of a new hard link, owner or mode too.
+bool isUntouched(const struct stat &before, const struct stat &now) {
+    return isSameFile(before, now) && before.st_size == now.st_size &&
+           isSame(before.st_mtim, now.st_mtim) && isSame(before.st_ctim, now.st_ctim);
+}
+
+// The kernel measures the content itself for these, so those of the old content would be wrong.
+bool isMeasuredAttribute(const std::string &name) {
+    return name == "security.ima" || name == "security.evm";
+}
+
+using Attribute = std::vector<char>;
+
+std::optional<std::vector<std::string>> attributeNames(int file) {
+    const ssize_t room = flistxattr(file, nullptr, 0);
+    if (room < 0)
+        return errno == ENOTSUP ? std::optional(std::vector<std::string>()) : std::nullopt;
+    std::vector<char> list(static_cast<size_t>(room));
+    const ssize_t length = flistxattr(file, list.data(), list.size());
+    if (length < 0)
+        return std::nullopt;
+    std::vector<std::string> names;
+    for (const char *name = list.data(); name < list.data() + length;
+         name += names.back().size() + 1)
+        names.emplace_back(name);
+    std::erase_if(names, isMeasuredAttribute);
+    return names;
+}
+
+std::optional<Attribute> readAttribute(int file, const std::string &name) {
+    const ssize_t room = fgetxattr(file, name.c_str(), nullptr, 0);
+    if (room < 0)
+        return std::nullopt;
+    Attribute value(static_cast<size_t>(room));
+    const ssize_t length = fgetxattr(file, name.c_str(), value.data(), value.size());
+    if (length < 0)
+        return std::nullopt;
+    value.resize(static_cast<size_t>(length));
+    return value;
+}
+
+// Some attributes cannot be set by everybody, but are right already in a file of the same folder.
+bool copyAttribute(int from, int to, const std::string &name) {
+    const std::optional<Attribute> value = readAttribute(from, name);
+    if (!value)
+        return false;
+    return readAttribute(to, name) == value ||
+           fsetxattr(to, name.c_str(), value->data(), value->size(), /* flags= */ 0) == 0;
+}
+
+// A folder may hand a list of rights to each new file; what the old file does not have goes first.
+bool copyExtendedAttributes(int from, int to) {
+    const auto wanted = attributeNames(from);
+    const auto inherited = attributeNames(to);
+    if (!wanted || !inherited)
+        return false;
+    for (const std::string &name : *inherited) {
+        const bool isWanted = std::find(wanted->begin(), wanted->end(), name) != wanted->end();
+        if (!isWanted && fremovexattr(to, name.c_str()) != 0)
+            return false;
+    }
+    return std::all_of(wanted->begin(), wanted->end(),
+                       [=](const std::string &name) { return copyAttribute(from, to, name); });
+}
+
+bool isFixed(int file) {
+    struct statx status = {};
+    return statx(file, "", AT_EMPTY_PATH, /* mask= */ 0, &status) == 0 &&
+           (status.stx_attributes & (STATX_ATTR_IMMUTABLE | STATX_ATTR_APPEND)) != 0;
+}
+
+} // namespace
+
+bool SafeReplacement::fail(std::string problem) {
+    problem_ = std::move(problem);
+    return false;
+}
+
+bool SafeReplacement::failWith(int error, const char *step) {
+    return fail(std::string(step) + ": " + textOf(error));
+}
+
+bool SafeReplacement::open(const std::string &path, const ReplacementRules &rules) {
+    path_ = path;
+    if (!followLinks() || !openFolder())
+        return false;
+    temporaryPath_ = folderOf(path_) + "." + path_.substr(folderOf(path_).size()) + ".vekctl";
+    if (!rules.dryRun)
+        (void)folder_->remove(temporaryPath_.c_str());
+    return openFile(rules.breakLinks);
+}
+
+bool SafeReplacement::followLinks() {
+    for (int count = 0; count <= LINKS_FOLLOWED; ++count) {
+        struct stat status;
+        if (lstat(path_.c_str(), &status) != 0)
+            return failWith(errno, "cannot be read");
+        if (!S_ISLNK(status.st_mode))
+            return true;
+        std::array<char, PATH_MAX> target;
+        const ssize_t length = readlink(path_.c_str(), target.data(), target.size());
+        if (length <= 0)
+            return failWith(errno, "the link cannot be read");
+        const std::string text(target.data(), static_cast<size_t>(length));
+        path_ = text.front() == '/' ? text : folderOf(path_) + text;
+    }
+    return failWith(ELOOP, "cannot be read");
+}
+
+// In a folder of somebody else, that somebody could put other files in the way of each step. A file system
+// without locks is no reason to stop; a lock that another program has kept through the wait is one.
+bool SafeReplacement::openFolder() {
+    folder_.emplace(path_.c_str());
+    struct stat status;
+    if (fstat(folder_->descriptor(), &status) != 0)
+        return fail("its folder cannot be opened; run as the owner of the file");
+    if (status.st_uid != 0 && status.st_uid != geteuid())
+        return fail("its folder belongs to another user; run as its owner");
+    if ((status.st_mode & OTHERS_WRITE) != 0)
+        return fail("others can write to its folder; take that right away (chmod go-w)");
+    if (flock(folder_->descriptor(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)
+        return fail("another program keeps its folder locked; run again when that has ended");
+    return true;
+}
+
+bool SafeReplacement::openFile(bool breakLinks) {
+    constexpr int FLAGS = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+    const std::string name = path_.substr(folderOf(path_).size());
+    file_.reset(openat(folder_->descriptor(), name.c_str(), FLAGS));
+    if (!file_ || fstat(file_.get(), &status_) != 0)
+        return failWith(errno, "cannot be read");
+    if (S_ISDIR(status_.st_mode))
+        return fail("is a folder; name the file in it");
+    if (!S_ISREG(status_.st_mode))
+        return fail("is not a regular file");
+    if (status_.st_nlink > 1 && !breakLinks)
+        return fail("has a second name (hard link), which would keep the old content; "
+                    "--break-links replaces this name only");
+    return true;
+}
+
+size_t SafeReplacement::size() const {
+    return static_cast<size_t>(status_.st_size);
+}
+
+bool SafeReplacement::read(std::span<char> content) {
+    size_t done = 0;
+    while (done < content.size()) {
+        const ssize_t length = pread(file_.get(), content.data() + done, content.size() - done,
+                                     static_cast<off_t>(done));
+        if (length < 0 && errno == EINTR)
+            continue;
+        if (length < 0)
+            return failWith(errno, "cannot be read");
+        if (length == 0)
+            return fail("was changed by another program meanwhile; run again");
+        done += static_cast<size_t>(length);
+    }
+    return true;
+}
+
+bool SafeReplacement::replaceWith(std::string_view content) {
+    const replacement::HeldBackSignals signals;
+    if (isFixed(file_.get()))
+        return fail("is immutable or append-only; allow changes first (chattr -i -a)");
+    temporary_.reset(folder_->createAnew(temporaryPath_.c_str(), PRIVATE_MODE));
+    if (!temporary_)
+        return failWith(errno, "no new file can be made in its folder");
+    problem_.clear();
+    if (build(content) && !signals.isPending() && putInPlace())
+        return true;
+    (void)folder_->remove(temporaryPath_.c_str());
+    return problem_.empty() ? fail("stopped by a signal; it is as it was") : false;
+}
+
+bool SafeReplacement::build(std::string_view content) {
+    if (!write(content) || !verify(content) || !copyAttributes())
+        return false;
+    // Owner and rights as well.
+    if (fsync(temporary_.get()) != 0 && errno != EINVAL && errno != ENOSYS)
+        return failWith(errno, "the new file cannot be put on the disk");
+    return true;
+}
+
+bool SafeReplacement::write(std::string_view content) {
+    const int file = temporary_.get();
+    int error = replacement::reserveRoom(file, static_cast<int64_t>(content.size()));
+    while (error == 0 && !content.empty()) {
+        const ssize_t length = ::write(file, content.data(), content.size());
+        if (length < 0 && errno != EINTR)
+            error = errno;
+        else
+            content.remove_prefix(static_cast<size_t>(std::max<ssize_t>(length, 0)));
+    }
+    replacement::giveBackRoom(file);
+    if (error == 0)
+        error = replacement::syncBytes(file);
+    return error == 0 || failWith(error, "the new file cannot be written");
+}
+
+// Reads the new file back; it may hold credentials of the old one in clear, so the buffer is wiped.
+bool SafeReplacement::verify(std::string_view content) {
+    const ztm::Descriptor written(folder_->openToRead(temporaryPath_.c_str()));
+    std::vector<char> buffer(READ_BACK_SIZE);
+    bool isSame = true;
+    for (size_t done = 0; isSame && done <= content.size();) {
+        const ssize_t length =
+            pread(written.get(), buffer.data(), buffer.size(), static_cast<off_t>(done));
+        if (length < 0 && errno == EINTR)
+            continue;
+        const size_t count = static_cast<size_t>(std::max<ssize_t>(length, 0));
+        if (count == 0) {
+            isSame = done == content.size();
+            break;
+        }
+        isSame = content.substr(done, count) == std::string_view(buffer.data(), count);
+        done += count;
+    }
+    explicit_bzero(buffer.data(), buffer.size());
+    return isSame ||
+           fail("the new file did not read back as it was written; the disk may be failing");
+}
+
+// Lists of rights come before the mode: with an inherited list, the mode would open the file to others.
+bool SafeReplacement::copyAttributes() {
+    const int file = temporary_.get();
+    struct stat made;
+    if (fstat(file, &made) != 0)
+        return failWith(errno, "the new file cannot be looked at");
+    if ((made.st_uid != status_.st_uid || made.st_gid != status_.st_gid) &&
+        fchown(file, status_.st_uid, status_.st_gid) != 0)
+        return failWith(errno, "owner and group cannot be kept");
+    if (!copyExtendedAttributes(file_.get(), file))
+        return failWith(errno, "its access list or extended attributes cannot be kept");
+    if (fchmod(file, status_.st_mode & ALLPERMS) != 0)
+        return failWith(errno, "its mode cannot be kept");
+    return true;
+}
+
+bool SafeReplacement::checkUnchanged() {
+    struct stat now;
+    if (folder_->look(path_.c_str(), &now) != 0 || !isUntouched(status_, now))
+        return fail("was changed or replaced by another program meanwhile; run again");
+    struct stat made;
+    struct stat named;
+    if (fstat(temporary_.get(), &made) != 0 || folder_->look(temporaryPath_.c_str(), &named) != 0 ||
+        !isSameFile(made, named))
+        return fail("another program took the new file away; run again");
+    return true;
+}
+
+bool SafeReplacement::putInPlace() {
+    if (!checkUnchanged())
+        return false;
+    if (folder_->moveOnto(temporaryPath_.c_str(), path_.c_str()) != 0)
+        return failWith(errno, "the new file cannot take its place");
+    folder_->sync();
+    return true;
+}
+
+} // namespace vekctl
