@@ -40,6 +40,17 @@ foreach(section 1 3 5)
   file(GLOB pages CONFIGURE_DEPENDS docs/man/*.${section})
   install(FILES ${pages} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section})
 endforeach()
+install(FILES docs/encrypted-value.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+
+# Each function that ztvek(3) names at its head has a page of its own, which leads there.
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS docs/man/ztvek.3)
+file(STRINGS docs/man/ztvek.3 names REGEX "^\\.Nm ")
+foreach(name ${names})
+  string(REGEX REPLACE "^\\.Nm ([A-Za-z0-9_]+).*" "${CMAKE_BINARY_DIR}/man3/\\1.3" alias "${name}")
+  file(WRITE ${alias} ".so man3/ztvek.3\n")
+  list(APPEND aliases ${alias})
+endforeach()
+install(FILES ${aliases} DESTINATION ${CMAKE_INSTALL_MANDIR}/man3)
 
 # The command checks the installation that it belongs to, so it is told the prefix. A staging folder
 # (DESTDIR) is no part of that path.

@@ -34,6 +34,10 @@ longest=/$(printf '%4094s' '' | tr ' ' x)
 "$prefix/bin/runvekcred" '-?' || [[ $? -eq 20 ]] || fail 'a prefix that is no folder'
 "$tool" "$prefix/bin/runvekcred" "$prefix"
 
+# A page of each function, and what the pages refer to.
+[[ $(cd "$prefix/share/man" && mandoc -Tascii man3/svcWipe.3) == *ZTVEK\(3\)* &&
+    -s $prefix/share/doc/ztvek/encrypted-value.md ]] || fail 'the documents'
+
 # The credentials that the installed command encrypts are those that the installed library reads.
 cp "$VEK_SOURCE/examples/keystore.conf" "$scratch"
 "$prefix/bin/runvekcred" -f "$scratch/keystore.conf" 2>"$scratch/log" || fail 'the installed command'

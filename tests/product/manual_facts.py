@@ -79,10 +79,15 @@ tags = re.findall(r"^\.It Li ((\S+\.\S+).*)", source("docs/man/keystore.conf.5")
 same_set("keys of keystore.conf", (key for _, key in tags), keys)
 
 # Prototypes.
-header = " ".join(source("lib/vek/ztvek.h").split())
-for name, arguments in re.findall(r'^\.Fn (\w+) (void|".*)', source("docs/man/ztvek.3"), re.M):
+header = " ".join(" ".join(map(source, ("lib/vek/ztvek.h", "platform/ztpbe.h", "platform/ztsvc.h"))).split())
+prototypes = re.findall(r'^\.Fn (\w+) (void|".*)', source("docs/man/ztvek.3"), re.M)
+for name, arguments in prototypes:
     prototype = "{}({})".format(name, ", ".join(arguments.strip('"').split('" "')))
     check(prototype in header, prototype)
+symbols = subprocess.run(["nm", "-D", *(BUILD / "lib64").glob("libzt[vm]*.so")], check=True, capture_output=True, text=True)
+functions = re.findall(r" T ((?:szt|Szt|svc)\w+)", symbols.stdout)
+same_set("prototypes of ztvek(3)", (name for name, _ in prototypes), functions)
+same_set("names of ztvek(3)", re.findall(r"^\.Nm (\w+)", source("docs/man/ztvek.3"), re.M), functions)
 
 # What documents show: a "$" in front of a command, its output behind it. A file that is shown before it is
 # there is taken from the document. Encrypted values differ from run to run.
@@ -121,7 +126,7 @@ program = re.search(r"#include.*?\n\}\n", source("docs/man/ztvek.3"), re.S)[0].r
 compiler = re.search(r"^\.Dl (cc .*)", source("docs/man/ztvek.3"), re.M)[1].replace("/opt/ztm", str(BUILD))
 environment |= {"ZTS_KEYSTORE_CONF": "keystore.conf", "ZTS_VEKCRED_KEYFILE": "key", "LD_LIBRARY_PATH": f"{BUILD}/lib64"}
 check(run(f"make-key.sh key && {compiler} -Wall -Wextra -Werror && runvekcred 2>message && ./example")
-      == "/etc/ztm/pem/messages.key\n", "the example of ztvek(3)")
+      == "/etc/ztm/pem/messages.key\npurpose: checked\n", "the example of ztvek(3)")
 for reader in ("cms", "pem", "pkcs11", "crl", "ocsp", "-c TO.HUB cms", "-c TO.HUB pem"):
     check(run(f"print_section {reader} >read") == "", f"the samples of {reader}")
 
