@@ -1,6 +1,6 @@
 // The initial key file. The input is its content.
 #include "fuzz_support.h"
-#include "pbe/key_file.h"
+#include "ztpbe.h"
 
 #include <algorithm>
 #include <cstring>

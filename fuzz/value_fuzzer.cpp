@@ -1,7 +1,7 @@
 // The encrypted value. The first three bytes of the input choose the algorithm and a change; the rest is
 // read as an encrypted value, and then encrypted itself.
 #include "fuzz_support.h"
-#include "pbe/value_text.h"
+#include "pbe/algorithm.h"
 
 #include <algorithm>
 
@@ -11,16 +11,18 @@ constexpr std::string_view LABEL = SZTOU_PBE_LABEL;
 
 // A text that can be taken apart is the one that its parts make. Returns whether it could.
 bool checkText(std::string_view text) {
-    PbeParts parts;
+    const ztm::Algorithm *const algorithm = ztm::findAlgorithm(ztm::digitOf(text, LABEL));
+    ztm::ValueParts parts;
     size_t bodyLength = 0;
-    if (!pbeParse(text, LABEL, &parts, &bodyLength))
+    if (algorithm == nullptr ||
+        !ztm::parseValue(text, LABEL.size(), algorithm->shape, &parts, &bodyLength))
         return false;
     char again[SVC_PBE_STORED_LIMIT + 1];
-    require(pbeComposeBody(again, text.substr(0, LABEL.size() + 1), parts) == bodyLength);
-    pbeComposeTag(again + bodyLength, parts);
+    require(ztm::writeBody(again, text.substr(0, LABEL.size() + 1), algorithm->shape, parts) ==
+            bodyLength);
+    ztm::writeTag(again + bodyLength, algorithm->shape, parts);
     require(text == again && std::count(text.begin(), text.end(), '!') == 3);
-    require(text.size() ==
-            pbeStoredLength(*pbeShapeOf(parts.algorithm), LABEL.size(), parts.cipherLength));
+    require(text.size() == ztm::storedLengthOf(algorithm->shape, LABEL.size(), parts.cipherLength));
     for (const char character : text)
         require(character > ' ' && character <= '~' && character != '#');
     return true;
@@ -32,9 +34,9 @@ void checkRoundTrip(int32_t algorithm, std::string_view clear, uint8_t place, ui
     int32_t length = -1;
     const uint32_t result = svcPBESave(openSession(algorithm), clear.data(),
                                        static_cast<int32_t>(clear.size()), &stored, &length);
-    const PbeShape &shape = *pbeShapeOf(algorithm);
+    const ztm::ValueShape &shape = ztm::findAlgorithm(algorithm)->shape;
     const size_t expected =
-        pbeStoredLength(shape, LABEL.size(), pbeCipherLength(shape, clear.size()));
+        ztm::storedLengthOf(shape, LABEL.size(), ztm::cipherLengthOf(shape, clear.size()));
     if (clear.empty() || expected > SVC_PBE_STORED_LIMIT) {
         require(result == SVC_PBE_CLEAR_TEXT_LENGTH && stored == nullptr && length == 0);
         return;

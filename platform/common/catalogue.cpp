@@ -16,6 +16,8 @@
 #include "ztpbe.h"
 #include "ztsvc.h"
 
+namespace ztm {
+
 namespace {
 
 constexpr CatalogueEntry ENTRIES[] = {
@@ -105,8 +107,10 @@ std::span<const CatalogueEntry> messageCatalogue() {
     return ENTRIES;
 }
 
+} // namespace ztm
+
 const char *svcPBEReasonText(uint32_t reason) {
-    for (const ReasonText &entry : REASON_TEXTS) {
+    for (const ztm::ReasonText &entry : ztm::REASON_TEXTS) {
         if (entry.reason == reason)
             return entry.text;
     }

@@ -1,11 +1,13 @@
 /*
  * catalogue.h - the message catalogue, private to the common services.
  */
-#ifndef CATALOGUE_H
-#define CATALOGUE_H
+#ifndef ZTM_CATALOGUE_H
+#define ZTM_CATALOGUE_H
 
 #include <cstdint>
 #include <span>
+
+namespace ztm {
 
 struct CatalogueEntry {
     uint32_t number; // of enum SvcMessageNumber
@@ -14,5 +16,7 @@ struct CatalogueEntry {
 
 // The whole catalogue, in the order of the low 16 bits.
 [[nodiscard]] std::span<const CatalogueEntry> messageCatalogue();
+
+} // namespace ztm
 
 #endif

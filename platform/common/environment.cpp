@@ -7,13 +7,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <pthread.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 const char *svcGetEnv(const char *name) {
-    // NOLINTNEXTLINE(concurrency-mt-unsafe): nothing of the product changes the environment
-    return getenv(name);
+    return secure_getenv(name);
 }
 
 int32_t svcIsEnvironment(const char *name) {
@@ -30,18 +27,6 @@ uint32_t svcGetEnvironmentStringX(const char *name, char *buffer, size_t *capaci
     memcpy(buffer, value, length + 1);
     *capacity = length;
     return SVC_OK;
-}
-
-static SvcCtrl controlBlock;
-static pthread_once_t controlBlockOnce = PTHREAD_ONCE_INIT;
-
-static void fillControlBlock() {
-    controlBlock.userId = getuid();
-}
-
-const SvcCtrl *svcGetCtrl(void) {
-    (void)pthread_once(&controlBlockOnce, fillControlBlock);
-    return &controlBlock;
 }
 
 uint32_t svcGetpwuid(uid_t userId, struct passwd *entry, char *scratch, size_t scratchLength) {

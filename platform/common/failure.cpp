@@ -2,10 +2,13 @@
  * failure.cpp - failure records. A record must be possible when memory is exhausted, so everything
  * here is static.
  */
+#include "common/guards.h"
 #include "ztsvc.h"
 #include "zttrc.h"
 
 #include <pthread.h>
+
+namespace ztm {
 
 namespace {
 
@@ -20,7 +23,20 @@ thread_local SavedLocation savedLocation __attribute__((tls_model("initial-exec"
 pthread_mutex_t recordMutex = PTHREAD_MUTEX_INITIALIZER;
 SvcFailureRecord latestRecord = {0, 0, 0, 0, "", 0};
 
+// Notes a record. Result: how many there are.
+uint32_t keepRecord(uint32_t component, uint32_t failure, uint32_t probe,
+                    const SavedLocation &location) {
+    const Lock lock(recordMutex);
+    latestRecord = {latestRecord.count + 1, component,    failure, probe,
+                    location.source,        location.line};
+    return latestRecord.count;
+}
+
 } // namespace
+
+} // namespace ztm
+
+using namespace ztm;
 
 void svcSaveFileContextSccsId(const char *source, int32_t line) {
     savedLocation = {source, line};
@@ -30,12 +46,7 @@ void svcRecordFailure(uint32_t component, uint32_t failure, uint32_t probe,
                       const SvcMessageInserts *inserts) {
     const SavedLocation location = savedLocation;
     savedLocation = {"", 0};
-
-    (void)pthread_mutex_lock(&recordMutex);
-    const uint32_t count = latestRecord.count + 1;
-    latestRecord = {count, component, failure, probe, location.source, location.line};
-    (void)pthread_mutex_unlock(&recordMutex);
-
+    const uint32_t count = keepRecord(component, failure, probe, location);
     if (!trcActive(TRC_PARAMETERS))
         return;
     trc_parms(location.source, location.line,
@@ -45,7 +56,6 @@ void svcRecordFailure(uint32_t component, uint32_t failure, uint32_t probe,
 }
 
 void svcGetFailureRecord(SvcFailureRecord *record) {
-    (void)pthread_mutex_lock(&recordMutex);
+    const Lock lock(recordMutex);
     *record = latestRecord;
-    (void)pthread_mutex_unlock(&recordMutex);
 }

@@ -2,17 +2,18 @@
  * message.cpp - numbered messages: one line of the catalogue, filled in, in one write.
  */
 #include "common/catalogue.h"
+#include "common/printable.h"
 #include "ztpbe.h"
 #include "ztsvc.h"
 #include "zttrc.h"
-#include "ztutl.h"
 
-#include <cctype>
 #include <cinttypes>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <unistd.h>
+
+namespace ztm {
 
 namespace {
 
@@ -42,10 +43,19 @@ void addText(MessageLine *line, const char *text) {
         addCharacter(line, *text);
 }
 
-// An insert comes from the user: a control character could forge another line or drive a terminal.
+// An insert comes from the user: it must not forge another line or drive a terminal. A character is
+// added whole or not at all.
 void addInsert(MessageLine *line, const char *insert, const char *whenNull) {
-    for (const char *text = insert != nullptr ? insert : whenNull; *text != '\0'; ++text)
-        addCharacter(line, iscntrl(static_cast<unsigned char>(*text)) != 0 ? '?' : *text);
+    const char *text = insert != nullptr ? insert : whenNull;
+    while (*text != '\0') {
+        const size_t length = printableLength(text);
+        if (length == 0)
+            addCharacter(line, '?');
+        else if (line->length + length < sizeof line->text)
+            for (size_t i = 0; i < length; ++i)
+                addCharacter(line, text[i]);
+        text += length == 0 ? 1 : length;
+    }
 }
 
 void addReason(MessageLine *line, const char *reason) {
@@ -120,6 +130,10 @@ void formatMessage(MessageLine *line, uint32_t number, const char *text,
 }
 
 } // namespace
+
+} // namespace ztm
+
+using namespace ztm;
 
 uint32_t svcDisplayMessageForError(uint64_t handle, uint32_t word, uint32_t number,
                                    SvcMessageInserts inserts, uint32_t options, const char *source,

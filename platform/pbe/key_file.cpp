@@ -1,30 +1,29 @@
 /*
- * key_file.cpp - initial key files, and the record of the keys handed out.
+ * key_file.cpp - initial key files. The content is, in this order:
+ *
+ *   content = 32 bytes                            the key itself
+ *           | 64 hexadecimal digits [line end]    the key
+ *           | 44 characters of base64 [line end]  the key, when they decode to 32 bytes
+ *           | text [line end]                     a passphrase, padded with zeros to 64 bytes
+ *   line end = LF | CR LF
  */
-#include "pbe/key_file.h"
-#include "pbe/internal.h"
+#include "common/guards.h"
+#include "common/memory.h"
+#include "ztpbe.h"
 
-#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
 #include <openssl/evp.h>
-#include <pthread.h>
+#include <span>
 #include <unistd.h>
+
+namespace ztm {
 
 namespace {
 
 constexpr size_t HEXADECIMAL_LENGTH = size_t{2} * SVC_PBE_KEY_LENGTH;
 constexpr size_t BASE64_LENGTH = 44;
-
-// One key handed out. It lies behind the key in the same allocation.
-struct KeyRecord {
-    KeyRecord *next;
-    const uint8_t *key;
-};
-
-pthread_mutex_t recordLock = PTHREAD_MUTEX_INITIALIZER;
-std::atomic<KeyRecord *> firstRecord; // changed under the lock only
 
 int hexadecimalValue(uint8_t digit) {
     if (digit >= '0' && digit <= '9')
@@ -76,64 +75,21 @@ int readAll(int file, uint8_t *content, size_t capacity, size_t *length) {
 }
 
 uint32_t readContent(const char *path, uint8_t *content, size_t capacity, size_t *length) {
-    int file;
+    int opened;
     do
-        file = open(path, O_RDONLY | O_CLOEXEC | O_NOCTTY);
-    while (file < 0 && errno == EINTR);
-    if (file < 0)
-        return SVC_PBE_KEY_FILE_UNREADABLE;
-    const int error = readAll(file, content, capacity, length); // EISDIR for a directory
-    (void)close(file);
-    if (error != 0)
+        opened = open(path, O_RDONLY | O_CLOEXEC | O_NOCTTY);
+    while (opened < 0 && errno == EINTR);
+    const Descriptor file(opened);
+    if (!file || readAll(file.get(), content, capacity, length) != 0) // EISDIR for a directory
         return SVC_PBE_KEY_FILE_UNREADABLE;
     const bool fits = *length > 0 && *length <= SVC_PBE_KEY_FILE_LIMIT;
     return fits ? SVC_PBE_OK : SVC_PBE_KEY_FILE_BAD_LENGTH;
 }
 
-// Copies the key into a buffer of its own and records that.
-uint32_t handOut(std::span<const uint8_t> content, uint8_t **key) {
-    if (content.empty())
-        return SVC_PBE_KEY_FILE_BAD_LENGTH;
-    constexpr size_t ALIGNMENT = alignof(KeyRecord);
-    const size_t recordOffset = (content.size() + ALIGNMENT - 1) / ALIGNMENT * ALIGNMENT;
-    void *memory;
-    if (svcGetMemFn(/* subpool= */ 0, SVC_COMPONENT_VEK, /* allocation= */ 0,
-                    recordOffset + sizeof(KeyRecord), /* options= */ 0, &memory) != SVC_OK)
-        return SVC_PBE_NO_STORAGE;
-    *key = static_cast<uint8_t *>(memory);
-    memcpy(*key, content.data(), content.size());
-
-    KeyRecord *const record = reinterpret_cast<KeyRecord *>(*key + recordOffset);
-    record->key = *key;
-    (void)pthread_mutex_lock(&recordLock);
-    record->next = firstRecord;
-    firstRecord = record;
-    (void)pthread_mutex_unlock(&recordLock);
-    return SVC_PBE_OK;
-}
-
-uint32_t readKey(const char *path, uint8_t **key, int32_t *keyLength) {
-    // One byte more than a file may have shows that it is too long.
-    uint8_t content[SVC_PBE_KEY_FILE_LIMIT + 1];
-    uint8_t classified[SVC_PBE_KEY_FILE_LIMIT] = {};
-    size_t contentLength;
-    size_t length = 0;
-    uint32_t reason = readContent(path, content, sizeof content, &contentLength);
-    if (reason == SVC_PBE_OK) {
-        length = pbeClassifyKey({content, contentLength}, classified);
-        reason = handOut({classified, length}, key);
-    }
-    svcWipe(content, sizeof content);
-    svcWipe(classified, sizeof classified);
-    if (reason == SVC_PBE_OK)
-        *keyLength = static_cast<int32_t>(length);
-    return reason;
-}
-
-} // namespace
-
-size_t pbeClassifyKey(std::span<const uint8_t> content,
-                      std::span<uint8_t, SVC_PBE_KEY_FILE_LIMIT> key) {
+// Turns a content of 1 to SVC_PBE_KEY_FILE_LIMIT bytes into the initial key; `key` is clear. Result: its
+// length, 32 for a full-strength key only; 0 when there is no passphrase.
+size_t classifyKey(std::span<const uint8_t> content,
+                   std::span<uint8_t, SVC_PBE_KEY_FILE_LIMIT> key) {
     if (content.size() == SVC_PBE_KEY_LENGTH) {
         memcpy(key.data(), content.data(), SVC_PBE_KEY_LENGTH);
         return SVC_PBE_KEY_LENGTH;
@@ -150,6 +106,12 @@ size_t pbeClassifyKey(std::span<const uint8_t> content,
     return length < SHORTEST ? SHORTEST : length;
 }
 
+} // namespace
+
+} // namespace ztm
+
+using namespace ztm;
+
 uint32_t svcPBEReadInitialKeyFile(const char *path, uint8_t **key, int32_t *keyLength) {
     if (key != nullptr)
         *key = nullptr;
@@ -157,27 +119,21 @@ uint32_t svcPBEReadInitialKeyFile(const char *path, uint8_t **key, int32_t *keyL
         *keyLength = 0;
     if (path == nullptr || key == nullptr || keyLength == nullptr)
         return SVC_PBE_BAD_ARGUMENTS;
-    return readKey(path, key, keyLength);
-}
-
-void svcpbeForgetKey(const void *buffer) {
-    if (firstRecord == nullptr)
-        return;
-    (void)pthread_mutex_lock(&recordLock);
-    KeyRecord *previous = nullptr;
-    KeyRecord *record = firstRecord;
-    while (record != nullptr && record->key != buffer) {
-        previous = record;
-        record = record->next;
-    }
-    if (record != nullptr && previous == nullptr)
-        firstRecord = record->next;
-    if (record != nullptr && previous != nullptr)
-        previous->next = record->next;
-    (void)pthread_mutex_unlock(&recordLock);
-}
-
-void pbeReleaseKeys() {
-    for (const KeyRecord *record = firstRecord; record != nullptr; record = firstRecord)
-        (void)svcPBEFreeBuf(const_cast<uint8_t *>(record->key), /* length= */ 0);
+    // One byte more than a file may have shows that it is too long.
+    Wiping<uint8_t[SVC_PBE_KEY_FILE_LIMIT + 1]> content;
+    Wiping<uint8_t[SVC_PBE_KEY_FILE_LIMIT]> classified{};
+    size_t contentLength;
+    const uint32_t reason = readContent(path, content.value, sizeof content.value, &contentLength);
+    if (reason != SVC_PBE_OK)
+        return reason;
+    const size_t length = classifyKey({content.value, contentLength}, classified.value);
+    if (length == 0)
+        return SVC_PBE_KEY_FILE_BAD_LENGTH;
+    void *memory;
+    if (allocateListed(length, &memory) != SVC_OK)
+        return SVC_PBE_NO_STORAGE;
+    memcpy(memory, classified.value, length);
+    *key = static_cast<uint8_t *>(memory);
+    *keyLength = static_cast<int32_t>(length);
+    return SVC_PBE_OK;
 }

@@ -2,147 +2,149 @@
  * libcrypto.cpp - the libcrypto context and the algorithms that serve sessions.
  */
 #include "pbe/libcrypto.h"
-#include "pbe/internal.h"
 #include "ztpbe.h"
 
 #include <atomic>
 #include <openssl/conf.h>
 #include <openssl/crypto.h>
 #include <openssl/err.h>
-#include <openssl/evp.h>
-#include <openssl/kdf.h>
 #include <openssl/rand.h>
 #include <pthread.h>
+#include <utility>
+
+namespace ztm {
 
 namespace {
 
 constexpr char FIPS_PROPERTIES[] = "fips=yes";
 
-std::atomic<bool> ownProcess;
+std::atomic<bool> isOwnProcess;
 
-pthread_mutex_t providerLock = PTHREAD_MUTEX_INITIALIZER;
-PbeProvider plainProvider;
-PbeProvider fipsProvider;
+// Without a destructor: at the end of the process libcrypto may be gone already.
+union Kept {
+    Libcrypto libcrypto;
+    constexpr Kept() : libcrypto() {}
+    Kept(const Kept &) = delete;
+    Kept &operator=(const Kept &) = delete;
+    ~Kept() {}
+};
 
-void closeProvider(PbeProvider *provider) {
-    EVP_CIPHER_free(provider->gcm);
-    EVP_CIPHER_free(provider->cbc);
-    EVP_MAC_free(provider->hmac);
-    EVP_KDF_CTX_free(provider->keptHkdf);
-    EVP_KDF_free(provider->hkdf);
-    EVP_KDF_free(provider->pbkdf2);
-    if (provider->base != nullptr)
-        (void)OSSL_PROVIDER_unload(provider->base);
-    if (provider->fips != nullptr)
-        (void)OSSL_PROVIDER_unload(provider->fips);
-    OSSL_LIB_CTX_free(provider->library);
-    *provider = {};
-}
+pthread_mutex_t keptMutex = PTHREAD_MUTEX_INITIALIZER;
+constinit Kept keptPlain;
+constinit Kept keptFips;
 
-// A fetch from libcrypto's own context is a crash when memory was refused while that was made.
-bool hasDefaultLibrary() {
-    return OSSL_LIB_CTX_get0_global_default() != nullptr;
+bool fetchAlgorithms(Libcrypto *libcrypto, const char *properties) {
+    OSSL_LIB_CTX *const library = libcrypto->library.get();
+    libcrypto->gcm.reset(EVP_CIPHER_fetch(library, "AES-256-GCM", properties));
+    libcrypto->cbc.reset(EVP_CIPHER_fetch(library, "AES-256-CBC", properties));
+    libcrypto->hmac.reset(EVP_MAC_fetch(library, "HMAC", properties));
+    libcrypto->hkdf.reset(EVP_KDF_fetch(library, "HKDF", properties));
+    libcrypto->pbkdf2.reset(EVP_KDF_fetch(library, "PBKDF2", properties));
+    return libcrypto->gcm && libcrypto->cbc && libcrypto->hmac && libcrypto->hkdf &&
+           libcrypto->pbkdf2;
 }
 
 // Where the process belongs to the program, an OpenSSL configuration that cannot be loaded fails the
 // program. Elsewhere libcrypto loads it by itself when the first algorithm is fetched.
-bool startLibrary() {
-    return !ownProcess.load(std::memory_order_relaxed) ||
+bool startLibcrypto() {
+    return !isOwnProcess.load(std::memory_order_relaxed) ||
            OPENSSL_init_crypto(OPENSSL_INIT_LOAD_CONFIG, /* settings= */ nullptr) == 1;
 }
 
-bool fetchAlgorithms(PbeProvider *provider, const char *properties) {
-    provider->gcm = EVP_CIPHER_fetch(provider->library, "AES-256-GCM", properties);
-    provider->cbc = EVP_CIPHER_fetch(provider->library, "AES-256-CBC", properties);
-    provider->hmac = EVP_MAC_fetch(provider->library, "HMAC", properties);
-    provider->hkdf = EVP_KDF_fetch(provider->library, "HKDF", properties);
-    provider->pbkdf2 = EVP_KDF_fetch(provider->library, "PBKDF2", properties);
-    return provider->gcm != nullptr && provider->cbc != nullptr && provider->hmac != nullptr &&
-           provider->hkdf != nullptr && provider->pbkdf2 != nullptr;
+// A fetch from libcrypto's own context is a crash when memory was refused while that was made.
+bool openPlain(Libcrypto *libcrypto) {
+    return startLibcrypto() && OSSL_LIB_CTX_get0_global_default() != nullptr &&
+           fetchAlgorithms(libcrypto, /* properties= */ nullptr);
 }
 
 // The machine's OpenSSL configuration tells where the FIPS provider is and what its checksum must be.
 // It could also activate other providers in this context, so the random generator, like every
 // algorithm, is named with the property that only the FIPS provider's have.
-bool openFipsLibrary(PbeProvider *provider) {
-    provider->library = OSSL_LIB_CTX_new();
-    if (provider->library == nullptr)
+bool openFips(Libcrypto *libcrypto) {
+    if (!startLibcrypto())
         return false;
-    if (CONF_modules_load_file_ex(provider->library, /* filename= */ nullptr,
-                                  /* appname= */ nullptr, CONF_MFLAGS_IGNORE_MISSING_FILE) <= 0)
+    libcrypto->library.reset(OSSL_LIB_CTX_new());
+    OSSL_LIB_CTX *const library = libcrypto->library.get();
+    if (library == nullptr)
         return false;
-    provider->fips = OSSL_PROVIDER_load(provider->library, "fips");
-    if (provider->fips == nullptr)
+    if (CONF_modules_load_file_ex(library, /* filename= */ nullptr, /* appname= */ nullptr,
+                                  CONF_MFLAGS_IGNORE_MISSING_FILE) <= 0)
         return false;
-    provider->base = OSSL_PROVIDER_load(provider->library, "base");
-    if (provider->base == nullptr)
+    libcrypto->fips.reset(OSSL_PROVIDER_load(library, "fips"));
+    if (!libcrypto->fips)
         return false;
-    return RAND_set_DRBG_type(provider->library, "CTR-DRBG", FIPS_PROPERTIES, "AES-256-CTR",
-                              /* digest= */ nullptr) == 1;
+    libcrypto->base.reset(OSSL_PROVIDER_load(library, "base"));
+    if (!libcrypto->base)
+        return false;
+    return RAND_set_DRBG_type(library, "CTR-DRBG", FIPS_PROPERTIES, "AES-256-CTR",
+                              /* digest= */ nullptr) == 1 &&
+           fetchAlgorithms(libcrypto, FIPS_PROPERTIES);
 }
 
-bool openProvider(bool fips, PbeProvider *provider) {
-    return startLibrary() && (fips ? openFipsLibrary(provider) : hasDefaultLibrary()) &&
-           fetchAlgorithms(provider, fips ? FIPS_PROPERTIES : nullptr);
+uint32_t open(bool fips, Libcrypto *libcrypto) {
+    Libcrypto opened;
+    const uint32_t reason = fips ? reasonOf(openFips(&opened), SVC_PBE_FIPS_NOT_AVAILABLE)
+                                 : reasonOf(openPlain(&opened), SVC_PBE_CRYPTO_FAILED);
+    if (reason != SVC_PBE_OK)
+        return reason;
+    *libcrypto = std::move(opened);
+    return SVC_PBE_OK;
 }
 
 } // namespace
 
-void svcpbeOwnProcess() {
-    ownProcess.store(true, std::memory_order_relaxed);
+uint32_t useLibcrypto(bool fips, LibcryptoUse *use) {
+    Libcrypto *const wanted = fips ? &keptFips.libcrypto : &keptPlain.libcrypto;
+    const Lock lock(keptMutex);
+    const bool isOpen = static_cast<bool>(wanted->gcm);
+    const uint32_t reason = isOpen ? uint32_t{SVC_PBE_OK} : open(fips, wanted);
+    if (reason != SVC_PBE_OK)
+        return reason;
+    ++wanted->users;
+    use->reset(wanted);
+    return SVC_PBE_OK;
 }
 
-// The names of all ciphers and digests and the texts of all errors, none of which the service looks up,
-// take a third of libcrypto's start. Only the first call of libcrypto can leave them out.
-void pbePrepareLibrary() {
-    if (ownProcess.load(std::memory_order_relaxed))
+void releaseLibcrypto(Libcrypto *libcrypto) {
+    const Lock lock(keptMutex);
+    --libcrypto->users;
+}
+
+void dropLibcrypto() {
+    const Lock lock(keptMutex);
+    for (Libcrypto *const kept : {&keptPlain.libcrypto, &keptFips.libcrypto}) {
+        if (kept->users == 0)
+            const Libcrypto dropped = std::move(*kept);
+    }
+}
+
+void claimProcess() {
+    isOwnProcess.store(true, std::memory_order_relaxed);
+}
+
+// The names of all ciphers and digests and the texts of all errors, none of which the service looks
+// up, take a third of libcrypto's start. Only the first call of libcrypto can leave them out.
+void prepareLibcrypto() {
+    if (isOwnProcess.load(std::memory_order_relaxed))
         (void)OPENSSL_init_crypto(OPENSSL_INIT_NO_ADD_ALL_CIPHERS |
                                       OPENSSL_INIT_NO_ADD_ALL_DIGESTS |
                                       OPENSSL_INIT_NO_LOAD_CRYPTO_STRINGS,
                                   /* settings= */ nullptr);
 }
 
-bool svcpbeLibraryConsistent() {
-    return OPENSSL_version_major() == OPENSSL_VERSION_MAJOR &&
-           OPENSSL_version_minor() == OPENSSL_VERSION_MINOR;
+// A later minor version only adds to the interface.
+bool isUsable(Version built, Version loaded) {
+    return loaded.major == built.major && loaded.minor >= built.minor;
 }
 
-uint32_t pbeAcquireProvider(bool fips, PbeProvider **provider) {
-    PbeProvider *const wanted = fips ? &fipsProvider : &plainProvider;
-    const uint32_t failure = fips ? SVC_PBE_FIPS_NOT_AVAILABLE : SVC_PBE_CRYPTO_FAILED;
-    (void)pthread_mutex_lock(&providerLock);
-    if (!wanted->isReady)
-        wanted->isReady = openProvider(fips, wanted);
-    const uint32_t reason = pbeReasonOf(wanted->isReady, failure);
-    if (reason == SVC_PBE_OK)
-        ++wanted->users;
-    else
-        closeProvider(wanted);
-    (void)pthread_mutex_unlock(&providerLock);
-    *provider = reason == SVC_PBE_OK ? wanted : nullptr;
-    return reason;
-}
-
-void pbeReleaseProvider(PbeProvider *provider) {
-    if (provider == nullptr)
-        return;
-    (void)pthread_mutex_lock(&providerLock);
-    --provider->users;
-    (void)pthread_mutex_unlock(&providerLock);
-}
-
-void pbeDropProviders() {
-    (void)pthread_mutex_lock(&providerLock);
-    if (plainProvider.users == 0)
-        closeProvider(&plainProvider);
-    if (fipsProvider.users == 0)
-        closeProvider(&fipsProvider);
-    (void)pthread_mutex_unlock(&providerLock);
+bool isLoadedLibcryptoUsable() {
+    return isUsable({OPENSSL_VERSION_MAJOR, OPENSSL_VERSION_MINOR},
+                    {OPENSSL_version_major(), OPENSSL_version_minor()});
 }
 
 // The caller's older entries stay in the queue while the service works, so its oldest entry may be one
 // of them; the newest is the service's own, but may only repeat that a step before it failed.
-uint32_t pbeReasonOf(bool succeeded, uint32_t otherwise) {
+uint32_t reasonOf(bool succeeded, uint32_t otherwise) {
     if (succeeded)
         return SVC_PBE_OK;
     const bool noMemory = ERR_GET_REASON(ERR_peek_last_error()) == ERR_R_MALLOC_FAILURE ||
@@ -151,3 +153,5 @@ uint32_t pbeReasonOf(bool succeeded, uint32_t otherwise) {
         return SVC_PBE_NO_STORAGE;
     return otherwise;
 }
+
+} // namespace ztm

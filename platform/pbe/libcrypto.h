@@ -1,49 +1,74 @@
 /*
  * libcrypto.h - the libcrypto context and the algorithms that serve sessions.
  *
- * There are two providers in a process, each made at first use and kept: the plain one is libcrypto's
- * default context as the machine's OpenSSL configuration makes it; the FIPS one is a context of the
- * service's own with the providers "fips" and "base", from which every algorithm and the random
- * generator come.
+ * There are two in a process, each made at first use and kept: the plain one is libcrypto's default
+ * context as the machine's OpenSSL configuration makes it; the FIPS one is a context of the service's
+ * own with the providers "fips" and "base", from which every algorithm and the random generator come.
  */
-#ifndef PROVIDER_H
-#define PROVIDER_H
+#ifndef ZTM_LIBCRYPTO_H
+#define ZTM_LIBCRYPTO_H
+
+#include "common/guards.h"
 
 #include <cstdint>
+#include <openssl/evp.h>
+#include <openssl/kdf.h>
 #include <openssl/provider.h>
-#include <openssl/types.h>
 
-struct PbeProvider {
-    OSSL_LIB_CTX *library; // null: libcrypto's default context
-    OSSL_PROVIDER *fips;
-    OSSL_PROVIDER *base;
-    EVP_CIPHER *gcm;
-    EVP_CIPHER *cbc;
-    EVP_MAC *hmac;
-    EVP_KDF *hkdf;
-    EVP_KDF *pbkdf2;
-    EVP_KDF_CTX *keptHkdf; // for the next derivation; pbeDeriveKey exchanges it atomically
-    uint32_t users;        // sessions that hold it
-    bool isReady;
+namespace ztm {
+
+// What is made last is released first.
+struct Libcrypto {
+    uint32_t users = 0;                               // sessions that hold it
+    Handle<OSSL_LIB_CTX, OSSL_LIB_CTX_free> library;  // null: libcrypto's default context
+    Handle<OSSL_PROVIDER, OSSL_PROVIDER_unload> fips; // null without FIPS mode
+    Handle<OSSL_PROVIDER, OSSL_PROVIDER_unload> base; // null without FIPS mode
+    Handle<EVP_CIPHER, EVP_CIPHER_free> gcm;
+    Handle<EVP_CIPHER, EVP_CIPHER_free> cbc;
+    Handle<EVP_MAC, EVP_MAC_free> hmac;
+    Handle<EVP_KDF, EVP_KDF_free> hkdf;
+    Handle<EVP_KDF, EVP_KDF_free> pbkdf2;
 };
 
-// pbePrepareLibrary makes the first call of libcrypto, in a process that belongs to the program alone: it
-// chooses the process-wide options that make its start short. Elsewhere, and later, it changes nothing.
-void pbePrepareLibrary();
+// releaseLibcrypto ends one use.
+void releaseLibcrypto(Libcrypto *libcrypto);
 
-// pbeAcquireProvider hands out one of the two providers and makes it when it does not exist. A failure
-// is not remembered. The caller gives it back with pbeReleaseProvider.
-// Result: SVC_PBE_OK, SVC_PBE_NO_STORAGE, SVC_PBE_CRYPTO_FAILED, SVC_PBE_FIPS_NOT_AVAILABLE.
-[[nodiscard]] uint32_t pbeAcquireProvider(bool fips, PbeProvider **provider);
+using LibcryptoUse = Handle<Libcrypto, releaseLibcrypto>;
 
-// pbeReleaseProvider gives a provider back; null does nothing.
-void pbeReleaseProvider(PbeProvider *provider);
+// useLibcrypto hands out one of the two, and makes it when it does not exist. A failure is not
+// remembered. Result: SVC_PBE_OK, SVC_PBE_NO_STORAGE, SVC_PBE_CRYPTO_FAILED,
+// SVC_PBE_FIPS_NOT_AVAILABLE.
+[[nodiscard]] uint32_t useLibcrypto(bool fips, LibcryptoUse *use);
 
-// pbeDropProviders frees the providers that no session holds.
-void pbeDropProviders();
+// dropLibcrypto frees what no session holds.
+void dropLibcrypto();
 
-// pbeReasonOf returns SVC_PBE_OK for a success of libcrypto. For a failure it returns SVC_PBE_NO_STORAGE
+// claimProcess notes that the process belongs to the program alone, so that process-wide options of
+// libcrypto may be chosen. It does nothing else.
+void claimProcess();
+
+// prepareLibcrypto makes the first call of libcrypto, in a process that belongs to the program alone:
+// it chooses the process-wide options that make its start short. Elsewhere, and later, it changes
+// nothing.
+void prepareLibcrypto();
+
+// A version of libcrypto.
+struct Version {
+    unsigned major;
+    unsigned minor;
+};
+
+// isUsable tells whether a program built against one version of libcrypto can run with another.
+[[nodiscard]] bool isUsable(Version built, Version loaded);
+
+// isLoadedLibcryptoUsable tells that of the service's own build and the libcrypto loaded at run time,
+// which it does not initialise.
+[[nodiscard]] bool isLoadedLibcryptoUsable();
+
+// reasonOf returns SVC_PBE_OK for a success of libcrypto. For a failure it returns SVC_PBE_NO_STORAGE
 // when the error queue tells that memory was refused, else `otherwise`.
-[[nodiscard]] uint32_t pbeReasonOf(bool succeeded, uint32_t otherwise);
+[[nodiscard]] uint32_t reasonOf(bool succeeded, uint32_t otherwise);
+
+} // namespace ztm
 
 #endif

@@ -10,55 +10,61 @@
  *
  * The label holds no "!", so a value holds exactly three. It is at most SVC_PBE_STORED_LIMIT long.
  */
-#ifndef PBE_VALUE_TEXT_H
-#define PBE_VALUE_TEXT_H
+#ifndef ZTM_VALUE_TEXT_H
+#define ZTM_VALUE_TEXT_H
 
 #include "ztpbe.h"
 
 #include <span>
 
+namespace ztm {
+
 // Longest label; one fixed buffer holds label and digit.
-inline constexpr size_t PBE_LABEL_LIMIT = 63;
+inline constexpr size_t LABEL_LIMIT = 63;
 
 // Binary lengths of one algorithm.
-struct PbeShape {
+struct ValueShape {
     size_t nonceLength;
     size_t blockLength; // 1: the cipher text is as long as the clear text; else it is padded
     size_t tagLength;
 };
 
 // The binary parts of a value. Capacities are whole groups of three bytes, as base64 decodes them.
-struct PbeParts {
-    int32_t algorithm;
+struct ValueParts {
     size_t cipherLength;
     uint8_t nonce[18];
     uint8_t tag[33];
     uint8_t cipherText[SVC_PBE_STORED_LIMIT / 4 * 3];
 };
 
-// pbeShapeOf returns the lengths of an algorithm, or null when it is not supported.
-[[nodiscard]] const PbeShape *pbeShapeOf(int32_t algorithm);
+// isLabel tells whether a text can be a label: 1 to LABEL_LIMIT printable characters, no blank, no
+// "!", no "#".
+[[nodiscard]] bool isLabel(const char *label);
 
-// pbeIsLabel tells whether a text can be a label: 1 to PBE_LABEL_LIMIT printable characters, no blank,
-// no "!", no "#".
-[[nodiscard]] bool pbeIsLabel(const char *label);
+// cipherLengthOf returns the length of the cipher text of `clearLength` bytes.
+[[nodiscard]] size_t cipherLengthOf(const ValueShape &shape, size_t clearLength);
 
-// pbeCipherLength returns the length of the cipher text of `clearLength` bytes.
-[[nodiscard]] size_t pbeCipherLength(const PbeShape &shape, size_t clearLength);
+// storedLengthOf returns the length of a whole value in characters.
+[[nodiscard]] size_t storedLengthOf(const ValueShape &shape, size_t labelLength,
+                                    size_t cipherLength);
 
-// pbeStoredLength returns the length of a whole value in characters.
-[[nodiscard]] size_t pbeStoredLength(const PbeShape &shape, size_t labelLength,
-                                     size_t cipherLength);
-
-// pbeComposeBody writes everything before the tag, the third "!" included, and returns its length;
-// `header` is label and digit. pbeComposeTag writes the tag behind it. Each leaves a NUL behind what it
+// writeBody writes everything before the tag, the third "!" included, and returns its length;
+// `header` is label and digit. writeTag writes the tag behind it. Each leaves a NUL behind what it
 // wrote, which a value does not count.
-size_t pbeComposeBody(char *text, std::span<const char> header, const PbeParts &parts);
-void pbeComposeTag(char *text, const PbeParts &parts);
+size_t writeBody(char *text, std::span<const char> header, const ValueShape &shape,
+                 const ValueParts &parts);
+void writeTag(char *text, const ValueShape &shape, const ValueParts &parts);
 
-// pbeParse takes a value apart. *bodyLength receives the length of everything before the tag.
-// Result: true when the text is one that pbeComposeBody and pbeComposeTag write for this label.
-[[nodiscard]] bool pbeParse(std::span<const char> text, std::span<const char> label,
-                            PbeParts *parts, size_t *bodyLength);
+// digitOf returns the digit of a text that begins with the label, one character and "!", as a number,
+// or 0 for any other text. What is no digit gives a number that no algorithm has.
+[[nodiscard]] int32_t digitOf(std::span<const char> text, std::span<const char> label);
+
+// parseValue takes a text apart for which digitOf gave a number. *bodyLength receives the length of
+// everything before the tag.
+// Result: true when the text is one that writeBody and writeTag write.
+[[nodiscard]] bool parseValue(std::span<const char> text, size_t labelLength,
+                              const ValueShape &shape, ValueParts *parts, size_t *bodyLength);
+
+} // namespace ztm
 
 #endif

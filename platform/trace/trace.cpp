@@ -1,10 +1,12 @@
 /*
  * trace.cpp - the trace facility: one line a record, appended to the file that ZTS_TRACE names.
  */
-#include "trace/internal.h"
+#include "trace/trace.h"
+#include "common/guards.h"
 #include "zttrc.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -14,6 +16,8 @@
 #include <unistd.h>
 
 pthread_key_t thdThreadKey;
+
+namespace ztm {
 
 namespace {
 
@@ -29,18 +33,20 @@ struct TraceLine {
     size_t length;
 };
 
-// Opens the trace file where it is safe: a trace can hold credentials, so it must not be planted.
+// Opens the trace file where it is safe: a trace can hold credentials, so it must be the user's own,
+// have one name, and be for nobody else.
 int openTraceFile(const char *path) {
-    const int file =
+    Descriptor file(
         open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY,
-             TRACE_FILE_MODE);
-    if (file < 0)
-        return -1;
+             TRACE_FILE_MODE));
     struct stat status;
-    if (fstat(file, &status) == 0 && S_ISREG(status.st_mode) && status.st_uid == geteuid())
-        return file;
-    (void)close(file);
-    return -1;
+    if (!file || fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode) ||
+        status.st_uid != geteuid() || status.st_nlink != 1)
+        return -1;
+    const mode_t others = status.st_mode & (S_IRWXG | S_IRWXO);
+    if (others != 0 && fchmod(file.get(), status.st_mode & TRACE_FILE_MODE) != 0)
+        return -1;
+    return file.take();
 }
 
 void settle() {
@@ -105,15 +111,35 @@ void beginLine(TraceLine *line, const char *kind, uint32_t component, uint32_t f
 
 void endLine(TraceLine *line) {
     // A text of the library may end in a newline of its own; the record is one line all the same.
-    for (size_t i = 0; i < line->length; ++i)
-        if (line->text[i] == '\n')
-            line->text[i] = ' ';
+    for (size_t i = 0; i < line->length; ++i) {
+        if (iscntrl(static_cast<unsigned char>(line->text[i])) != 0)
+            line->text[i] = line->text[i] == '\n' ? ' ' : '?';
+    }
     line->text[line->length++] = '\n';
     (void)!write(traceFile, line->text, line->length);
     svcWipe(line->text, line->length);
 }
 
 } // namespace
+
+uint32_t startTrace() {
+    (void)isOn(TRC_FUNCTIONS);
+    return threadKeyLost ? SVC_THREAD_KEY_LOST : SVC_OK;
+}
+
+void stopTrace() {
+    if (!isOn(TRC_FUNCTIONS | TRC_PARAMETERS))
+        return;
+    __atomic_store_n(&thdProcess.traceFlags, 0U, __ATOMIC_RELAXED);
+    (void)close(traceFile);
+    traceFile = -1;
+    free(pthread_getspecific(thdThreadKey));
+    (void)pthread_setspecific(thdThreadKey, nullptr);
+}
+
+} // namespace ztm
+
+using namespace ztm;
 
 void trc_FNC_entry(uint32_t component, uint32_t function) {
     if (!isOn(TRC_FUNCTIONS))
@@ -165,19 +191,4 @@ void trc_parms(const char *source, int32_t sourceLine, const char *text, ...) {
     addFormatted(&line, text, arguments);
     va_end(arguments);
     endLine(&line);
-}
-
-uint32_t traceStart() {
-    (void)isOn(TRC_FUNCTIONS);
-    return threadKeyLost ? SVC_THREAD_KEY_LOST : SVC_OK;
-}
-
-void traceStop() {
-    if (!isOn(TRC_FUNCTIONS | TRC_PARAMETERS))
-        return;
-    __atomic_store_n(&thdProcess.traceFlags, 0U, __ATOMIC_RELAXED);
-    (void)close(traceFile);
-    traceFile = -1;
-    free(pthread_getspecific(thdThreadKey));
-    (void)pthread_setspecific(thdThreadKey, nullptr);
 }

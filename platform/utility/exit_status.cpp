@@ -7,6 +7,8 @@
 #include "ztpbe.h"
 #include "ztutl.h"
 
+namespace ztm {
+
 namespace {
 
 constexpr uint32_t LARGEST_PLAIN_CODE = 63;
@@ -47,6 +49,8 @@ int32_t statusOf(uint32_t reasonCode) {
 
 } // namespace
 
+} // namespace ztm
+
 void utlMapRCTo8bit(int32_t *reasonCode) {
-    *reasonCode = statusOf(static_cast<uint32_t>(*reasonCode));
+    *reasonCode = ztm::statusOf(static_cast<uint32_t>(*reasonCode));
 }

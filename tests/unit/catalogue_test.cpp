@@ -17,7 +17,7 @@ bool isOfTheCommandAlone(uint32_t number) {
 }
 
 TEST(Catalogue, TextsAreShortWholeSentencesOfWhoeverShowsThem) {
-    for (const CatalogueEntry &entry : messageCatalogue()) {
+    for (const ztm::CatalogueEntry &entry : ztm::messageCatalogue()) {
         if (entry.number == SVC_MSG_USAGE)
             continue;
         const std::string text = entry.text;

@@ -19,7 +19,7 @@ std::string message(uint32_t number, int64_t numeric, const char *string1, const
 
 TEST(Messages, BeginWithNumberAndSeverityAndEndTheLine) {
     std::set<uint32_t> shortNumbers;
-    for (const CatalogueEntry &entry : messageCatalogue()) {
+    for (const ztm::CatalogueEntry &entry : ztm::messageCatalogue()) {
         const std::string text = message(entry.number, 0, "one", "two");
         char prefix[16];
         (void)snprintf(prefix, sizeof prefix, "ZTM%04X%c ", entry.number & 0xFFFF,

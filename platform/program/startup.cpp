@@ -1,8 +1,9 @@
 /*
- * startup.cpp - start-up and termination of a program, and the process anchor.
+ * startup.cpp - start-up and termination of a program. It stands above all services and knows them.
  */
-#include "pbe/internal.h"
-#include "trace/internal.h"
+#include "common/memory.h"
+#include "pbe/libcrypto.h"
+#include "trace/trace.h"
 #include "ztsvc.h"
 #include "zttrc.h"
 
@@ -13,11 +14,27 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-ThdProcess thdProcess = {TRC_UNSETTLED, 0, 0};
+namespace ztm {
 
-const SvcMiniSubpool svcIC_MINI_SUBPOOL = {0x534D494E49504F4F, 1}; // the eye-catcher "SMINIPOO"
+namespace {
 
 constexpr uint32_t KNOWN_SERVICES = SVC_SERVICE_MEMORY | SVC_SERVICE_MESSAGES | SVC_SERVICE_TRACE;
+
+uint32_t startServices(uint32_t services, bool reservedAreZero, const SvcMiniSubpool *context) {
+    if (context == nullptr || !reservedAreZero || (services & ~KNOWN_SERVICES) != 0)
+        return SVC_BAD_ARGUMENTS;
+    if (context->handle != svcIC_MINI_SUBPOOL.handle || context->word != svcIC_MINI_SUBPOOL.word)
+        return SVC_BAD_ARGUMENTS;
+    if ((services & SVC_SERVICE_TRACE) == 0)
+        return SVC_OK;
+    return startTrace();
+}
+
+} // namespace
+
+} // namespace ztm
+
+using namespace ztm;
 
 uint32_t svcCheckConsistency(const char *installationPath) {
     if (installationPath == nullptr)
@@ -27,39 +44,28 @@ uint32_t svcCheckConsistency(const char *installationPath) {
     struct stat status;
     if (stat(installationPath, &status) == 0 && !S_ISDIR(status.st_mode))
         return SVC_NOT_CONSISTENT;
-    return svcpbeLibraryConsistent() ? SVC_OK : SVC_NOT_CONSISTENT;
+    return isLoadedLibcryptoUsable() ? SVC_OK : SVC_NOT_CONSISTENT;
 }
 
 uint32_t svcProgramInit(int argumentCount, char **arguments, uint32_t options,
                         uint32_t programKind) {
-    // A core of this process would hold keys and credentials. Neither call can fail with these values.
+    // A core of this process would hold keys and credentials. Neither call fails with these values.
     (void)prctl(PR_SET_DUMPABLE, 0);
     const struct rlimit noCore = {0, 0};
     (void)setrlimit(RLIMIT_CORE, &noCore);
-    // A message must not land in a file of the program that took the place of a closed standard stream.
+    // A message must not land in a file that took the place of a closed standard stream.
     for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream)
         if (fcntl(stream, F_GETFD) < 0)
             (void)open("/dev/null", O_RDWR);
-    // A reader of messages that went away and a limit on the size of files are errors of a call, not ends
-    // of the process: it has files to put in order and secrets to wipe.
+    // A reader of messages that went away and a limit on the size of files are errors of a call, not
+    // ends of the process: it has files to put in order and secrets to wipe.
     (void)signal(SIGPIPE, SIG_IGN);
     (void)signal(SIGXFSZ, SIG_IGN);
-    svcpbeOwnProcess();
+    claimProcess();
     if (trcActive(TRC_PARAMETERS))
         trc_parms(__FILE__, __LINE__, "Program %s started, %d arguments, options %u, kind %u",
                   argumentCount > 0 ? arguments[0] : "", argumentCount, options, programKind);
     return SVC_OK;
-}
-
-static uint32_t startServices(uint32_t services, bool reservedAreZero,
-                              const SvcMiniSubpool *context) {
-    if (context == nullptr || !reservedAreZero || (services & ~KNOWN_SERVICES) != 0)
-        return SVC_BAD_ARGUMENTS;
-    if (context->handle != svcIC_MINI_SUBPOOL.handle || context->word != svcIC_MINI_SUBPOOL.word)
-        return SVC_BAD_ARGUMENTS;
-    if ((services & SVC_SERVICE_TRACE) == 0)
-        return SVC_OK;
-    return traceStart();
 }
 
 uint32_t svcInitializeEx(uint32_t environment, uint32_t services, uint64_t reserved1,
@@ -77,7 +83,8 @@ uint32_t svcInitializeEx(uint32_t environment, uint32_t services, uint64_t reser
 }
 
 uint32_t svcProgramTerm(uint32_t /*options*/) {
-    svcpbeTerminate();
-    traceStop();
+    releaseListed();
+    dropLibcrypto();
+    stopTrace();
     return SVC_OK;
 }
