@@ -14,7 +14,14 @@
 #include <stdlib.h>
 #include <string.h>
 
-enum FieldKind { TEXT, NUMBER, CREDENTIAL };
+enum FieldKind {
+    TEXT,
+    CREDENTIAL,
+    NUMBER, /* -1: not set */
+    FLAG,   /* 1 yes, 0 no, -1 not set */
+    CHOICE, /* 2 yes, 1 no, 0 not set */
+    ANSWER, /* to an unknown certificate: 1 REJECT, 2 ACCEPT, 3 WARN, 0 not set */
+};
 
 struct Field {
     const char *name;
@@ -27,6 +34,8 @@ struct Field {
     { #field, TEXT, offsetof(record, field), sizeof(((record *)0)->field) }
 #define NUMBER_FIELD(record, field)                                                                \
     { #field, NUMBER, offsetof(record, field), sizeof(int32_t) }
+#define WORD_FIELD(kind, record, field)                                                            \
+    { #field, kind, offsetof(record, field), sizeof(int32_t) }
 #define CREDENTIAL_FIELD(record, field)                                                            \
     { #field, CREDENTIAL, offsetof(record, field), sizeof(((record *)0)->field) }
 #define END_OF_FIELDS                                                                              \
@@ -35,34 +44,38 @@ struct Field {
 static const struct Field CMS_FIELDS[] = {
     TEXT_FIELD(SztouKsConfig, keystore),
     TEXT_FIELD(SztouKsConfig, certificate),
-    NUMBER_FIELD(SztouKsConfig, fips),
-    NUMBER_FIELD(SztouKsConfig, forceFipsOff),
+    WORD_FIELD(FLAG, SztouKsConfig, fips),
+    WORD_FIELD(FLAG, SztouKsConfig, forceFipsOff),
     END_OF_FIELDS,
 };
 
 static const struct Field OCSP_FIELDS[] = {
-    NUMBER_FIELD(SztouOcspConfig, enable),
+    WORD_FIELD(CHOICE, SztouOcspConfig, enable),
     TEXT_FIELD(SztouOcspConfig, url),
     TEXT_FIELD(SztouOcspConfig, httpProxyHost),
     NUMBER_FIELD(SztouOcspConfig, httpProxyPort),
-    NUMBER_FIELD(SztouOcspConfig, unknown),
-    NUMBER_FIELD(SztouOcspConfig, nonceGeneration),
-    NUMBER_FIELD(SztouOcspConfig, nonceCheck),
+    WORD_FIELD(ANSWER, SztouOcspConfig, unknown),
+    WORD_FIELD(FLAG, SztouOcspConfig, nonceGeneration),
+    WORD_FIELD(FLAG, SztouOcspConfig, nonceCheck),
     NUMBER_FIELD(SztouOcspConfig, nonceSize),
-    NUMBER_FIELD(SztouOcspConfig, httpGet),
+    WORD_FIELD(FLAG, SztouOcspConfig, httpGet),
     NUMBER_FIELD(SztouOcspConfig, maxResponseSize),
     NUMBER_FIELD(SztouOcspConfig, cacheSize),
     NUMBER_FIELD(SztouOcspConfig, timeout),
     NUMBER_FIELD(SztouOcspConfig, signature),
-    NUMBER_FIELD(SztouOcspConfig, log),
+    WORD_FIELD(FLAG, SztouOcspConfig, log),
     END_OF_FIELDS,
 };
 
 static const struct Field PEM_FIELDS[] = {
-    TEXT_FIELD(SztouPemConfig, privateKey),     TEXT_FIELD(SztouPemConfig, publicKey),
-    CREDENTIAL_FIELD(SztouPemConfig, password), NUMBER_FIELD(SztouPemConfig, encrypted),
-    NUMBER_FIELD(SztouPemConfig, fips),         NUMBER_FIELD(SztouPemConfig, forceFipsOff),
-    NUMBER_FIELD(SztouPemConfig, checkpurpose), END_OF_FIELDS,
+    TEXT_FIELD(SztouPemConfig, privateKey),
+    TEXT_FIELD(SztouPemConfig, publicKey),
+    CREDENTIAL_FIELD(SztouPemConfig, password),
+    WORD_FIELD(FLAG, SztouPemConfig, encrypted),
+    WORD_FIELD(FLAG, SztouPemConfig, fips),
+    WORD_FIELD(FLAG, SztouPemConfig, forceFipsOff),
+    WORD_FIELD(CHOICE, SztouPemConfig, checkpurpose),
+    END_OF_FIELDS,
 };
 
 static const struct Field PKCS11_FIELDS[] = {
@@ -70,14 +83,14 @@ static const struct Field PKCS11_FIELDS[] = {
     TEXT_FIELD(SztouPkcs11Config, certificate),
     TEXT_FIELD(SztouPkcs11Config, token),
     CREDENTIAL_FIELD(SztouPkcs11Config, token_pin),
-    NUMBER_FIELD(SztouPkcs11Config, encrypted),
-    NUMBER_FIELD(SztouPkcs11Config, fips),
+    WORD_FIELD(FLAG, SztouPkcs11Config, encrypted),
+    WORD_FIELD(FLAG, SztouPkcs11Config, fips),
     TEXT_FIELD(SztouPkcs11Config, secondary_keystore),
     END_OF_FIELDS,
 };
 
 static const struct Field CRL_FIELDS[] = {
-    NUMBER_FIELD(SztouCrlConfig, cdp),
+    WORD_FIELD(CHOICE, SztouCrlConfig, cdp),
     TEXT_FIELD(SztouCrlConfig, ldapServers[0].host),
     NUMBER_FIELD(SztouCrlConfig, ldapServers[0].port),
     TEXT_FIELD(SztouCrlConfig, ldapServers[0].user),
@@ -91,8 +104,8 @@ static const struct Field CRL_FIELDS[] = {
     NUMBER_FIELD(SztouCrlConfig, httpMaxResponseSize),
     NUMBER_FIELD(SztouCrlConfig, httpTimeout),
     NUMBER_FIELD(SztouCrlConfig, httpCacheSize),
-    NUMBER_FIELD(SztouCrlConfig, log),
-    NUMBER_FIELD(SztouCrlConfig, encrypted),
+    WORD_FIELD(FLAG, SztouCrlConfig, log),
+    WORD_FIELD(FLAG, SztouCrlConfig, encrypted),
     END_OF_FIELDS,
 };
 
@@ -144,19 +157,37 @@ static const struct Field *readSection(const struct Request *request, union Reco
     return NULL;
 }
 
-static void printField(const struct Field *field, const union Record *record, int showCredentials) {
-    const char *const text = record->bytes + field->offset;
+/* The word for a value, or null when it has none. */
+static const char *wordFor(enum FieldKind kind, int32_t value) {
+    static const char *const DECISIONS[] = {"not set", "no", "yes"};
+    static const char *const ANSWERS[] = {"not set", "REJECT", "ACCEPT", "WARN"};
+    if (kind == FLAG && value >= -1 && value <= 1)
+        return DECISIONS[value + 1];
+    if (kind == CHOICE && value >= 0 && value <= 2)
+        return DECISIONS[value];
+    if (kind == ANSWER && value >= 0 && value <= 3)
+        return ANSWERS[value];
+    return kind == NUMBER && value == -1 ? "not set" : NULL;
+}
+
+static void printNumber(const struct Field *field, const char *bytes) {
     int32_t number;
-    if (field->kind == NUMBER) {
-        memcpy(&number, text, sizeof number);
+    memcpy(&number, bytes, sizeof number);
+    const char *const word = wordFor(field->kind, number);
+    if (word != NULL)
+        printf("%s = %s\n", field->name, word);
+    else
         printf("%s = %d\n", field->name, (int)number);
-        return;
-    }
-    if (field->kind == CREDENTIAL && !showCredentials) {
+}
+
+static void printField(const struct Field *field, const union Record *record, int showCredentials) {
+    const char *const bytes = record->bytes + field->offset;
+    if (field->kind == CREDENTIAL && !showCredentials)
         printf("%s = (hidden)\n", field->name);
-        return;
-    }
-    printf("%s = %.*s\n", field->name, (int)field->capacity, text);
+    else if (field->kind == TEXT || field->kind == CREDENTIAL)
+        printf("%s = %.*s\n", field->name, (int)field->capacity, bytes);
+    else
+        printNumber(field, bytes);
 }
 
 /* What a result means to the user. The texts of the PBE service name the source of the key. */
@@ -193,7 +224,7 @@ static int printSection(const struct Request *request, union Record *record) {
     if (result != SZTU_OK) {
         (void)fprintf(stderr, "print_section: \"%s\" of %s cannot be read: %s", errorKey,
                       request->path != NULL ? request->path : "keystore.conf", resultText(result));
-        (void)fprintf(stderr, result <= SZTU_BAD_CONFIG ? " (result %u).\n" : " (result %#x).\n",
+        (void)fprintf(stderr, result <= SZTU_BAD_CONFIG ? " (result %u).\n" : " (reason 0x%08X).\n",
                       (unsigned)result);
         return EXIT_FAILURE;
     }

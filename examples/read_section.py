@@ -65,11 +65,13 @@ def main():
         result = reader(ctypes.byref(config), path, error_key)
         if result != 0:
             key = error_key.value.decode()
-            sys.exit(f'read_section.py: "{key}" cannot be read: result {result}')
+            code = f"result {result}" if result < 256 else f"reason 0x{result:08X}"
+            sys.exit(f'read_section.py: "{key}" cannot be read: {code}')
         print("privateKey =", text(config.privateKey))
         print("publicKey =", text(config.publicKey))
-        for name in ("fips", "checkpurpose", "encrypted"):
-            print(name, "=", getattr(config, name))
+        print("fips =", "yes" if config.fips else "no")
+        print("checkpurpose =", "yes" if config.checkpurpose == 2 else "no")
+        print("encrypted =", "yes" if config.encrypted else "no")
         if arguments.show_credentials:
             print("read_section.py: the password is shown in clear", file=sys.stderr)
             print("password =", text(config.password))
