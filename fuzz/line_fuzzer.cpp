@@ -1,12 +1,14 @@
 // The line transformation of the command. The first byte of the input chooses the algorithm, the rest is
 // the text of a file.
 #include "fuzz_support.h"
-#include "runvekcred/runvekcred.h"
+#include "runvekcred/credential_line.h"
 
 #include <algorithm>
 #include <strings.h>
 
 namespace {
+
+using namespace runvekcred;
 
 constexpr std::string_view BLANKS = " \t\n\v\f\r";
 
@@ -25,10 +27,9 @@ void checkLine(std::string_view line, std::string_view written, int32_t result) 
         return require(key.find(".encrypted") != key.npos && strcasecmp(value.c_str(), "yes") != 0);
     if (written == std::string(line) + "\n") {
         const bool isClear = line.find('=') != line.npos && !value.starts_with("<VEK>");
-        for (const CredentialKeyEntry &row : credentialKeyTable)
-            require(row.credentialKey == nullptr || value.empty() || key.size() > 1023 ||
-                    !isClear || !key.starts_with(row.credentialKey) || row.markerState == 1 ||
-                    result != 0);
+        for (size_t row = 0; row < std::size(vek::CREDENTIALS); ++row)
+            require(value.empty() || key.size() > 1023 || !isClear || isMarkedYes[row] ||
+                    !key.starts_with(vek::CREDENTIALS[row].key) || result != 0);
         return;
     }
     std::string clear;
@@ -42,8 +43,7 @@ void checkLine(std::string_view line, std::string_view written, int32_t result) 
 // written for it, and the result.
 template <typename Check>
 std::string run(std::string_view text, SvcPBESession *session, Check check) {
-    for (CredentialKeyEntry &row : credentialKeyTable)
-        row.markerState = -1;
+    forgetMarkers();
     char *output = nullptr;
     size_t length = 0, before = 0;
     FILE *const stream = open_memstream(&output, &length);

@@ -1,10 +1,12 @@
 // The option scan. Each line of the input is one argument.
 #include "fuzz_support.h"
-#include "runvekcred/runvekcred.h"
+#include "runvekcred/options.h"
 
 #include <algorithm>
 #include <cstring>
 #include <vector>
+
+using namespace runvekcred;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     std::string text(asText(data, size));
@@ -14,7 +16,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const auto isGiven = [&](const char *wanted) {
         return std::count(arguments.begin(), arguments.end(), wanted) == 1;
     };
-    CommandSettings settings = DEFAULT_SETTINGS, again = DEFAULT_SETTINGS;
+    CommandSettings settings, again;
     const char *atFault = nullptr;
     const ScanResult result = scanOptions(arguments, &settings, &atFault);
     for (const char *const path :

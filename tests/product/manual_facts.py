@@ -63,7 +63,7 @@ for name, status in table:
     text = statuses.get(status, "")
     check((f"0x{code:08X}" if code > 0xFFFF else str(code)) in text, f"code of status {status}")
     check(reasons.get(name, "") in text, f"text of status {status}")
-own = re.findall(r"REASON_\w+ = (\d+)", source("cmd/vek/runvekcred/runvekcred.h"))
+own = re.findall(r"REASON_\w+ = (\d+)", source("cmd/vek/runvekcred/reason.h"))
 readers = re.findall(r"SZTU_(?:CANNOT|BAD_CONFIG)\w* = (\d+)", source("lib/vek/ztvek.h"))
 same_set("exit statuses", statuses, {s for _, s in table} | {s for s in own if int(s) < 64} | {*readers, "0", "255"})
 

@@ -1,13 +1,16 @@
 // The line transformation of runvekcred: text in, text out. In the expected text "@" stands for the
 // encrypted form of what follows it.
 #include "fuzz_support.h"
-#include "runvekcred/runvekcred.h"
+#include "runvekcred/copy_lines.h"
+#include "runvekcred/credential_line.h"
 
 #include <gtest/gtest.h>
 #include <random>
 #include <regex>
 
 namespace {
+
+using namespace runvekcred;
 
 #define PEM_YES "pem.encrypted = YES\n"
 #define CHANNEL_YES "pem.password.channel.encrypted = YES\n"
@@ -64,8 +67,8 @@ protected:
 
     // Rewrites a text in blocks, as the command does, or one line after another.
     std::string transform(const std::string &in, bool inBlocks = true) {
-        for (CredentialKeyEntry &row : credentialKeyTable)
-            row.markerState = -1;
+        forgetMarkers();
+        int readError = -1;
         char *out = nullptr;
         size_t length = 0;
         FILE *const input = fmemopen(const_cast<char *>(in.data()), in.size(), "r");
@@ -74,7 +77,7 @@ protected:
         while (!inBlocks && fgets(line, sizeof line, input) != nullptr)
             result = processConfigLine(line, output, session);
         if (inBlocks)
-            result = rewriteLines(input, output, session);
+            result = rewriteLines(input, output, session, /* signals= */ nullptr, &readError);
         (void)fclose(input);
         (void)fclose(output);
         const std::string text(out, length);

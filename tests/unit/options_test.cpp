@@ -1,11 +1,13 @@
 // The command line of runvekcred: which settings an argument list gives, and which argument is at fault.
-#include "runvekcred/runvekcred.h"
+#include "runvekcred/options.h"
 
 #include <gtest/gtest.h>
 #include <sstream>
 #include <vector>
 
 namespace {
+
+using namespace runvekcred;
 
 const struct {
     const char *arguments; // with a comma between two
@@ -46,7 +48,7 @@ TEST(Options, FollowTheTable) {
             words.push_back(word);
         for (const std::string &word : words)
             arguments.push_back(word.c_str());
-        CommandSettings settings = DEFAULT_SETTINGS;
+        CommandSettings settings;
         const char *atFault = nullptr;
         const ScanResult result = scanOptions(arguments, &settings, &atFault);
         std::ostringstream given;
@@ -56,7 +58,7 @@ TEST(Options, FollowTheTable) {
         for (const auto &[name, path] : paths)
             if (path != nullptr)
                 given << name << path << ' ';
-        if (settings.algorithm != DEFAULT_SETTINGS.algorithm)
+        if (settings.algorithm != CommandSettings().algorithm)
             given << "sp=" << settings.algorithm << ' ';
         if (settings.fipsFlag != 0)
             given << "sm=" << settings.fipsFlag << ' ';

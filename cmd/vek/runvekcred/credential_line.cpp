@@ -1,11 +1,12 @@
 /*
- * credential_line.cpp - the transformation of one line of keystore.conf.
- *
- * The key is the first word of the line, up to a blank or "=". The value is the first word behind the
- * first "=". A credential's value is replaced by its encrypted form, behind a marker line that tells the
- * readers so; every other line is copied as it stands.
+ * credential_line.cpp - a credential's value is replaced by its encrypted form, behind a marker
+ * line that tells the readers so; every other line is copied as it stands. What counts as key and
+ * value of a line stands in shared/line_words.h.
  */
-#include "runvekcred/runvekcred.h"
+#include "runvekcred/credential_line.h"
+
+#include "common/guards.h"
+#include "runvekcred/message.h"
 #include "shared/line_words.h"
 #include "trace_numbers.h"
 #include "zttrc.h"
@@ -15,26 +16,19 @@
 
 #define TRC_SOURCE "cmd/vek/runvekcred"
 
-CredentialKeyEntry credentialKeyTable[CREDENTIAL_KEYS + 1] = {
-    {"crl.ldap.pass", "crl.encrypted", -1},
-    {"pem.password", "pem.encrypted", -1},
-    {"pkcs11.token_pin", "pkcs11.encrypted", -1},
-    {nullptr, nullptr, -1},
-};
+namespace runvekcred {
+
+bool isMarkedYes[std::size(vek::CREDENTIALS)];
+
+void forgetMarkers() {
+    for (bool &marked : isMarkedYes)
+        marked = false;
+}
 
 namespace {
 
-constexpr char CHANNEL_PASSWORD_KEY[] = "pem.password.channel";
-constexpr char MARKER_NAME[] = "encrypted";
-constexpr char MARKER_VALUE[] = "YES";
-constexpr size_t WORD_CAPACITY = vek::WORD_LIMIT + 1; // a key or a value with its terminator
-
-struct LineWords {
-    char key[WORD_CAPACITY];
-    char value[WORD_CAPACITY];
-};
-
-// Most lines of a large file are decided here, at the first or second character, so nothing is called.
+// Most lines of a large file are decided here, at the first or second character, so nothing is
+// called. The text goes on at least to a blank, "=" or NUL, which no prefix holds.
 bool beginsWith(const char *text, const char *prefix) {
     while (*prefix != '\0' && *text == *prefix) {
         ++text;
@@ -50,99 +44,47 @@ void copyLine(char *line, size_t length, FILE *output) {
     line[length] = '\0';
 }
 
-void copyWord(char (&copy)[WORD_CAPACITY], std::string_view word) {
-    memcpy(copy, word.data(), word.size());
-    copy[word.size()] = '\0';
-}
-
-// False: there is no value, or the key does not count. A value that was cut is refused by the cipher
-// service as too long, so that the user is told.
-bool takeWords(std::string_view line, LineWords *words) {
-    vek::LineWords found;
-    if (!vek::cutWords(line, &found))
-        return false;
-    copyWord(words->key, found.key);
-    copyWord(words->value, found.value);
-    return true;
-}
-
-bool isMarkerYes(const char *value) {
-    return strcasecmp(value, MARKER_VALUE) == 0;
-}
-
-// Takes note of marker lines. True: the line is dropped; a marker that does not say YES goes even when no
-// credential follows, because the command writes its own.
-bool noteMarkers(const LineWords &words) {
+// Takes note of marker lines. True: the line is dropped; a marker that does not say YES goes even
+// when no credential follows, because the command writes its own.
+bool noteMarkers(const vek::LineWords &words) {
     bool dropped = false;
-    for (CredentialKeyEntry *row = credentialKeyTable; row->markerKey != nullptr; ++row) {
-        if (!beginsWith(words.key, row->markerKey))
+    for (size_t row = 0; row < std::size(vek::CREDENTIALS); ++row) {
+        if (!beginsWith(words.key.data(), vek::CREDENTIALS[row].marker))
             continue;
-        row->markerState = isMarkerYes(words.value) ? 1 : 0;
-        if (row->markerState == 0)
+        isMarkedYes[row] =
+            words.value.size() == strlen(vek::MARKER_YES) &&
+            strncasecmp(words.value.data(), vek::MARKER_YES, words.value.size()) == 0;
+        if (!isMarkedYes[row])
             dropped = true;
     }
     return dropped;
 }
 
-void writeMarker(const char *key, const CredentialKeyEntry &row, FILE *output) {
-    if (beginsWith(key, CHANNEL_PASSWORD_KEY))
-        (void)fprintf(output, "%s.%s = %s\n", CHANNEL_PASSWORD_KEY, MARKER_NAME, MARKER_VALUE);
-    else
-        (void)fprintf(output, "%s = %s\n", row.markerKey, MARKER_VALUE);
+// The dot that a channel's name follows does not count: the marker of a channel's password also
+// stands before "pem.password.channels".
+const char *markerFor(const vek::Credential &credential, const char *key) {
+    if (credential.channelKey != nullptr &&
+        strncmp(key, credential.channelKey, strlen(credential.channelKey) - 1) == 0)
+        return credential.writtenChannelMarker;
+    return credential.marker;
 }
 
-int32_t writeEncrypted(const LineWords &words, const CredentialKeyEntry &row, FILE *output,
+int32_t writeEncrypted(const vek::LineWords &words, const vek::Credential &credential, FILE *output,
                        SvcPBESession *session) {
-    char *cipherText = nullptr;
+    ztm::Memory<char> cipherText;
     int32_t cipherLength = 0;
     const uint32_t result =
-        svcPBESave(session, words.value, static_cast<int32_t>(strlen(words.value)), &cipherText,
-                   &cipherLength);
+        svcPBESave(session, words.value.data(), static_cast<int32_t>(words.value.size()),
+                   cipherText.receive(), &cipherLength);
     if (result != SVC_PBE_OK) {
         TRC_PARMS("Failed to encrypt credential: %d", static_cast<int32_t>(result));
         showMessage(SVC_MSG_PBE_FAILED, svcMakeInserts(result, nullptr, nullptr), __LINE__);
         return static_cast<int32_t>(result);
     }
-    writeMarker(words.key, row, output);
-    (void)fprintf(output, "%s = %-*.*s\n", words.key, cipherLength, cipherLength, cipherText);
-    (void)svcPBEFreeBuf(cipherText, cipherLength);
+    (void)fprintf(output, "%s = %s\n%.*s = %-*.*s\n", markerFor(credential, words.key.data()),
+                  vek::MARKER_YES, static_cast<int>(words.key.size()), words.key.data(),
+                  cipherLength, cipherLength, cipherText.get());
     return 0;
-}
-
-// Encrypts the value under every row that the key falls under. A value in encrypted form is kept, and so
-// is any value behind a YES marker: the section declares it encrypted, even when it is clear.
-int32_t protectCredential(const LineWords &words, FILE *output, SvcPBESession *session,
-                          bool *handled) {
-    int32_t result = 0;
-    for (const CredentialKeyEntry *row = credentialKeyTable; row->credentialKey != nullptr; ++row) {
-        if (!beginsWith(words.key, row->credentialKey))
-            continue;
-        if (vek::isInEncryptedForm(words.value) || row->markerState == 1)
-            continue;
-        const int32_t rowResult = writeEncrypted(words, *row, output, session);
-        if (rowResult == 0)
-            *handled = true;
-        else
-            result = rowResult;
-    }
-    return result;
-}
-
-int32_t transformLine(char *line, FILE *output, SvcPBESession *session) {
-    size_t length = strlen(line);
-    if (length > 0 && line[length - 1] == '\n')
-        line[--length] = '\0';
-    LineWords words = {};
-    bool handled = false;
-    int32_t result = 0;
-    if (takeWords({line, length}, &words)) {
-        handled = noteMarkers(words);
-        result = protectCredential(words, output, session, &handled);
-    }
-    svcWipe(&words, sizeof words);
-    if (!handled)
-        copyLine(line, length, output);
-    return result;
 }
 
 } // namespace
@@ -150,16 +92,38 @@ int32_t transformLine(char *line, FILE *output, SvcPBESession *session) {
 bool beginsWithTableKey(const char *line) {
     while (*line != '\n' && vek::isBlank(*line))
         ++line;
-    for (const CredentialKeyEntry *row = credentialKeyTable; row->credentialKey != nullptr; ++row) {
-        if (beginsWith(line, row->credentialKey) || beginsWith(line, row->markerKey))
+    for (const vek::Credential &credential : vek::CREDENTIALS) {
+        if (beginsWith(line, credential.key) || beginsWith(line, credential.marker))
             return true;
     }
     return false;
 }
 
+// A value in encrypted form is kept, and so is any value behind a YES marker: the section declares
+// it encrypted, even when it is clear.
 int32_t processConfigLine(char *line, FILE *output, SvcPBESession *session) {
-    TRC_ENTRY(FUNCTION_PROCESS_CONFIG_LINE);
-    const int32_t result = transformLine(line, output, session);
-    TRC_RETCODE(FUNCTION_PROCESS_CONFIG_LINE, result);
-    return result;
+    ztm::TraceScope trace(FUNCTION_PROCESS_CONFIG_LINE);
+    size_t length = strlen(line);
+    if (length > 0 && line[length - 1] == '\n')
+        line[--length] = '\0';
+    int32_t result = 0;
+    bool handled = false;
+    vek::LineWords words;
+    if (vek::cutWords({line, length}, &words)) {
+        handled = noteMarkers(words);
+        for (size_t row = 0; row < std::size(vek::CREDENTIALS); ++row) {
+            const vek::Credential &credential = vek::CREDENTIALS[row];
+            if (!beginsWith(words.key.data(), credential.key) || isMarkedYes[row] ||
+                vek::isInEncryptedForm(words.value))
+                continue;
+            // No two credentials' keys begin alike, so one result is that of the line.
+            result = writeEncrypted(words, credential, output, session);
+            handled = handled || result == 0;
+        }
+    }
+    if (!handled)
+        copyLine(line, length, output);
+    return trace.returns(result);
 }
+
+} // namespace runvekcred

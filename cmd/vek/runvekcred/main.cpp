@@ -1,22 +1,30 @@
 /*
  * runvekcred - protects the credentials that stand in clear in keystore.conf.
  */
-#include "runvekcred/replacement.h"
-#include "runvekcred/runvekcred.h"
+#include "common/guards.h"
+#include "runvekcred/key_source.h"
+#include "runvekcred/message.h"
+#include "runvekcred/new_file.h"
+#include "runvekcred/options.h"
+#include "runvekcred/reason.h"
+#include "shared.h"
+#include "shared/locked_directory.h"
 #include "trace_numbers.h"
 #include "ztsvc.h"
 #include "zttrc.h"
 #include "ztutl.h"
+#include "ztvek.h"
 
-#include <cstring>
+#include <cstdio>
 
 #define TRC_SOURCE "cmd/vek/runvekcred"
 
 constexpr char PATH_MARKER[] = "@@_ZT_INSTALLATION_PATH_@@";
 constexpr size_t PATH_ROOM = 4096;
 
-// An installation to another prefix writes that prefix behind the marker, in the finished program. The
-// field has a name of its own outside this file, so that no compiler takes its text for a constant.
+// An installation to another prefix writes that prefix behind the marker, in the finished program.
+// The field has a name of its own outside this file, so that no compiler takes its text for a
+// constant.
 extern char ztInstallationPathField[sizeof PATH_MARKER - 1 + PATH_ROOM];
 char ztInstallationPathField[sizeof PATH_MARKER - 1 + PATH_ROOM] =
     "@@_ZT_INSTALLATION_PATH_@@/opt/ztm";
@@ -26,6 +34,8 @@ const char *runvekcredGetVersion();
 const char *runvekcredGetVersion() {
     return "@(#) cmd/vek/runvekcred " VEK_VERSION;
 }
+
+using namespace runvekcred;
 
 namespace {
 
@@ -43,16 +53,24 @@ constexpr uint32_t INIT_REASON_ENVIRONMENT = 0x20806301;
 constexpr int32_t ERROR_TEXT_CAPACITY = 1024;
 
 struct Command {
-    SvcMiniSubpool *context;
+    SvcMiniSubpool *context = takeMessageContext();
     CommandSettings settings;
-    const char *keystorePath;
-    char searchBuffer[SZTUC_PATH_CAPACITY];
-    CipherSession session;
+    const char *keystorePath = nullptr;
+    char searchBuffer[SZTUC_PATH_CAPACITY] = "";
 };
 
-const char *installationPath() {
-    return ztInstallationPathField + sizeof PATH_MARKER - 1;
-}
+// The services of the process, from their start to their end.
+class Program {
+public:
+    Program(int argumentCount, char **arguments) {
+        (void)svcProgramInit(argumentCount, arguments, /* options= */ 0, PROGRAM_KIND);
+    }
+    Program(const Program &) = delete;
+    Program &operator=(const Program &) = delete;
+    ~Program() {
+        (void)svcProgramTerm(/* options= */ 0);
+    }
+};
 
 int32_t initialisationReason(uint32_t result) {
     if (result == SVC_NO_STORAGE)
@@ -63,15 +81,6 @@ int32_t initialisationReason(uint32_t result) {
     if (recorded == INIT_REASON_ENVIRONMENT || recorded == SVC_THREAD_KEY_LOST)
         return static_cast<int32_t>(recorded);
     return REASON_INITIALISATION_FAILED;
-}
-
-int32_t startServices(SvcMiniSubpool *context) {
-    const uint32_t result = svcInitializeEx(ENVIRONMENT, SERVICES, 0, 0, 0, 0, 0, 0, context);
-    if (result == SVC_OK)
-        return 0;
-    // The text names the mini initialisation although the call is the extended one.
-    (void)printf("svcMiniInitialize failed: %u\n", result);
-    return initialisationReason(result);
 }
 
 int32_t showUsage() {
@@ -101,13 +110,13 @@ int32_t readCommandLine(int argumentCount, char **arguments, CommandSettings *se
 }
 
 int32_t chooseKeystore(Command *command) {
-    if (command->settings.keystorePath != nullptr) {
-        command->keystorePath = command->settings.keystorePath;
+    command->keystorePath = command->settings.keystorePath;
+    if (command->keystorePath != nullptr) {
         TRC_PARMS("Using keystore: '%s' from command line\n", command->keystorePath);
         return 0;
     }
     const uint32_t result =
-        sztucGetConfigFilePath(command->searchBuffer, "ZTS_KEYSTORE_CONF", "keystore.conf");
+        sztucGetConfigFilePath(command->searchBuffer, vek::FILE_VARIABLE, vek::FILE_NAME);
     if (result != SZTU_OK) {
         TRC_PARMS("Cannot get config file path");
         return static_cast<int32_t>(result);
@@ -118,10 +127,10 @@ int32_t chooseKeystore(Command *command) {
 }
 
 int32_t checkReadable(const char *keystorePath) {
-    char *text = nullptr;
+    ztm::Memory<char> text;
     int32_t errorNumber = 0;
-    const uint32_t result = sztucReadConfigFile(keystorePath, &text, &errorNumber);
-    (void)svcFreeMemFn(0, SVC_COMPONENT_VEK, 0, text);
+    const uint32_t result = sztucReadConfigFile(keystorePath, text.receive(), &errorNumber);
+    text.reset(); // it is not parsed; the rewriting reads the file line by line
     if (result == SZTU_OK)
         return 0;
 
@@ -138,60 +147,51 @@ int32_t checkReadable(const char *keystorePath) {
     return static_cast<int32_t>(result);
 }
 
-// From the first look at the file to its replacement no other run may replace it.
-int32_t protectKeystore(Command *command) {
-    const char *const path = command->keystorePath;
-    const int directory = lockDirectory(path);
-    int32_t reasonCode = checkReadable(path);
-    if (reasonCode == 0)
-        reasonCode = openCipherSession(command->settings, path, &command->session);
-    if (reasonCode == 0)
-        reasonCode = rewriteKeystore(path, command->settings.outputPath, directory,
-                                     &command->session.record);
-    unlockDirectory(directory);
-    return reasonCode;
-}
-
 int32_t runCommand(Command *command, int argumentCount, char **arguments) {
-    int32_t reasonCode = startServices(command->context);
-    if (reasonCode != 0)
-        return reasonCode;
+    const uint32_t result =
+        svcInitializeEx(ENVIRONMENT, SERVICES, 0, 0, 0, 0, 0, 0, command->context);
+    if (result != SVC_OK) {
+        // The text names the mini initialisation although the call is the extended one.
+        (void)printf("svcMiniInitialize failed: %u\n", result);
+        return initialisationReason(result);
+    }
     // The command shows its own messages; the library keeps quiet.
     sztUseLogErrorMessage = 0;
 
-    reasonCode = readCommandLine(argumentCount, arguments, &command->settings);
-    if (reasonCode == 0)
-        reasonCode = chooseKeystore(command);
-    if (reasonCode == 0)
-        reasonCode = protectKeystore(command);
-    return reasonCode;
-}
-
-int32_t terminate(Command *command, int32_t reasonCode) {
-    closeCipherSession(&command->session);
-    if (reasonCode == 0)
-        showMessage(SVC_MSG_PROTECTED, svcMakeInserts(0, command->keystorePath, nullptr), __LINE__);
-    utlMapRCTo8bit(&reasonCode);
-    TRC_RETCODE(FUNCTION_COMMAND, reasonCode);
-    (void)svcProgramTerm(0);
-    return reasonCode;
+    int32_t reasonCode = readCommandLine(argumentCount, arguments, &command->settings);
+    if (reasonCode != 0)
+        return reasonCode;
+    reasonCode = chooseKeystore(command);
+    if (reasonCode != 0)
+        return reasonCode;
+    // From the first look at the file to its replacement no other run may replace it.
+    const replacement::LockedDirectory directory(command->keystorePath);
+    reasonCode = checkReadable(command->keystorePath);
+    if (reasonCode != 0)
+        return reasonCode;
+    const RunFiles files = {command->keystorePath, command->settings.outputPath, directory};
+    CipherSession session;
+    reasonCode = session.open(command->settings, files);
+    if (reasonCode != 0)
+        return reasonCode;
+    return rewriteKeystore(files, session.get());
 }
 
 } // namespace
 
 int main(int argumentCount, char **arguments) {
-    Command command = {};
-    command.context = takeMessageContext();
-    command.settings = DEFAULT_SETTINGS;
-
+    Command command;
     // Without a usable installation nothing else can be relied on, not even the exit status table.
-    if (svcCheckConsistency(installationPath()) != SVC_OK) {
+    const char *const installationPath = ztInstallationPathField + sizeof PATH_MARKER - 1;
+    if (svcCheckConsistency(installationPath) != SVC_OK) {
         TRC_PARMS("Environment not configured correctly.");
         return REASON_NOT_CONSISTENT;
     }
-    (void)svcProgramInit(argumentCount, arguments, 0, PROGRAM_KIND);
-    TRC_ENTRY(FUNCTION_COMMAND);
-
-    const int32_t reasonCode = runCommand(&command, argumentCount, arguments);
-    return terminate(&command, reasonCode);
+    const Program program(argumentCount, arguments);
+    ztm::TraceScope trace(FUNCTION_COMMAND);
+    int32_t reasonCode = runCommand(&command, argumentCount, arguments);
+    if (reasonCode == 0)
+        showMessage(SVC_MSG_PROTECTED, svcMakeInserts(0, command.keystorePath, nullptr), __LINE__);
+    utlMapRCTo8bit(&reasonCode);
+    return trace.returns(reasonCode);
 }

@@ -1,12 +1,15 @@
-/*
- * message.cpp - numbered messages of the command.
- */
-#include "runvekcred/runvekcred.h"
+#include "runvekcred/message.h"
 
-static SvcMiniSubpool contextCopy;
+namespace runvekcred {
+
+namespace {
 
 constexpr char SOURCE[] = "cmd/vek/runvekcred";
 constexpr uint32_t MESSAGE_OPTIONS = 0x20;
+
+SvcMiniSubpool contextCopy;
+
+} // namespace
 
 SvcMiniSubpool *takeMessageContext() {
     contextCopy = svcIC_MINI_SUBPOOL;
@@ -21,3 +24,5 @@ void showMessage(uint32_t number, const SvcMessageInserts &inserts, int32_t sour
     (void)svcDisplayMessageForError(contextCopy.handle, contextCopy.word, number, inserts,
                                     MESSAGE_OPTIONS, SOURCE, sourceLine);
 }
+
+} // namespace runvekcred

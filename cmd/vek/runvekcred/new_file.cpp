@@ -1,45 +1,127 @@
 /*
- * new_file.cpp - from the old keystore.conf to the new one.
- *
- * In place, the new content is built under the name of keystore.conf with ".bak" behind it and then takes
- * the old file's place. It is not a copy of the old file.
+ * new_file.cpp - in place, the new content is built under the name of keystore.conf with ".bak"
+ * behind it and then takes the old file's place. It is not a copy of the old file.
  */
-#include "runvekcred/replacement.h"
-#include "runvekcred/runvekcred.h"
+#include "runvekcred/new_file.h"
+
+#include "common/guards.h"
+#include "runvekcred/copy_lines.h"
+#include "runvekcred/message.h"
+#include "runvekcred/reason.h"
+#include "shared/held_back_signals.h"
+#include "shared/new_bytes.h"
+#include "ztvek.h"
 
 #include <cerrno>
 #include <cstring>
 #include <stdio_ext.h>
-#include <unistd.h>
+
+namespace runvekcred {
 
 namespace {
 
 constexpr char TEMPORARY_SUFFIX[] = ".bak";
 constexpr size_t TEMPORARY_PATH_LIMIT = 4096; // with the terminator; a longer path is cut
 constexpr size_t STREAM_BUFFER_SIZE = 16384;
+constexpr mode_t CREATION_MODE = 0666; // less the umask, as fopen has it
 
-struct Rewrite {
-    const char *keystorePath;
-    const char *outputPath; // -o, or the temporary path
-    bool inPlace;
-    FILE *input;
-    FILE *output;
-    char temporaryPath[SZTUC_PATH_CAPACITY];
-    // The buffer of the output is ours, because it can hold clear credentials and is wiped.
-    char outputBuffer[STREAM_BUFFER_SIZE];
-};
+void closeStream(FILE *stream) {
+    (void)fclose(stream);
+}
+using Stream = ztm::Handle<FILE, closeStream>;
 
-void chooseOutput(Rewrite *rewrite, const char *keystorePath, const char *outputPath) {
-    rewrite->keystorePath = keystorePath;
-    rewrite->inPlace = outputPath == nullptr || strcmp(outputPath, keystorePath) == 0;
-    (void)snprintf(rewrite->temporaryPath, TEMPORARY_PATH_LIMIT, "%s%s", keystorePath,
-                   TEMPORARY_SUFFIX);
-    rewrite->outputPath = rewrite->inPlace ? rewrite->temporaryPath : outputPath;
+// Makes a stream of a descriptor (-1: none), which belongs to the stream or is closed.
+FILE *openStream(int opened, const char *mode) {
+    ztm::Descriptor descriptor(opened);
+    FILE *const stream = descriptor ? fdopen(descriptor.get(), mode) : nullptr;
+    if (stream != nullptr)
+        (void)descriptor.take();
+    return stream;
 }
 
-// A path so long that the suffix is cut off names keystore.conf itself; it is never written or unlinked.
-bool temporaryIsKeystore(const Rewrite &rewrite) {
-    return strcmp(rewrite.temporaryPath, rewrite.keystorePath) == 0;
+// The output. Its buffer is ours, because it can hold clear credentials and is wiped.
+class Output {
+public:
+    explicit Output(int opened) : stream(openStream(opened, "w")) {
+        if (stream)
+            (void)setvbuf(stream.get(), buffer.value, _IOFBF, sizeof buffer.value);
+    }
+    Output(const Output &) = delete;
+    Output &operator=(const Output &) = delete;
+    ~Output() {
+        if (!stream)
+            return;
+        (void)fflush(stream.get());
+        replacement::giveBackRoom(fileno(stream.get()));
+    }
+
+    [[nodiscard]] FILE *get() const {
+        return stream.get();
+    }
+    // What was not written yet may hold the credential at fault, of a file that goes anyway.
+    void drop() {
+        __fpurge(stream.get());
+    }
+
+private:
+    ztm::Wiping<char[STREAM_BUFFER_SIZE]> buffer;
+    Stream stream;
+};
+
+// The temporary path, cut where it does not fit.
+struct TemporaryPath {
+    char text[SZTUC_PATH_CAPACITY] = "";
+    explicit TemporaryPath(const char *keystorePath) {
+        (void)snprintf(text, TEMPORARY_PATH_LIMIT, "%s%s", keystorePath, TEMPORARY_SUFFIX);
+    }
+};
+
+// The new content of a file that is replaced. Unless it takes the old file's place, it is removed
+// in the end, also when it is one of an earlier run that this run never wrote to; and only then the
+// signals act that came meanwhile.
+class TemporaryFile {
+public:
+    explicit TemporaryFile(const RunFiles &run)
+        : files(run), path(run.keystorePath), isRemoved(strcmp(path.text, run.keystorePath) != 0) {}
+    TemporaryFile(const TemporaryFile &) = delete;
+    TemporaryFile &operator=(const TemporaryFile &) = delete;
+    ~TemporaryFile() {
+        if (isRemoved)
+            (void)files.directory.remove(path.text);
+    }
+
+    // Result: the descriptor, or -1 and errno. A path so long that the suffix is cut off names
+    // keystore.conf itself, which is never written or unlinked.
+    [[nodiscard]] int create() const {
+        if (isRemoved)
+            return files.directory.createAnew(path.text, CREATION_MODE);
+        errno = ENAMETOOLONG;
+        return -1;
+    }
+    // Result: that of rename. When it fails, the new content stays under its temporary name.
+    [[nodiscard]] int32_t takePlace() {
+        isRemoved = false;
+        (void)files.directory.remove(files.keystorePath);
+        const int32_t result = files.directory.moveOnto(path.text, files.keystorePath);
+        files.directory.sync();
+        return result;
+    }
+    [[nodiscard]] const replacement::HeldBackSignals &heldBack() const {
+        return signals;
+    }
+    [[nodiscard]] const char *name() const {
+        return path.text;
+    }
+
+private:
+    const replacement::HeldBackSignals signals;
+    const RunFiles &files;
+    const TemporaryPath path;
+    bool isRemoved; // in the end
+};
+
+bool isInPlace(const RunFiles &files) {
+    return files.outputPath == nullptr || strcmp(files.outputPath, files.keystorePath) == 0;
 }
 
 int32_t reportCannotOpen(const char *path, int error) {
@@ -47,74 +129,72 @@ int32_t reportCannotOpen(const char *path, int error) {
     return REASON_CANNOT_OPEN;
 }
 
-FILE *openOutput(const Rewrite &rewrite) {
-    if (!rewrite.inPlace)
-        return fopen(rewrite.outputPath, "we");
-    if (!temporaryIsKeystore(rewrite))
-        return openReplacement(rewrite.outputPath);
-    errno = ENAMETOOLONG;
-    return nullptr;
-}
-
-int32_t openFiles(Rewrite *rewrite) {
-    rewrite->input = fopen(rewrite->keystorePath, "re");
-    if (rewrite->input == nullptr)
-        return reportCannotOpen(rewrite->keystorePath, errno);
-    rewrite->output = openOutput(*rewrite);
-    if (rewrite->output == nullptr)
-        return reportCannotOpen(rewrite->outputPath, errno);
-    (void)setvbuf(rewrite->output, rewrite->outputBuffer, _IOFBF, sizeof rewrite->outputBuffer);
-    const int error = reserveRoom(rewrite->input, rewrite->output);
-    return error == 0 ? 0 : reportCannotOpen(rewrite->outputPath, error);
-}
-
-// Results of writes to an -o file are not examined. In place the old file goes only when the new bytes
-// are on the disk.
-int32_t settleOutput(const Rewrite &rewrite) {
-    if (!rewrite.inPlace)
+int reserveRoom(FILE *input, FILE *output) {
+    struct stat status;
+    if (fstat(fileno(input), &status) != 0 || !S_ISREG(status.st_mode))
         return 0;
-    int error = flushOutput(rewrite.output);
-    if (error == 0)
-        error = syncOutput(rewrite.output);
-    return error == 0 ? 0 : reportCannotOpen(rewrite.outputPath, error);
+    return replacement::reserveRoom(fileno(output), status.st_size);
 }
 
-// What a failed run has not written yet may hold the credential at fault; the temporary file goes anyway.
-void closeFiles(const Rewrite &rewrite, int32_t reasonCode) {
-    if (rewrite.input != nullptr)
-        (void)fclose(rewrite.input);
-    if (rewrite.output == nullptr)
-        return;
-    if (rewrite.inPlace && reasonCode != 0)
-        __fpurge(rewrite.output);
-    giveBackRoom(rewrite.output);
-    (void)fclose(rewrite.output);
+// Results of writes to an -o file are not examined. In place the old file goes only when the new
+// bytes are on the disk.
+int settle(FILE *output) {
+    const int error = replacement::flushBytes(output);
+    return error != 0 ? error : replacement::syncBytes(fileno(output));
 }
 
-// A failed run removes the temporary file, also one of an earlier run that this run never wrote to.
-int32_t finish(const Rewrite &rewrite, int32_t reasonCode, int directory) {
-    if (!rewrite.inPlace)
+// Writes the new content to the temporary file, or to the -o file when that is null. Everything is
+// closed on return.
+int32_t writeNewContent(const RunFiles &files, const TemporaryFile *temporary,
+                        SvcPBESession *session) {
+    const Stream input(openStream(files.directory.openToRead(files.keystorePath), "r"));
+    if (!input)
+        return reportCannotOpen(files.keystorePath, errno);
+    const char *const outputPath = temporary != nullptr ? temporary->name() : files.outputPath;
+    Output output(temporary != nullptr
+                      ? temporary->create()
+                      : open(outputPath, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, CREATION_MODE));
+    if (output.get() == nullptr)
+        return reportCannotOpen(outputPath, errno);
+    int error = reserveRoom(input.get(), output.get());
+    if (error != 0)
+        return reportCannotOpen(outputPath, error);
+
+    int readError = 0;
+    const int32_t reasonCode =
+        rewriteLines(input.get(), output.get(), session,
+                     temporary != nullptr ? &temporary->heldBack() : nullptr, &readError);
+    if (temporary != nullptr && (reasonCode != 0 || readError != 0))
+        output.drop();
+    if (reasonCode != 0)
         return reasonCode;
-    if (reasonCode == 0)
-        return replaceFile(rewrite.keystorePath, rewrite.temporaryPath, directory);
-    if (!temporaryIsKeystore(rewrite))
-        (void)unlink(rewrite.temporaryPath);
-    return reasonCode;
+    if (readError != 0)
+        return reportCannotOpen(files.keystorePath, readError);
+    error = temporary != nullptr ? settle(output.get()) : 0;
+    return error == 0 ? 0 : reportCannotOpen(outputPath, error);
 }
 
 } // namespace
 
-int32_t rewriteKeystore(const char *keystorePath, const char *outputPath, int directory,
-                        SvcPBESession *session) {
-    Rewrite rewrite = {};
-    chooseOutput(&rewrite, keystorePath, outputPath);
-    int32_t reasonCode = openFiles(&rewrite);
-    if (reasonCode == 0)
-        reasonCode = rewriteLines(rewrite.input, rewrite.output, session);
-    if (reasonCode == 0)
-        reasonCode = settleOutput(rewrite);
-    closeFiles(rewrite, reasonCode);
-    reasonCode = finish(rewrite, reasonCode, directory);
-    svcWipe(&rewrite, sizeof rewrite);
-    return reasonCode;
+bool belongsToRun(const struct stat &file, const RunFiles &files) {
+    const auto isFile = [&](const struct stat &other) {
+        return other.st_dev == file.st_dev && other.st_ino == file.st_ino;
+    };
+    struct stat status;
+    if (files.directory.look(files.keystorePath, &status, /* flags= */ 0) == 0 && isFile(status))
+        return true;
+    if (!isInPlace(files))
+        return stat(files.outputPath, &status) == 0 && isFile(status);
+    return files.directory.look(TemporaryPath(files.keystorePath).text, &status) == 0 &&
+           isFile(status);
 }
+
+int32_t rewriteKeystore(const RunFiles &files, SvcPBESession *session) {
+    if (!isInPlace(files))
+        return writeNewContent(files, /* temporary= */ nullptr, session);
+    TemporaryFile temporary(files);
+    const int32_t reasonCode = writeNewContent(files, &temporary, session);
+    return reasonCode != 0 ? reasonCode : temporary.takePlace();
+}
+
+} // namespace runvekcred

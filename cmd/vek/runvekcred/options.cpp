@@ -3,13 +3,15 @@
  *
  *   -f path | -o path | -sf path | -sp integer | -sm | -?
  *
- * Only the second character of an option decides, in either case, and for "s" the third as well; what
- * follows is ignored, so -File is -f and -SPX is -sp.
+ * Only the second character of an option decides, in either case, and for "s" the third as well;
+ * what follows is ignored, so -File is -f and -SPX is -sp.
  */
-#include "runvekcred/runvekcred.h"
+#include "runvekcred/options.h"
 
 #include <cctype>
 #include <cstdlib>
+
+namespace runvekcred {
 
 namespace {
 
@@ -49,8 +51,8 @@ Option classify(const char *argument) {
     }
 }
 
-// Blanks (no tabs), one sign, then digits up to the end. No digit at all passes and counts as 0, which
-// the range check then refuses.
+// Blanks (no tabs), one sign, then digits up to the end. No digit at all passes and counts as 0,
+// which the range check then refuses.
 bool parseAlgorithm(const char *value, int32_t *algorithm) {
     const char *digits = value;
     while (*digits == ' ')
@@ -114,3 +116,5 @@ ScanResult scanOptions(std::span<const char *const> arguments, CommandSettings *
 bool isKnownAlgorithm(int32_t algorithm) {
     return algorithm == SVC_PBE_ALGORITHM_CBC_HMAC || algorithm == SVC_PBE_ALGORITHM_GCM;
 }
+
+} // namespace runvekcred
