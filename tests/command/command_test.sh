@@ -133,6 +133,23 @@ names 'keeps the slash' "'b/'"
 run 'key file a directory' '81 ZTM6335E: conf=clear' -f conf -sf .
 run 'key file empty' '82 ZTM6335E: conf=clear' -f conf -sf /dev/null
 run 'key file endless' '82 ZTM6335E: conf=clear' -f conf -sf /dev/zero
+# A run never uses the key that it would write over, remove or protect.
+own_key() { # own_key NAME ARGUMENTS...
+  run "the key file is $1" '87 ZTM6335E: conf=clear conf.bak=other out=other' -f conf "${@:2}"
+  is "the key file is $1: it stays" "$(cat good.key)" "$(cat conf.bak)"
+}
+fresh
+printf 'a passphrase of some length\n' | tee good.key >conf.bak
+ln conf.bak out && ln -s conf.bak link && ln -s conf conf.link
+own_key 'keystore.conf' -sf conf
+own_key 'keystore.conf by another name' -sf ./conf.link -o out
+ZTS_VEKCRED_KEYFILE=./conf own_key 'keystore.conf, in the variable'
+own_key 'the output' -sf conf.bak -o ./conf.bak
+own_key 'the output under another name' -sf conf.bak -o out
+own_key 'the output behind a link' -sf out -o link
+own_key 'the temporary file' -sf conf.bak
+run 'a key file beside them' '0 ZTM9105I: conf=clear conf.bak=other new=protected out=other' -f conf -sf good.key -o new
+fresh
 printf 'vekcred.keyfile = a\nvekcred.keyfile = b\n' >>conf
 run 'keyfile twice' '15 ZTM6339W: conf=clear' -f conf
 printf 'no equals sign\n' >>conf

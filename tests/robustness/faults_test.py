@@ -1,12 +1,13 @@
 #!/usr/bin/python3
-"""The command with one fault in each run: every request for memory refused, every system call failed, and
-killed at every system call. Afterwards the complete old text or the complete new one is there, except in the
-OUTCOMES listed, each of which must occur. docs/robustness.md has the figures."""
+"""The command with one fault in each run: every request for memory refused, every system call failed, and a
+signal at every system call. Afterwards the complete old text or the complete new one is there, and no .bak,
+except in the OUTCOMES listed, each of which must occur. docs/robustness.md has the figures."""
 import collections
 import concurrent.futures
 import itertools
 import os
 import re
+import signal
 import ssl
 import subprocess
 import sys
@@ -21,35 +22,44 @@ KEY = bytes(range(7, 39))
 FILLING = b"".join(b"cms.certificate.channel.C%04d = label\n" % i for i in range(1000))
 OLD = (b"pem.password = secret-of-pem\n" + FILLING + b"pkcs11.token_pin = secret-of-token\n" + FILLING +
        b"crl.ldap.pass = secret-of-server\n")
+EARLIER = b"of an earlier run"
 IN_PLACE, TO_OUTPUT = [], ["-o", "out"]
 SKIPPED = 77
 
 Run = collections.namedtuple("Run", "status conf bak out fired")
 
+SIGNALLED = {"unlinkat", "write", "fdatasync", "renameat"}  # where every signal is tried
+
+HELD_BACK = {-signal for signal in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGQUIT)}
+
 # The directory is file 3, keystore.conf 4, the output 5; the rewriting reads through a buffer of 64 KiB.
 REWRITING_READ = r"read\(4, .*, [56]\d{4}\)"
 # What the fault must be (a call as strace shows it), exit status, and states of the files.
 OUTCOMES = {
-    "a read error ends the rewriting like the end of the file":
-        (IN_PLACE, REWRITING_READ, 0, ("part", "missing", "missing")),
-    "the same with -o":
-        (TO_OUTPUT, REWRITING_READ, 0, ("old", "part", "part")),
+    "a read error in the rewriting keeps the old file":
+        (IN_PLACE, REWRITING_READ, 1, ("old", "missing", "missing")),
+    "the same with -o; the output ends there":
+        (TO_OUTPUT, REWRITING_READ, 1, ("old", "earlier", "part")),
     "a failed rename leaves the new text under .bak":
-        (IN_PLACE, r"rename\(", 99, ("missing", "new", "missing")),
+        (IN_PLACE, r"renameat\(", 99, ("missing", "new", "missing")),
     "writes to the -o file are not examined":
-        (TO_OUTPUT, r"write\(5", 0, ("old", "part", "part")),
+        (TO_OUTPUT, r"write\(5", 0, ("old", "earlier", "part")),
     "a file that can be read at first, and not for the rewriting, takes a .bak of an earlier run with it":
-        (IN_PLACE, r"openat\(.*, O_RDONLY\|O_CLOEXEC\)", 1, ("old", "missing", "missing")),
+        (IN_PLACE, r"openat\(3, .*, O_RDONLY\|O_CLOEXEC\)", 1, ("old", "missing", "missing")),
     "a sync that fails keeps the old file":
         (IN_PLACE, r"fdatasync\(.*E(IO|NOSPC)", 1, ("old", "missing", "missing")),
     "a kill between unlink and rename leaves the new text under .bak":
-        (IN_PLACE, r"killed at rename", -9, ("missing", "new", "missing")),
+        (IN_PLACE, r"SIGKILL at renameat", -9, ("missing", "new", "missing")),
+    "a signal during the rewriting stops it":
+        (IN_PLACE, r"SIGTERM at write", -15, ("old", "missing", "missing")),
+    "one that comes later acts when the new file is in its place":
+        (IN_PLACE, r"SIGTERM at fdatasync", -15, ("new", "missing", "missing")),
 }
 # libcrypto from 3.5 on waits for itself for ever when its start is refused certain requests for memory. A libcrypto
 # that no longer does so is welcome.
 WAITS = "libcrypto waits for itself when its start is refused memory"
 if ssl.OPENSSL_VERSION_INFO >= (3, 5):
-    OUTCOMES[WAITS] = (IN_PLACE, WAITS, -9, ("old", "part", "missing"))
+    OUTCOMES[WAITS] = (IN_PLACE, WAITS, -9, ("old", "earlier", "missing"))
 LOOK = 15  # seconds; longer than the command ever sleeps, and no limit for one that works
 met = collections.Counter()
 failures = []
@@ -77,7 +87,7 @@ def run(arguments, prefix, environment, fired):
         def path(name):
             return os.path.join(folder, name)
 
-        for name, content in (("keystore.conf", OLD), ("keystore.conf.bak", b"of an earlier run"),
+        for name, content in (("keystore.conf", OLD), ("keystore.conf.bak", EARLIER),
                               ("key", KEY), ("trace", b"")):
             with open(path(name), "wb") as file:
                 file.write(content)
@@ -87,10 +97,16 @@ def run(arguments, prefix, environment, fired):
         said, waits = end_of(process)
         fault = WAITS if waits else fired(open(path("trace"), errors="replace").read(), said)
         states = [state(path(name), OLD, KEY) for name in ("keystore.conf", "keystore.conf.bak", "out")]
+        if open_text(path("keystore.conf.bak")) == EARLIER:
+            states[1] = "earlier"
         if states[0] == "missing":  # the next run must not remove the only copy
             subprocess.run([COMMAND, "-f", "keystore.conf"], cwd=folder, capture_output=True)
             states[1] = state(path("keystore.conf.bak"), OLD, KEY)
         return Run(process.returncode, *states, fault)
+
+
+def open_text(path):
+    return open(path, "rb").read() if os.path.exists(path) else None
 
 
 def judge(arguments, what, result):
@@ -99,9 +115,11 @@ def judge(arguments, what, result):
             met[name] += 1
             return
     is_kept = result.conf == "old" or (arguments == IN_PLACE and result.conf == "new")
+    # Only a kill or a crash leaves a .bak. That of an earlier run is there when it did not come so far.
+    is_clean = result.bak in ("missing", "earlier") or (result.status < 0 and result.status not in HELD_BACK)
     target = result.conf if arguments == IN_PLACE else result.out
     is_crash = result.status < 0 and what[0] == "refuse"  # libc gives up itself when some calls fail
-    if not is_kept or is_crash or (result.status == 0 and target != "new"):
+    if not is_kept or not is_clean or is_crash or (result.status == 0 and target != "new"):
         failures.append(f"{what}: {result}")
 
 
@@ -111,11 +129,13 @@ def call_failed(trace, _):
 
 def inject(arguments, call, fault, number):
     def killed(trace, _):
-        return f"killed at {call}" if "+++ killed by SIGKILL +++" in trace else ""
+        by = re.search(r"^\d+ +\+\+\+ killed by (SIG\w+) ", trace, re.MULTILINE)
+        return f"{by[1]} at {call}" if by else ""
 
-    prefix = ["strace", "-f", "-qq" if fault != "signal=KILL" else "-q", "-s1", "-o", "trace", "-e",
-              f"trace={call}", "-e", f"inject={call}:{fault}:when={number}"]
-    return run(arguments, prefix, {}, killed if fault == "signal=KILL" else call_failed)
+    is_signal = fault.startswith("signal")
+    prefix = ["strace", "-f", "-q" if is_signal else "-qq", "-s1", "-o", "trace", "-e", f"trace={call}", "-e",
+              f"inject={call}:{fault}:when={number}"]
+    return run(arguments, prefix, {}, killed if is_signal else call_failed)
 
 
 def refuse(arguments, _, __, number):
@@ -143,8 +163,8 @@ def calls_of(arguments):
         sys.exit(SKIPPED)
     assert plain.status == 0, plain
     if arguments == IN_PLACE:  # what only a loss of power would show
-        calls = re.findall(r"^\d+ +(fdatasync|unlink|rename|fsync)\(", trace[0], re.MULTILINE)
-        assert calls == ["fdatasync", "unlink", "rename", "fsync"], calls
+        calls = re.findall(r"^\d+ +(fdatasync|unlinkat|renameat|fsync)\(", trace[0], re.MULTILINE)
+        assert calls == ["unlinkat", "fdatasync", "unlinkat", "renameat", "fsync"], calls
     return set(re.findall(r"^\d+ +(\w+)\(", trace[0], re.MULTILINE)) - {"execve"}
 
 
@@ -152,7 +172,9 @@ def main():
     tasks = []
     for arguments in (IN_PLACE, TO_OUTPUT):
         for call in sorted(calls_of(arguments)):
-            tasks.append((inject, arguments, call, "signal=KILL", 1, 1))
+            tasks += [(inject, arguments, call, f"signal={name}", 1, 1) for name in ("KILL", "TERM")]
+            if call in SIGNALLED:
+                tasks += [(inject, arguments, call, f"signal={name}", 1, 1) for name in ("INT", "HUP", "QUIT")]
             if call != "exit_group":
                 tasks += [(inject, arguments, call, f"error={name}", 1, 1) for name in ("EIO", "ENOSPC", "EINTR")]
     tasks += [(refuse, IN_PLACE, "", "memory", first, 50) for first in range(1, 51)]
