@@ -79,15 +79,16 @@ tags = re.findall(r"^\.It Li ((\S+\.\S+).*)", source("docs/man/keystore.conf.5")
 same_set("keys of keystore.conf", (key for _, key in tags), keys)
 
 # Prototypes.
+section_3 = source("docs/man/ztvek.3")
 header = " ".join(" ".join(map(source, ("lib/vek/ztvek.h", "platform/ztpbe.h", "platform/ztsvc.h"))).split())
-prototypes = re.findall(r'^\.Fn (\w+) (void|".*)', source("docs/man/ztvek.3"), re.M)
+prototypes = re.findall(r'^\.F[no] (\w+)((?: void| "[^"]*"|\n\.Fa "[^"]*")+)', section_3, re.M)
 for name, arguments in prototypes:
-    prototype = "{}({})".format(name, ", ".join(arguments.strip('"').split('" "')))
+    prototype = "{}({})".format(name, ", ".join(re.findall(r'"([^"]*)"', arguments)) or "void")
     check(prototype in header, prototype)
 symbols = subprocess.run(["nm", "-D", *(BUILD / "lib64").glob("libzt[vm]*.so")], check=True, capture_output=True, text=True)
 functions = re.findall(r" T ((?:szt|Szt|svc)\w+)", symbols.stdout)
 same_set("prototypes of ztvek(3)", (name for name, _ in prototypes), functions)
-same_set("names of ztvek(3)", re.findall(r"^\.Nm (\w+)", source("docs/man/ztvek.3"), re.M), functions)
+same_set("names of ztvek(3)", re.findall(r"^\.Nm (\w+)", section_3, re.M), functions)
 
 # What documents show: a "$" in front of a command, its output behind it. A file that is shown before it is
 # there is taken from the document. Encrypted values differ from run to run.
