@@ -33,8 +33,8 @@ constexpr CatalogueEntry ENTRIES[] = {
      "  -?        show this text"},
     {SVC_MSG_KEY_FILE_UNUSABLE,
      "The initial key file '%1' (the last part of its path) cannot be used%r. Nothing was "
-     "encrypted or decrypted. Name a file of its own, readable by this user, with a key or "
-     "passphrase; a relative path counts from the working directory."},
+     "encrypted or decrypted. Name a readable file with a key or passphrase, neither keystore.conf "
+     "nor an output; a relative path counts from the working directory."},
     {SVC_MSG_PBE_FAILED,
      "The credential service failed with reason %c%r. keystore.conf is unchanged. Remove the cause "
      "that the reason names, and try again."},
