@@ -51,6 +51,9 @@ file=$(readlink -e -- "${1:?the keystore.conf}") || fail "there is no file $1"
 old_key=$(readlink -e -- "${2:?the old key file}") || fail "there is no key file $2"
 new_key=$(readlink -e -- "${3:?the new key file}") || fail "there is no key file $3"
 shift 3
+# Whoever else can write to the folder could put a link in the place of a file that is made here.
+unsafe=$(find "$(dirname -- "$file")" -maxdepth 0 \( -perm /022 -o ! -user 0 ! -user "$(id -u)" \))
+[ -z "$unsafe" ] || fail "others can write to $unsafe, or it belongs to somebody else"
 before=$(sha256sum <"$file")
 work=$(mktemp -d "${SCRATCH:-/dev/shm}/change-key.XXXXXX")
 staged=$(mktemp -d "$(dirname -- "$file")/.change-key.XXXXXX")

@@ -19,6 +19,9 @@ outline() {
 recipes=$(dirname -- "$(readlink -f -- "$0")")
 file=$(readlink -e -- "${1:?the keystore.conf to protect}") || fail "there is no file $1"
 shift
+# Whoever else can write to the folder could put a link in the place of a file that is made here.
+unsafe=$(find "$(dirname -- "$file")" -maxdepth 0 \( -perm /022 -o ! -user 0 ! -user "$(id -u)" \))
+[ -z "$unsafe" ] || fail "others can write to $unsafe, or it belongs to somebody else"
 before=$(sha256sum <"$file")
 work=$(mktemp -d "$(dirname -- "$file")/.protect.XXXXXX")
 trap 'rm -rf "$work"' EXIT

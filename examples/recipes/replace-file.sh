@@ -6,7 +6,7 @@ set -eu
 
 new=${1:?the new content}
 file=$(readlink -e -- "${2:?the file to replace}") # a symbolic link stays one
-chown --reference="$file" -- "$new"
+chown -h --reference="$file" -- "$new"
 chmod --reference="$file" -- "$new"
 sync "$new"
 mv -T -- "$new" "$file"

@@ -68,6 +68,15 @@ END
 printf '#!/bin/sh\n"%s" "$@" && truncate -s -20 "$4"\n' "$RUNVEKCRED" >./cut
 chmod +x cut
 is 'a result that was cut is refused' 1 env RUNVEKCRED=./cut "$recipes/protect-file.sh" conf -sf key
+chmod 777 .
+is 'a folder for everybody is refused' 1 protect conf
+is 'for another key too' 1 "$recipes/change-key.sh" conf key other
+chmod 700 .
+if [ "$(id -u)" = 0 ]; then
+    mkdir foreign && cp -p conf foreign && chown 65534 foreign
+    is 'a folder of somebody else is refused' 1 protect foreign/conf
+    rm -r foreign
+fi
 is 'a file is protected' 'changed\n0' protect link
 is 'once' 'unchanged\n0' protect link
 is 'a link stays' 0 test -L link
