@@ -1,5 +1,14 @@
-# Adds to the staged .deb what Debian's tools look for outside the prefix: the changelog, and the reasons for
-# what lintian would report. Run by cpack before it makes each package.
+# Run by cpack before it makes each package. What it has staged is readable by all, whatever the umask says.
+set(readable OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
+set(open_folder ${readable} OWNER_EXECUTE GROUP_EXECUTE WORLD_EXECUTE)
+set(folder ${CPACK_TEMPORARY_DIRECTORY}${CPACK_INSTALL_PREFIX})
+while(NOT folder STREQUAL CPACK_TEMPORARY_DIRECTORY)
+  file(CHMOD ${folder} PERMISSIONS ${open_folder})
+  cmake_path(GET folder PARENT_PATH folder)
+endwhile()
+
+# A .deb also has what Debian's tools look for outside the prefix: the changelog, and the reasons for what lintian
+# would report.
 if(NOT CPACK_GENERATOR STREQUAL DEB)
   return()
 endif()
@@ -18,3 +27,5 @@ file(WRITE ${overrides}/${CPACK_PACKAGE_NAME}
      "${CPACK_PACKAGE_NAME}: no-copyright-file\n"
      "# An example of another language, not a part of the program.\n"
      "${CPACK_PACKAGE_NAME}: python3-script-but-no-python3-dep\n")
+file(CHMOD_RECURSE ${CPACK_TEMPORARY_DIRECTORY}/usr FILE_PERMISSIONS ${readable}
+     DIRECTORY_PERMISSIONS ${open_folder})

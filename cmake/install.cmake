@@ -1,8 +1,34 @@
 # Installation into any prefix: cmake --install BUILD --prefix PREFIX. Included behind the targets.
 include(CMakePackageConfigHelpers)
 
+# What is installed is readable by all, whatever the umask says and however the clone was made.
+set(vek_readable OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
+set(vek_executable ${vek_readable} OWNER_EXECUTE GROUP_EXECUTE WORLD_EXECUTE)
+
 set(vek_public_headers lib/vek/ztvek.h platform/ztpbe.h platform/ztsvc.h)
 set(vek_package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/ztvek)
+
+# Files get their modes from install() itself. For folders it asks the umask, so those that are missing are made
+# first.
+set(vek_folders ${CMAKE_INSTALL_BINDIR} ${CMAKE_INSTALL_INCLUDEDIR} ${CMAKE_INSTALL_LIBDIR}/pkgconfig
+                ${vek_package_dir} ${CMAKE_INSTALL_DOCDIR} ${CMAKE_INSTALL_MANDIR}/man1
+                ${CMAKE_INSTALL_MANDIR}/man3 ${CMAKE_INSTALL_MANDIR}/man5
+                ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+install(
+  CODE "foreach(folder ${vek_folders})
+    cmake_path(ABSOLUTE_PATH folder BASE_DIRECTORY \"\${CMAKE_INSTALL_PREFIX}\" OUTPUT_VARIABLE folder)
+    cmake_path(ABSOLUTE_PATH folder OUTPUT_VARIABLE folder)
+    set(missing \"\$ENV{DESTDIR}\${folder}\")
+    set(made \"\")
+    while(NOT EXISTS \"\${missing}\")
+      list(APPEND made \"\${missing}\")
+      cmake_path(GET missing PARENT_PATH missing)
+    endwhile()
+    foreach(folder IN LISTS made)
+      file(MAKE_DIRECTORY \"\${folder}\")
+      file(CHMOD \"\${folder}\" PERMISSIONS ${vek_executable})
+    endforeach()
+  endforeach()")
 
 install(TARGETS runvekcred RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(
@@ -33,7 +59,13 @@ install(FILES ${CMAKE_BINARY_DIR}/cmake/ztvekConfig.cmake ${CMAKE_BINARY_DIR}/cm
 configure_file(cmake/ztvek.pc.in ${CMAKE_BINARY_DIR}/cmake/ztvek.pc @ONLY)
 install(FILES ${CMAKE_BINARY_DIR}/cmake/ztvek.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
-install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR} USE_SOURCE_PERMISSIONS)
+install(
+  DIRECTORY examples
+  DESTINATION ${CMAKE_INSTALL_DOCDIR}
+  FILE_PERMISSIONS ${vek_readable}
+  DIRECTORY_PERMISSIONS ${vek_executable}
+  PATTERN "*.py" PERMISSIONS ${vek_executable}
+  PATTERN "*.sh" PERMISSIONS ${vek_executable})
 install(FILES completion/runvekcred
         DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
 foreach(section 1 3 5)

@@ -1,10 +1,7 @@
 #!/usr/bin/env bash
 # What the command protects, the readers hand out: every kind of credential, with both algorithms and a key
 # from each source, after each of three runs of the command over its own output.
-set -uo pipefail
-scratch=$(mktemp -d)
-trap 'rm -rf "$scratch"' EXIT
-cd "$scratch" || exit 1
+. "$VEK_SOURCE/tests/support/shell.sh"
 # The order of lines that keystore.conf(5) asks for where channels have passwords.
 printf '%s\n' pem.{private,public}{,.channel.HUB}=/file 'pem.password = a#1' 'pem.password.channel.HUB = b=2' \
     pem.encrypted.channel.HUB=YES pkcs11.{library,certificate,token}=x pkcs11.token_pin=c!3 crl.ldap.{host=h,pass=d+4} >clear
@@ -13,12 +10,6 @@ od -An -v -tx1 raw | tr -d ' \n' >hexadecimal
 # shellcheck disable=SC2094 # a command and a file
 base64 raw >base64
 echo 'a passphrase' >passphrase
-failures=0
-is() { # is NAME EXPECTED GOT
-    [ "$2" = "$3" ] && return
-    failures=$((failures + 1))
-    printf 'FAILED %s: "%s" instead of "%s"\n%s\n' "$1" "$3" "$2" "$(cat err)"
-}
 for row in {1,2}\ {built-in,configured,raw,hexadecimal,base64,passphrase}; do
     read -r algorithm source <<<"$row"
     cp clear conf
@@ -38,4 +29,4 @@ for row in {1,2}\ {built-in,configured,raw,hexadecimal,base64,passphrase}; do
     is "algorithm $row: readable with the key as hexadecimal file" $readable \
         "$(ZTS_VEKCRED_KEYFILE=hexadecimal "$VEK_BUILD/tests/credentials" conf 2>err | grep -q '^0 0 0 0' && echo yes || echo no)"
 done
-exit $((failures > 0))
+report

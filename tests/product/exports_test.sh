@@ -1,14 +1,12 @@
 #!/usr/bin/env bash
 # What ships: each library exports what its headers declare and nothing else, and command and libraries
 # need no other libraries than they promise.
-set -euo pipefail
+. "$VEK_SOURCE/tests/support/shell.sh"
 export LC_ALL=C
-failures=0
 
-# expect WHAT EXPECTED ACTUAL, two lists with a word a line.
-expect() {
-    diff -u --label "$1: expected" --label "$1: found" <(sort -u <<<"$2") <(sort -u <<<"$3") >&2 ||
-        failures=$((failures + 1))
+# same WHAT EXPECTED FOUND, two lists with a word a line.
+same() {
+    is "$1" "$(sort -u <<<"$2")" "$(sort -u <<<"$3")"
 }
 
 # declared HEADER... lists the names that headers declare for export.
@@ -27,17 +25,17 @@ dynamic() {
 }
 
 platform=$VEK_SOURCE/platform
-expect 'symbols of libztvek_r' "$(declared "$VEK_SOURCE/lib/vek/ztvek.h")" "$(exported libztvek_r.so)"
-expect 'symbols of libztmcs_r' "$(declared "$platform"/zt{svc,pbe,trc}.h)" "$(exported libztmcs_r.so)"
-expect 'symbols of libztxzu_r' "$(declared "$platform/ztutl.h")" "$(exported libztxzu_r.so)"
+same 'symbols of libztvek_r' "$(declared "$VEK_SOURCE/lib/vek/ztvek.h")" "$(exported libztvek_r.so)"
+same 'symbols of libztmcs_r' "$(declared "$platform"/zt{svc,pbe,trc}.h)" "$(exported libztmcs_r.so)"
+same 'symbols of libztxzu_r' "$(declared "$platform/ztutl.h")" "$(exported libztxzu_r.so)"
 
 while read -r file runpath needed; do
-    expect "libraries of $file" "${needed// /$'\n'}" "$(dynamic "$file" NEEDED)"
-    expect "run path of $file" "$runpath" "$(dynamic "$file" RUNPATH)"
+    same "libraries of $file" "${needed// /$'\n'}" "$(dynamic "$file" NEEDED)"
+    same "run path of $file" "$runpath" "$(dynamic "$file" RUNPATH)"
 done <<'END'
 bin/runvekcred $ORIGIN/../lib64 libztmcs_r.so.1 libztxzu_r.so.1 libc.so.6
 lib64/libztvek_r.so $ORIGIN libztmcs_r.so.1 libztxzu_r.so.1 libc.so.6
 lib64/libztmcs_r.so $ORIGIN libcrypto.so.3 libc.so.6
 lib64/libztxzu_r.so $ORIGIN libc.so.6
 END
-exit $((failures != 0))
+report

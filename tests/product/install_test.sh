@@ -1,59 +1,57 @@
 #!/usr/bin/env bash
 # An installation works where it was put: the command knows its prefix, and the examples are built and run
 # against the copy, through find_package and through pkg-config.
-set -euo pipefail
-scratch=$(mktemp -d)
-trap 'rm -rf "$scratch"' EXIT
+. "$VEK_SOURCE/tests/support/shell.sh"
 prefix="$scratch/a prefix"
-
-fail() {
-    printf 'failed: %s\n' "$1" >&2
-    exit 1
-}
+tool=$VEK_SOURCE/tools/set-installation-path
 
 # prefix_of COMMAND prints the installation path that a command holds.
 prefix_of() {
     LC_ALL=C grep -aoP '@@_ZT_INSTALLATION_PATH_@@\K[^\0]*' "$1"
 }
 
+umask 077
 for round in first second; do
-    cmake --install "$VEK_BUILD" --prefix "$prefix" >"$scratch/log" || fail "the $round installation"
-    [[ $(prefix_of "$prefix/bin/runvekcred") == "$prefix" ]] || fail 'the prefix in the command'
+    does "the $round installation" cmake --install "$VEK_BUILD" --prefix "$prefix"
+    is "the prefix in the command, $round installation" "$prefix" "$(prefix_of "$prefix/bin/runvekcred")"
 done
-DESTDIR=$scratch/stage cmake --install "$VEK_BUILD" --prefix /opt/other >"$scratch/log"
-[[ $(prefix_of "$scratch/stage/opt/other/bin/runvekcred") == /opt/other ]] || fail 'DESTDIR'
+DESTDIR=$scratch/stage does 'an installation with DESTDIR' cmake --install "$VEK_BUILD" --prefix /opt/other
+is 'the prefix without DESTDIR' /opt/other "$(prefix_of "$scratch/stage/opt/other/bin/runvekcred")"
+is 'all can read it, whatever the umask says' '' \
+    "$(find "$prefix" stage/opt ! -type l -perm /022 -o ! -type l ! -perm -444 -o -type d ! -perm 755)"
+is 'all can run the programs' '' "$(find "$prefix/bin" -type f ! -perm 755)"
 
-tool=$VEK_SOURCE/tools/set-installation-path
 longest=/$(printf '%4094s' '' | tr ' ' x)
-"$tool" "$prefix/bin/runvekcred" "$longest"
-[[ $(prefix_of "$prefix/bin/runvekcred") == "$longest" ]] || fail 'the longest prefix'
-"$tool" "$prefix/bin/runvekcred" "${longest}x" 2>"$scratch/log" && fail 'a prefix that is too long'
-"$tool" "$prefix/bin/runvekcred" opt/ztm 2>"$scratch/log" && fail 'a relative prefix'
-"$tool" "$prefix/include/ztvek.h" /opt/ztm 2>"$scratch/log" && fail 'a file without the field'
-"$tool" "$prefix/bin/runvekcred" /dev/null
-"$prefix/bin/runvekcred" '-?' || [[ $? -eq 20 ]] || fail 'a prefix that is no folder'
-"$tool" "$prefix/bin/runvekcred" "$prefix"
+does 'setting the longest prefix' "$tool" "$prefix/bin/runvekcred" "$longest"
+is 'the longest prefix' "$longest" "$(prefix_of "$prefix/bin/runvekcred")"
+is 'a prefix that is too long' 1 "$("$tool" "$prefix/bin/runvekcred" "${longest}x" 2>err; echo $?)"
+is 'a relative prefix' 1 "$("$tool" "$prefix/bin/runvekcred" opt/ztm 2>err; echo $?)"
+is 'a file without the field' 1 "$("$tool" "$prefix/include/ztvek.h" /opt/ztm 2>err; echo $?)"
+does 'setting a prefix that is no folder' "$tool" "$prefix/bin/runvekcred" /dev/null
+is 'a prefix that is no folder' 20 "$("$prefix/bin/runvekcred" '-?' 2>err; echo $?)"
+does 'setting the prefix again' "$tool" "$prefix/bin/runvekcred" "$prefix"
 
 # A page of each function, and what the pages refer to.
-[[ $(cd "$prefix/share/man" && mandoc -Tascii man3/svcWipe.3) == *ZTVEK\(3\)* &&
-    -s $prefix/share/doc/ztvek/encrypted-value.md ]] || fail 'the documents'
+is 'the page of a function leads to' 'ZTVEK(3)' "$(cd "$prefix/share/man" && mandoc -Tascii man3/svcWipe.3 | awk 'NR == 1 { print $1 }')"
+does 'a document that pages refer to' test -s "$prefix/share/doc/ztvek/encrypted-value.md"
 
 # The credentials that the installed command encrypts are those that the installed library reads.
-cp "$VEK_SOURCE/examples/keystore.conf" "$scratch"
-"$prefix/bin/runvekcred" -f "$scratch/keystore.conf" 2>"$scratch/log" || fail 'the installed command'
+cp "$VEK_SOURCE/examples/keystore.conf" .
+does 'the installed command' "$prefix/bin/runvekcred" -f keystore.conf
 
 # reads COMMAND... must print the password of the section "pem" as it was in clear.
 reads() {
-    [[ $("$@" 2>"$scratch/log") == *'password = Winter-Harbour-42'* ]] || fail "$*"
+    is "$*" 'password = Winter-Harbour-42' "$("$@" 2>err | grep -m 1 '^password = ')"
 }
 
 examples=$VEK_SOURCE/examples
 export CMAKE_GENERATOR=Ninja PKG_CONFIG_PATH=$prefix/lib64/pkgconfig
 for pkg_config in OFF ON; do
-    cmake -S "$examples" -B "$scratch/$pkg_config" -DCMAKE_PREFIX_PATH="$prefix" \
-        -DUSE_PKG_CONFIG=$pkg_config >"$scratch/log" || fail "finding the library, pkg-config $pkg_config"
-    cmake --build "$scratch/$pkg_config" >"$scratch/log" || fail "$(cat "$scratch/log")"
-    reads "$scratch/$pkg_config/print_section" --show-credentials pem "$scratch/keystore.conf"
+    does "finding the library, pkg-config $pkg_config" cmake -S "$examples" -B $pkg_config \
+        -DCMAKE_PREFIX_PATH="$prefix" -DUSE_PKG_CONFIG=$pkg_config
+    does "building against it, pkg-config $pkg_config" cmake --build $pkg_config
+    reads $pkg_config/print_section --show-credentials pem keystore.conf
 done
-reads "$VEK_PYTHON" "$examples/read_section.py" --show-credentials \
-    --library "$prefix/lib64/libztvek_r.so.1" "$scratch/keystore.conf"
+reads "$VEK_PYTHON" "$examples/read_section.py" --show-credentials --library "$prefix/lib64/libztvek_r.so.1" \
+    keystore.conf
+report

@@ -1,25 +1,16 @@
 #!/usr/bin/env bash
 # FIPS mode with a provider, and with "absent" as argument without one: what the command protects and the
 # readers hand out, and that neither falls back when the mode cannot be had.
-set -uo pipefail
-scratch=$(mktemp -d)
-trap 'rm -rf "$scratch"' EXIT
-cd "$scratch" || exit 1
+. "$VEK_SOURCE/tests/support/shell.sh"
 if [ "${1-}" != absent ]; then
     provider=${VEK_FIPS_CONF:-$("$VEK_SOURCE/tools/build-fips-provider" --find)}
-    [ -f "$provider" ] || { echo 'SKIPPED: FIPS mode was not tested with a provider' && exit 77; }
+    [ -f "$provider" ] || { skip 'FIPS mode with a provider' && exit 77; }
 fi
 printf '%s\n' pem.{private,public}{,.channel.HUB}=/file pkcs11.{library,certificate,token}=x pem.password=a \
     pem.password.channel.HUB=b pem.encrypted.channel.HUB=YES pkcs11.token_pin=c crl.ldap.{host=h,pass=d} >clear
 printf 'fourteen bytes\n' >phrase
 printf 'thirteenbytes\n' >short
 printf '0123456789abcdef0123456789ABCDEF' >raw
-failures=0
-is() { # is NAME EXPECTED GOT
-    [ "$2" = "$3" ] && return
-    failures=$((failures + 1))
-    printf 'FAILED %s: "%s" instead of "%s"\n' "$1" "$3" "$2"
-}
 # write KEY OPTION... protects `conf`, a copy of `clear`: exit status and message
 write() {
     rm -f conf* && cp clear conf
@@ -45,7 +36,7 @@ refuses() {
 shopt -s nullglob
 if [ "${1-}" = absent ]; then
     refuses 'no provider' /dev/null "$scratch" raw
-    exit "$failures"
+    report
 fi
 
 # Values cross between the modes, also where every program is in FIPS mode (`strict`).
@@ -75,4 +66,4 @@ checksum-of-another-module changed $OPENSSL_MODULES raw
 module-that-was-not-installed /dev/null $OPENSSL_MODULES raw
 other-provider-of-that-name unconfigured $scratch/named raw
 END
-exit "$((failures > 0))"
+report

@@ -26,6 +26,7 @@ is() {
 does() {
     checks=$((checks + 1))
     "${@:2}" >"$scratch/err" 2>&1 || failed "$1" "status $?"
+    rm -f "$scratch/err"
 }
 
 # skip WHAT was not tried. The test goes on, and is not reported as passed.
