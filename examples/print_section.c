@@ -190,7 +190,7 @@ static void printField(const struct Field *field, const union Record *record, in
         printNumber(field, bytes);
 }
 
-/* What a result means to the user. The texts of the PBE service name the source of the key. */
+/* What a result means to the user. */
 static const char *resultText(uint32_t result) {
     const char *text;
     switch (result) {

@@ -86,8 +86,7 @@ constexpr ReasonText REASON_TEXTS[] = {
     {SVC_PBE_MALFORMED_TEXT, "the value is not an encrypted one: it is clear or missing behind a "
                              "YES marker, or was changed"},
     {SVC_PBE_AUTHENTICATION_FAILED,
-     "the value was encrypted with another key than the one in use (that of ZTS_VEKCRED_KEYFILE, "
-     "else of vekcred.keyfile, else the built-in one), or was changed"},
+     "the value was encrypted with another key than the one in use, or was changed"},
     {SVC_PBE_CLEAR_TEXT_LENGTH,
      "the value is longer than 729 bytes (703 with algorithm 1), or empty"},
     {SVC_PBE_UNSUPPORTED_ALGORITHM, "the algorithm is not supported"},
