@@ -1,5 +1,5 @@
 // Reading keystore.conf: the library, the least memory work that its items need, and other parsers.
-#include "sztoumaa/sztoumaa.h"
+#include "sztoumaa/load.h"
 #include "ztvek.h"
 
 #include <benchmark/benchmark.h>
@@ -144,8 +144,7 @@ void loadSection(benchmark::State &state) {
     const std::string path = makeFile(/* withGroups= */ false);
     for (auto _ : state) {
         SztuList *list = nullptr;
-        require(sztouLoadConfigSection(path.c_str(), &list, "pem", /* reportErrors= */ 0) ==
-                SZTU_OK);
+        require(vek::loadSection(path.c_str(), &list, "pem", /* reportErrors= */ 0) == SZTU_OK);
         sztucFreeConfigList(list);
     }
     (void)unlink(path.c_str());

@@ -3,7 +3,8 @@
 #ifndef FUZZ_SUPPORT_H
 #define FUZZ_SUPPORT_H
 
-#include "sztoumaa/sztoumaa.h"
+#include "shared.h"
+#include "sztoumaa/built_in_key.h"
 
 #include <cstdlib>
 #include <string>
@@ -28,10 +29,10 @@ inline SvcPBESession *openSession(int32_t algorithm) {
     SvcPBESession *const session = &sessions[algorithm];
     if (session->serviceState != nullptr)
         return session;
-    sztouBuildDefaultKey(key);
-    sztouBuildFixedSalt(salt);
+    vek::buildDefaultKey(key);
+    vek::buildFixedSalt(salt);
     session->algorithm = algorithm;
-    session->label = SZTOU_PBE_LABEL;
+    session->label = vek::LABEL;
     session->key = key;
     session->keyLength = sizeof key;
     session->salt = salt;

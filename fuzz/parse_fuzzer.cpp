@@ -1,5 +1,6 @@
 // The parser of keystore.conf, the section filter and the lookups. The input is the text of a file.
 #include "fuzz_support.h"
+#include "sztoumaa/lookup.h"
 
 #include <algorithm>
 #include <cstring>
@@ -46,8 +47,8 @@ void checkPrinted(const std::vector<Item> &items) {
 // What the lookup says about a key that stands `count` times.
 void checkLookup(SztuList *list, const Item &item, int64_t count) {
     char value[] = "untouched";
-    constexpr int32_t LIMIT = sizeof value - 2;
-    const uint32_t code = sztouGetConfigValue(list, nullptr, item.key.c_str(), value, LIMIT, 1);
+    constexpr size_t LIMIT = sizeof value - 2;
+    const uint32_t code = vek::getText(list, nullptr, item.key.c_str(), {value, LIMIT}, 1);
     require(code == (item.key.empty() ? 2 : count == 1 ? 0 : 15) && value[LIMIT] == 'd');
     require(code != 0 || item.value.substr(0, LIMIT) == std::string(value, strnlen(value, LIMIT)));
 }

@@ -7,7 +7,7 @@
 
 namespace {
 
-constexpr std::string_view LABEL = SZTOU_PBE_LABEL;
+constexpr std::string_view LABEL = vek::LABEL;
 
 // A text that can be taken apart is the one that its parts make. Returns whether it could.
 bool checkText(std::string_view text) {

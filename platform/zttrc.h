@@ -97,7 +97,7 @@ namespace ztm {
  * TraceScope records the entry into a function when it begins, and the exit with its result when it
  * ends. Declared first, it ends last: whatever the function owns is released before the exit.
  *
- *   TraceScope trace(FUNCTION_OF_COMPONENT_16);
+ *   TraceScope trace(FUNCTION_OF_COMPONENT_16); // another component is a second argument
  *   ...
  *   return trace.returns(result);
  *
@@ -105,15 +105,16 @@ namespace ztm {
  */
 class TraceScope {
 public:
-    explicit TraceScope(uint32_t entered) : function(entered) {
+    explicit TraceScope(uint32_t entered, uint16_t componentOf = SVC_COMPONENT_VEK)
+        : component(componentOf), function(entered) {
         if (trcActive(TRC_FUNCTIONS))
-            trc_FNC_entry(SVC_COMPONENT_VEK, function);
+            trc_FNC_entry(component, function);
     }
     TraceScope(const TraceScope &) = delete;
     TraceScope &operator=(const TraceScope &) = delete;
     ~TraceScope() {
         if (trcActive(TRC_FUNCTIONS))
-            trc_FNC_retcode(SVC_COMPONENT_VEK, function, result);
+            trc_FNC_retcode(component, function, result);
     }
 
     /* returns notes the result of the function and hands it through. */
@@ -123,6 +124,7 @@ public:
     }
 
 private:
+    uint32_t component;
     uint32_t function;
     int64_t result = 0;
 };

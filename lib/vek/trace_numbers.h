@@ -6,6 +6,8 @@
 
 #include <cstdint>
 
+namespace vek {
+
 enum VekFunction : uint32_t {
     FUNCTION_GET_KS_CONFIG = 158,
     FUNCTION_GET_PKCS11_CONFIG = 159,
@@ -43,5 +45,7 @@ enum VekFunction : uint32_t {
     FUNCTION_COMMAND = 370,
     FUNCTION_PROCESS_CONFIG_LINE = 371,
 };
+
+} // namespace vek
 
 #endif

@@ -69,12 +69,9 @@ same_set("exit statuses", statuses, {s for _, s in table} | {s for s in own if i
 
 # Keys of keystore.conf.
 keys = set()
-for path in (SOURCE / "lib/vek").glob("sztoumaa/*.cpp"):
-    text = path.read_text()
-    name = re.search(r'sztouBeginReading\(&reading, "(\w+)"|SECTION\[\] = "(\w+)"', text)
-    for key in re.findall(r'(?:sztouRead\w+\(reading,|sztouBuildChannelKey\(|\.key =|keystorePath,|KEY_FILE_KEY\[\] =)'
-                          r'\s*"([\w.]+)"', text) if name else ():
-        keys.add(f"{name[1] or name[2]}.{key}" + "TO.HUB" * key.endswith("."))
+for name, key, form in re.findall(r'\{(\w+)_SECTION, "([\w.]+)", Kind::\w+, Form::(\w+)\}', source("lib/vek/shared.h")):
+    name = name.lower().replace("key_source", "vekcred")
+    keys |= {f"{name}.{key}"} | ({f"{name}.{key}.channel.TO.HUB"} if form == "generalOrNamed" else set())
 tags = re.findall(r"^\.It Li ((\S+\.\S+).*)", source("docs/man/keystore.conf.5"), re.M)
 same_set("keys of keystore.conf", (key for _, key in tags), keys)
 

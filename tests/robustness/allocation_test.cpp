@@ -1,7 +1,7 @@
 // Every operation with every request for memory refused once, libcrypto's and stdio's included: no crash,
 // no leak, no wrong result that is called success, and a failure record for what the library asked for.
 #include "support/keystore_file.h"
-#include "sztoumaa/sztoumaa.h"
+#include "sztoumaa/built_in_key.h"
 
 #include <cstring>
 #include <malloc.h>
@@ -104,7 +104,7 @@ uint32_t useDefaultKey() {
     const uint32_t result = saveAndRestore(SVC_PBE_ALGORITHM_GCM);
     // The key of a session that gets no salt stays where it lies, wiped.
     uint8_t key[SVC_PBE_KEY_LENGTH];
-    sztouBuildDefaultKey(key);
+    vek::buildDefaultKey(key);
     const size_t length = malloc_usable_size(latestRequest);
     const bool isLeft = memmem(latestRequest, length, key, sizeof key) != nullptr;
     return isLeft ? WRONG : result;

@@ -1,7 +1,7 @@
 // The channel cache. Each test caches a file, changes it on disk, and looks whether the old or the new
 // content is read.
 #include "support/keystore_file.h"
-#include "sztoumaa/sztoumaa.h"
+#include "sztoumaa/channel_cache.h"
 
 #include <cstring>
 #include <fcntl.h>
@@ -111,7 +111,7 @@ TEST_F(ChannelCache, TellsWhichChannelsAreIntercepted) {
 TEST_F(ChannelCache, EndsAReadingWithSuccessAtAnEmptyWord) {
     fill(14);
     // No file can hold an empty value, so one is made in the cached section.
-    SztuList *const list = sztouCachedSection(path);
+    SztuList *const list = vek::cachedSection(path);
     ASSERT_NE(nullptr, list);
     static_cast<SztucConfigItem *>(list->tail->item)->value[0] = '\0';
     SztouPemConfig config;

@@ -1,6 +1,9 @@
 // Loading a section, typed lookups, the initial key of the readers and their session.
 #include "support/keystore_file.h"
-#include "sztoumaa/sztoumaa.h"
+#include "sztoumaa/built_in_key.h"
+#include "sztoumaa/key_source.h"
+#include "sztoumaa/load.h"
+#include "sztoumaa/lookup.h"
 
 #include <sched.h>
 #include <sstream>
@@ -18,7 +21,7 @@ void expectMessage(const string &part, const string &shown) {
 
 SztuList *loaded(const string &content, const char *section) {
     SztuList *list = nullptr;
-    EXPECT_EQ(0U, sztouLoadConfigSection(TemporaryFile(content).path.c_str(), &list, section, 1));
+    EXPECT_EQ(0U, vek::loadSection(TemporaryFile(content).path.c_str(), &list, section, 1));
     return list;
 }
 
@@ -43,8 +46,8 @@ TEST(LoadSection, HandsOverTheSectionOrNothing) {
             SztuList *list = loaded("old.a=1", "old"); // goes, whatever happens
             sztUseLogErrorMessage = switches & 1;
             const string shown = shownBy([&] {
-                EXPECT_EQ(row.result, sztouLoadConfigSection(file.path.c_str(), &list, row.section,
-                                                             (switches & 2) != 0));
+                EXPECT_EQ(row.result, vek::loadSection(file.path.c_str(), &list, row.section,
+                                                       (switches & 2) != 0));
             });
             sztUseLogErrorMessage = 1;
             expectMessage(switches == 3 ? row.message : "", shown);
@@ -66,7 +69,7 @@ TEST(LoadSection, NeedsAPlace) {
             unsetenv("ZTS_KEYSTORE_CONF");
             if (unshare(CLONE_NEWUSER) == 0 && std::ofstream("/proc/self/uid_map")
                                                    << map << std::flush)
-                exit(static_cast<int>(sztouLoadConfigSection(nullptr, &list, "x", 1)));
+                exit(static_cast<int>(vek::loadSection(nullptr, &list, "x", 1)));
         },
         testing::ExitedWithCode(15), "ZTM9083E .*'keystore.conf'");
 }
@@ -77,7 +80,7 @@ TEST(Lookup, OfATextKnowsRequiredOptionalAndTwice) {
     SztuList *list = loaded("x.once=value\nx.twice=1\nx.twice=1", "x");
     const struct {
         const char *key;
-        int32_t length;
+        size_t length;
         uint32_t missing;
         uint32_t result;
         const char *field; // of 8 letters "z" before
@@ -93,15 +96,15 @@ TEST(Lookup, OfATextKnowsRequiredOptionalAndTwice) {
     for (const auto &row : cases) {
         string field(8, 'z');
         const string shown = shownBy([&] {
-            EXPECT_EQ(row.result, sztouGetConfigValue(list, "/a/b", row.key, field.data(),
-                                                      row.length, row.missing));
+            EXPECT_EQ(row.result,
+                      vek::getText(list, "/a/b", row.key, {field.data(), row.length}, row.missing));
         });
         expectMessage(row.message, shown);
         EXPECT_STREQ(row.field, field.c_str());
     }
     sztucFreeConfigList(list);
     char field[8];
-    EXPECT_EQ(2U, sztouGetConfigValue(nullptr, nullptr, "key", field, sizeof field, 0));
+    EXPECT_EQ(2U, vek::getText(nullptr, nullptr, "key", field, 0));
     EXPECT_EQ(2U, sztouGetVEKCredConfig(nullptr, nullptr, nullptr));
     EXPECT_EQ(11U, sztucParseConfigFile(nullptr, nullptr));
 }
@@ -133,15 +136,15 @@ TEST(Lookup, OfIntegersAndLogicalsTakesExactlyTheirWords) {
     for (const auto &row : cases) {
         SztuList *list = loaded(string("x.k=") + row[0], "x");
         int32_t number = -9, logical = -9;
-        const uint32_t numberResult = sztouGetConfigInt(list, nullptr, "k", &number);
-        const uint32_t logicalResult = sztouGetConfigLogical(list, nullptr, "k", &logical);
+        const uint32_t numberResult = vek::getInt(list, nullptr, "k", &number);
+        const uint32_t logicalResult = vek::getLogical(list, nullptr, "k", &logical);
         std::ostringstream results;
         results << numberResult << ' ' << number << ' ' << logicalResult << ' ' << logical;
         EXPECT_EQ(row[1], results.str()) << row[0];
-        EXPECT_EQ(1U, sztouGetConfigInt(list, nullptr, "j", &number));
-        EXPECT_EQ(1U, sztouGetConfigLogical(list, nullptr, "j", &number));
-        EXPECT_EQ(2U, sztouGetConfigInt(list, nullptr, "", &number));
-        EXPECT_EQ(2U, sztouGetConfigLogical(nullptr, nullptr, "k", &logical));
+        EXPECT_EQ(1U, vek::getInt(list, nullptr, "j", &number));
+        EXPECT_EQ(1U, vek::getLogical(list, nullptr, "j", &number));
+        EXPECT_EQ(2U, vek::getInt(list, nullptr, "", &number));
+        EXPECT_EQ(2U, vek::getLogical(nullptr, nullptr, "k", &logical));
         sztucFreeConfigList(list);
     }
     sztUseLogErrorMessage = 1;
@@ -153,7 +156,7 @@ TEST(BaseName, BeginsBehindTheLastSlashThatANameFollows) {
     const char *const cases[][2] = {{"/a/b//", "b//"}, {"name", "name"}, {"/", "/"},
                                     {"a/b", "b"},      {"//x", "x"},     {"", ""}};
     for (const auto &row : cases)
-        EXPECT_STREQ(row[1], sztouBaseName(row[0]));
+        EXPECT_STREQ(row[1], vek::baseName(row[0]));
 }
 
 const string KEY_1(32, '1'), KEY_2(32, '2');
@@ -162,8 +165,8 @@ TEST(Session, TakesItsKeyFromTheFirstSourceThatIsNamed) {
     const TemporaryFile keyFile1(KEY_1), keyFile2(KEY_2);
     const string file1 = keyFile1.path;
     uint8_t defaultKey[SVC_PBE_KEY_LENGTH], salt[SVC_PBE_SALT_LENGTH];
-    sztouBuildDefaultKey(defaultKey);
-    sztouBuildFixedSalt(salt);
+    vek::buildDefaultKey(defaultKey);
+    vek::buildFixedSalt(salt);
     const string builtIn(reinterpret_cast<char *>(defaultKey), sizeof defaultKey);
     const string named2 = "vekcred.keyfile = " + keyFile2.path;
     const struct {

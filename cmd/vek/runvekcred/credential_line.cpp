@@ -102,7 +102,7 @@ bool beginsWithTableKey(const char *line) {
 // A value in encrypted form is kept, and so is any value behind a YES marker: the section declares
 // it encrypted, even when it is clear.
 int32_t processConfigLine(char *line, FILE *output, SvcPBESession *session) {
-    ztm::TraceScope trace(FUNCTION_PROCESS_CONFIG_LINE);
+    ztm::TraceScope trace(vek::FUNCTION_PROCESS_CONFIG_LINE);
     size_t length = strlen(line);
     if (length > 0 && line[length - 1] == '\n')
         line[--length] = '\0';

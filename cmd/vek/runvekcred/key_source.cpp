@@ -6,7 +6,8 @@
 
 #include "runvekcred/message.h"
 #include "shared.h"
-#include "sztoumaa/sztoumaa.h"
+#include "sztoumaa/built_in_key.h"
+#include "sztoumaa/key_source.h"
 #include "zttrc.h"
 
 #define TRC_SOURCE "cmd/vek/runvekcred"
@@ -29,7 +30,7 @@ int32_t CipherSession::useKeyFile(const char *path, const RunFiles &files) {
         TRC_PARMS("Using initial key from file '%s'", path);
         return 0;
     }
-    const char *const name = sztouBaseName(path);
+    const char *const name = vek::baseName(path);
     TRC_PARMS("Failed to read initial key from file %s", name);
     showMessage(SVC_MSG_KEY_FILE_UNUSABLE, svcMakeInserts(result, name, nullptr), __LINE__);
     return static_cast<int32_t>(result);
@@ -37,7 +38,7 @@ int32_t CipherSession::useKeyFile(const char *path, const RunFiles &files) {
 
 void CipherSession::useDefaultKey() {
     TRC_PARMS("No initial keyfile provided. Using default");
-    sztouBuildDefaultKey(defaultKey);
+    vek::buildDefaultKey(defaultKey);
     record.key = defaultKey;
     record.keyLength = SVC_PBE_KEY_LENGTH;
     showMessage(SVC_MSG_DEFAULT_KEY, svcMakeInserts(0, nullptr, nullptr), __LINE__);
@@ -75,7 +76,7 @@ int32_t CipherSession::open(const CommandSettings &settings, const RunFiles &fil
     if (reasonCode != 0)
         return reasonCode;
 
-    sztouBuildFixedSalt(salt);
+    vek::buildFixedSalt(salt);
     record.algorithm = settings.algorithm;
     record.label = vek::LABEL;
     record.saltLength = sizeof salt;

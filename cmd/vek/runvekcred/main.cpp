@@ -188,7 +188,7 @@ int main(int argumentCount, char **arguments) {
         return REASON_NOT_CONSISTENT;
     }
     const Program program(argumentCount, arguments);
-    ztm::TraceScope trace(FUNCTION_COMMAND);
+    ztm::TraceScope trace(vek::FUNCTION_COMMAND);
     int32_t reasonCode = runCommand(&command, argumentCount, arguments);
     if (reasonCode == 0)
         showMessage(SVC_MSG_PROTECTED, svcMakeInserts(0, command.keystorePath, nullptr), __LINE__);

@@ -121,10 +121,6 @@ int runCommandLine(int argumentCount, char **arguments) {
     program.set_version_flag("--version", "vekctl " VEK_VERSION);
     program.require_subcommand(0, 1);
     Run run;
-    addProtect(program, run);
-    addRekey(program, run);
-    addSet(program, run);
-    addUnprotect(program, run);
     addKeygen(program, run);
     addHelp(program, run);
     try {
@@ -134,8 +130,6 @@ int runCommandLine(int argumentCount, char **arguments) {
     } catch (const CLI::ExtrasError &) {
         return refuseArgument(program, chosenCommand(program), program.remaining(true).front());
     } catch (const CLI::RequiredError &error) {
-        return refuse(error.what(), chosenCommand(program));
-    } catch (const UsageError &error) {
         return refuse(error.what(), chosenCommand(program));
     } catch (const CLI::ParseError &) {
         // The text of other errors repeats the argument.

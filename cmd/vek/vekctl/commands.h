@@ -18,7 +18,6 @@
 
 #include <CLI/App.hpp>
 #include <functional>
-#include <stdexcept>
 
 namespace vekctl {
 
@@ -34,16 +33,7 @@ struct Run {
 // --json and --quiet alone, for a command that needs no key.
 void addOutputOptions(CLI::App *command, CommonOptions *common);
 
-// Options that do not go together; a callback throws it. The text repeats no argument.
-struct UsageError : std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
-
 void addKeygen(CLI::App &program, Run &run);
-void addProtect(CLI::App &program, Run &run);
-void addRekey(CLI::App &program, Run &run);
-void addSet(CLI::App &program, Run &run);
-void addUnprotect(CLI::App &program, Run &run);
 
 } // namespace vekctl
 

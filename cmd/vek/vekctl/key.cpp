@@ -4,7 +4,7 @@
 #include "vekctl/key.h"
 
 #include "shared.h"
-#include "sztoumaa/sztoumaa.h"
+#include "sztoumaa/built_in_key.h"
 #include "ztsvc.h"
 
 namespace vekctl {
@@ -40,7 +40,7 @@ CipherSession::CipherSession(const KeySource &source, bool fips) : keySource(sou
         builtInKey.resize(SVC_PBE_KEY_LENGTH);
         session.key = reinterpret_cast<uint8_t *>(builtInKey.data());
         session.keyLength = SVC_PBE_KEY_LENGTH;
-        sztouBuildDefaultKey(
+        vek::buildDefaultKey(
             std::span<uint8_t, SVC_PBE_KEY_LENGTH>(session.key, SVC_PBE_KEY_LENGTH));
     } else {
         openReason =
@@ -51,7 +51,7 @@ CipherSession::CipherSession(const KeySource &source, bool fips) : keySource(sou
     salt.resize(SVC_PBE_SALT_LENGTH);
     session.salt = reinterpret_cast<uint8_t *>(salt.data());
     session.saltLength = SVC_PBE_SALT_LENGTH;
-    sztouBuildFixedSalt(std::span<uint8_t, SVC_PBE_SALT_LENGTH>(session.salt, SVC_PBE_SALT_LENGTH));
+    vek::buildFixedSalt(std::span<uint8_t, SVC_PBE_SALT_LENGTH>(session.salt, SVC_PBE_SALT_LENGTH));
     session.algorithm = SVC_PBE_ALGORITHM_LATEST;
     session.label = vek::LABEL;
     session.fips = fips ? 1 : 0;

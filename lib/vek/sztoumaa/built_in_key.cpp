@@ -4,8 +4,9 @@
  * Whoever has the program can compute the key; it hides a credential from a glance only. Other
  * constants would make every value stored so far unreadable.
  */
-#include "sztoumaa/sztoumaa.h"
+#include "sztoumaa/built_in_key.h"
 
+namespace vek {
 namespace {
 
 // Read through volatile, so that no compiler can put the finished key into the program.
@@ -26,14 +27,16 @@ static_assert(sizeof SALT_WORDS == SVC_PBE_SALT_LENGTH, "three words are the sal
 } // namespace
 
 // The second constant is applied backwards.
-void sztouBuildDefaultKey(std::span<uint8_t, SVC_PBE_KEY_LENGTH> key) {
+void buildDefaultKey(std::span<uint8_t, SVC_PBE_KEY_LENGTH> key) {
     for (size_t i = 0; i < SVC_PBE_KEY_LENGTH; ++i)
         key.data()[i] =
             static_cast<uint8_t>(FIRST_CONSTANT[i] ^ SECOND_CONSTANT[SVC_PBE_KEY_LENGTH - 1 - i]);
 }
 
 // Each word lies in the salt with its lowest byte first, on every machine.
-void sztouBuildFixedSalt(std::span<uint8_t, SVC_PBE_SALT_LENGTH> salt) {
+void buildFixedSalt(std::span<uint8_t, SVC_PBE_SALT_LENGTH> salt) {
     for (size_t i = 0; i < SVC_PBE_SALT_LENGTH; ++i)
         salt.data()[i] = static_cast<uint8_t>(SALT_WORDS[i / 8] >> (8 * (i % 8)));
 }
+
+} // namespace vek

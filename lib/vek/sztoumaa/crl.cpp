@@ -1,101 +1,80 @@
 /*
  * crl.cpp - reader of the section "crl".
  */
-#include "sztoumaa/section_reading.h"
+#include "shared.h"
+#include "sztoumaa/sections.h"
 #include "trace_numbers.h"
-
 #include "zttrc.h"
 
 #include <cstring>
 
 #define TRC_SOURCE "lib/vek/sztoumaa"
 
+namespace vek {
+namespace {
+
+constexpr WordRule MARKER = {
+    .words = YES_NO,
+    .traceAbsent =
+        [](const char *) {
+            TRC_PARMS_AT("%s : %d  Optional CRL ENCRYPTED key not set. Setting a default value.");
+        },
+    .traceRefused =
+        [](const char *) { TRC_PARMS_AT("%s : %d  CRL ENCRYPTED key has incorrect value."); },
+    .showsWord = true};
+
 // "cdp" has three states, because 0 says that the key is not there.
-static constexpr SztouLogicalNumbers CDP = {.yes = 2, .no = 1, .absent = 0, .failed = 0};
-
-static bool readEncrypted(SztouReading *reading, SztouCrlConfig *config) {
-    const SztouWord word = sztouReadWord(reading, "encrypted", SZTOU_YES_NO,
-                                         SztouRefusal::keyAndWord, &config->encrypted);
-    if (word == SztouWord::absent)
-        TRC_PARMS_AT("%s : %d  Optional CRL ENCRYPTED key not set. Setting a default value.");
-    if (word == SztouWord::refused)
-        TRC_PARMS_AT("%s : %d  CRL ENCRYPTED key has incorrect value.");
-    return sztouGoesOn(word);
-}
-
-// With "encrypted" an absent password is decrypted as an empty text all the same, which fails; and the
-// error key names the credential as the reader of "pkcs11" does.
-static bool readPassword(SztouReading *reading, int32_t encrypted, int32_t fips,
-                         SztouLdapServer *server) {
-    static constexpr SztouProtectedKey PASSWORD = {.key = "ldap.pass",
-                                                   .missingResult = SZTOU_QUIET,
-                                                   .absentIsEmpty = true,
-                                                   .lookupErrorKey = nullptr,
-                                                   .restoreErrorKey = "token_pin"};
-    if (encrypted == 0)
-        return sztouReadOptionalText(reading, "ldap.pass", server->pass);
-    return sztouReadProtected(reading, PASSWORD, server->pass, FUNCTION_GET_CRL_CONFIG, fips);
-}
+constexpr LogicalNumbers CDP = {.yes = 2, .no = 1, .absent = 0, .failed = 0};
 
 // Port, user, password and version without a host are dropped.
-static void dropServerWithoutHost(SztouLdapServer *server) {
+void dropServerWithoutHost(SztouLdapServer *server) {
     if (server->host[0] != '\0')
         return;
     server->port = -1;
-    memset(server->user, 0, sizeof(server->user));
-    svcWipe(server->pass, sizeof(server->pass));
+    memset(server->user, 0, sizeof server->user);
+    svcWipe(server->pass, sizeof server->pass);
     server->version = -1;
 }
 
-static bool readLdapServer(SztouReading *reading, int32_t encrypted, int32_t fips,
-                           SztouLdapServer *server) {
-    if (!(sztouReadOptionalText(reading, "ldap.host", server->host) &&
-          sztouReadOptionalInt(reading, "ldap.port", &server->port) &&
-          sztouReadOptionalText(reading, "ldap.user", server->user) &&
-          readPassword(reading, encrypted, fips, server) &&
-          sztouReadOptionalInt(reading, "ldap.version", &server->version)))
-        return false;
-    dropServerWithoutHost(server);
-    return true;
+} // namespace
+
+void readCrl(Reading &reading, SztouCrlConfig *config, int32_t fips) {
+    SztouLdapServer *const server = &config->ldapServers[0];
+    reading.readWord("encrypted", MARKER, &config->encrypted);
+    reading.readLogical("cdp", CDP, &config->cdp);
+    reading.readText("ldap.host", server->host, OPTIONAL);
+    reading.readInt("ldap.port", &server->port);
+    reading.readText("ldap.user", server->user, OPTIONAL);
+    // With "encrypted" an absent password is decrypted as an empty text all the same, which fails; and the
+    // error key names the credential as the reader of "pkcs11" does.
+    reading.readCredential("ldap.pass", server->pass, OPTIONAL,
+                           {.encrypted = config->encrypted, .fips = fips, .errorKey = "token_pin"});
+    reading.readInt("ldap.version", &server->version);
+    if (reading.goesOn())
+        dropServerWithoutHost(server);
+    reading.readText("ldap.library", config->ldapLibrary, OPTIONAL);
+    reading.readInt("ldap.cache_lifetime", &config->ldapCacheLifetime);
+    reading.readInt("ldap.cache_size", &config->ldapCacheSize);
+    reading.readText("http.proxy.host", config->httpProxyHost, OPTIONAL);
+    reading.readInt("http.proxy.port", &config->httpProxyPort);
+    reading.readInt("http.max_response_size", &config->httpMaxResponseSize);
+    reading.readInt("http.timeout", &config->httpTimeout);
+    reading.readInt("http.cache_size", &config->httpCacheSize);
+    // The reserved text has no key.
+    if (reading.goesOn())
+        memset(config->reserved, 0, sizeof config->reserved);
+    reading.readLogical("log", FLAG, &config->log);
+    // A section that sets nothing is accepted; "log" alone sets something, and is refused.
+    if (reading.refuseIf(reading.foundAny() && config->cdp == 0 && server->host[0] == '\0',
+                         "ldap.host"))
+        TRC_PARMS_AT("%s : %d  CRL configuration is not usable.");
 }
 
-// The reserved text has no key; it is cleared once everything before "log" could be read.
-static bool readLog(SztouReading *reading, SztouCrlConfig *config) {
-    memset(config->reserved, 0, sizeof(config->reserved));
-    return sztouReadLogical(reading, "log", SZTOU_FLAG, &config->log);
-}
-
-// A section that sets nothing is accepted; "log" alone sets something, and is refused.
-static bool checkUsable(SztouReading *reading, const SztouCrlConfig *config) {
-    if (!reading->anyKeyFound || config->cdp != 0 || config->ldapServers[0].host[0] != '\0')
-        return true;
-    TRC_PARMS_AT("%s : %d  CRL configuration is not usable.");
-    return sztouStopReading(reading, SZTU_BAD_CONFIG, "ldap.host");
-}
-
-static bool readCrlSection(SztouReading *reading, SztouCrlConfig *config, int32_t fips) {
-    return sztouCheckArguments(reading, config != nullptr) &&
-           sztouLoadSection(reading, /* reportErrors= */ 1) && readEncrypted(reading, config) &&
-           sztouReadLogical(reading, "cdp", CDP, &config->cdp) &&
-           readLdapServer(reading, config->encrypted, fips, &config->ldapServers[0]) &&
-           sztouReadOptionalText(reading, "ldap.library", config->ldapLibrary) &&
-           sztouReadOptionalInt(reading, "ldap.cache_lifetime", &config->ldapCacheLifetime) &&
-           sztouReadOptionalInt(reading, "ldap.cache_size", &config->ldapCacheSize) &&
-           sztouReadOptionalText(reading, "http.proxy.host", config->httpProxyHost) &&
-           sztouReadOptionalInt(reading, "http.proxy.port", &config->httpProxyPort) &&
-           sztouReadOptionalInt(reading, "http.max_response_size", &config->httpMaxResponseSize) &&
-           sztouReadOptionalInt(reading, "http.timeout", &config->httpTimeout) &&
-           sztouReadOptionalInt(reading, "http.cache_size", &config->httpCacheSize) &&
-           readLog(reading, config) && checkUsable(reading, config);
-}
+} // namespace vek
 
 uint32_t sztouGetCrlConfig(SztouCrlConfig *config, const char *keystorePath, char *errorKey,
                            int32_t fips) {
-    TRC_ENTRY(FUNCTION_GET_CRL_CONFIG);
-    SztouReading reading;
-    sztouBeginReading(&reading, "crl", keystorePath, errorKey);
-    (void)readCrlSection(&reading, config, fips);
-    const uint32_t result = sztouEndReading(&reading);
-    TRC_RETCODE(FUNCTION_GET_CRL_CONFIG, result);
-    return result;
+    return vek::readSection(
+        {vek::FUNCTION_GET_CRL_CONFIG, vek::CRL_SECTION, keystorePath, errorKey}, config != nullptr,
+        [=](vek::Reading &reading) { vek::readCrl(reading, config, fips); });
 }

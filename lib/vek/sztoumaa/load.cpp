@@ -1,35 +1,36 @@
 /*
  * load.cpp - loads one section of keystore.conf.
  */
+#include "sztoumaa/load.h"
+
+#include "common/guards.h"
 #include "shared.h"
 #include "sztoumaa/message.h"
-#include "sztoumaa/sztoumaa.h"
 #include "trace_numbers.h"
 #include "zttrc.h"
 
 #define TRC_SOURCE "lib/vek/sztoumaa"
 
+namespace vek {
 namespace {
 
-constexpr size_t ERROR_TEXT_CAPACITY = 1024;
-
-void showFileMessage(uint32_t number, const char *file, int32_t reportErrors, int32_t line) {
+void showFileMessage(uint32_t number, const char *file, int32_t reportErrors,
+                     int32_t line = __builtin_LINE()) {
     if (reportErrors != 0)
-        sztouShowMessage(number, svcMakeInserts(/* numeric1= */ 0, file, /* string2= */ nullptr),
-                         line);
+        showMessage(number, svcMakeInserts(/* numeric1= */ 0, file, /* string2= */ nullptr), line);
 }
 
 uint32_t findStandardPath(char *path, int32_t reportErrors) {
-    const uint32_t result = sztucGetConfigFilePath(path, vek::FILE_VARIABLE, vek::FILE_NAME);
+    const uint32_t result = sztucGetConfigFilePath(path, FILE_VARIABLE, FILE_NAME);
     if (result == SZTU_OK)
         return SZTU_OK;
-    showFileMessage(SVC_MSG_NO_LOCATION, vek::FILE_NAME, reportErrors, __LINE__);
+    showFileMessage(SVC_MSG_NO_LOCATION, FILE_NAME, reportErrors);
     TRC_PARMS_AT("%s : %d  Cannot get config file path");
     return result;
 }
 
 void traceErrorNumber(int32_t errorNumber) {
-    char errorText[ERROR_TEXT_CAPACITY] = {};
+    char errorText[1024] = {};
     (void)svcStrerrorEx(errorNumber, errorText, sizeof errorText, /* options= */ 0, /* style= */ 1);
     errorText[sizeof errorText - 1] = '\0';
     TRC_PARMS_AT("%s : %d  errno '%d': %s", errorNumber, errorText);
@@ -39,7 +40,7 @@ uint32_t readText(const char *path, char **text, int32_t reportErrors) {
     int32_t errorNumber = 0;
     if (sztucReadConfigFile(path, text, &errorNumber) == SZTU_OK)
         return SZTU_OK;
-    showFileMessage(SVC_MSG_FILE_UNUSABLE, path, reportErrors, __LINE__);
+    showFileMessage(SVC_MSG_FILE_UNUSABLE, path, reportErrors);
     TRC_PARMS_AT("%s : %d  Cannot read config file '%s'", path);
     if (errorNumber != 0)
         traceErrorNumber(errorNumber);
@@ -53,7 +54,7 @@ uint32_t parseSection(const char *path, char *text, SztuList **list, const char 
     sztucFreeConfigList(*list);
     *list = SztuListCreate();
     if (sztucParseConfigFile(text, *list) != SZTU_OK) {
-        showFileMessage(SVC_MSG_FILE_UNUSABLE, path, reportErrors, __LINE__);
+        showFileMessage(SVC_MSG_FILE_UNUSABLE, path, reportErrors);
         TRC_PARMS_AT("%s : %d  Cannot parse config file");
         return SZTU_CANNOT_PARSE;
     }
@@ -61,8 +62,8 @@ uint32_t parseSection(const char *path, char *text, SztuList **list, const char 
     return (*list)->SztuListCount(*list) != 0 ? SZTU_OK : SZTU_SECTION_EMPTY;
 }
 
-uint32_t loadSection(const char *path, SztuList **list, const char *section, int32_t reportErrors,
-                     char **text) {
+uint32_t load(const char *path, SztuList **list, const char *section, int32_t reportErrors,
+              char **text) {
     TRC_PARMS_AT("%s : %d  Loading section '%s'", section);
     if (section[0] == '\0')
         return SZTU_BAD_ARGUMENTS;
@@ -81,16 +82,15 @@ uint32_t loadSection(const char *path, SztuList **list, const char *section, int
 
 } // namespace
 
-uint32_t sztouLoadConfigSection(const char *path, SztuList **list, const char *section,
-                                int32_t reportErrors) {
-    TRC_ENTRY(FUNCTION_LOAD_CONFIG_SECTION);
-    char *text = nullptr;
-    const uint32_t result = loadSection(path, list, section, reportErrors, &text);
+uint32_t loadSection(const char *path, SztuList **list, const char *section, int32_t reportErrors) {
+    ztm::TraceScope trace(FUNCTION_LOAD_CONFIG_SECTION);
+    ztm::Memory<char> text;
+    const uint32_t result = load(path, list, section, reportErrors, text.receive());
     if (result != SZTU_OK) {
         sztucFreeConfigList(*list);
         *list = nullptr;
     }
-    (void)svcFreeMemFn(/* subpool= */ 0, SVC_COMPONENT_VEK, FUNCTION_LOAD_CONFIG_SECTION, text);
-    TRC_RETCODE(FUNCTION_LOAD_CONFIG_SECTION, result);
-    return result;
+    return trace.returns(result);
 }
+
+} // namespace vek

@@ -1,8 +1,9 @@
 /*
  * lookup.cpp - the value of one key of a section: text, integer, logical.
  */
+#include "sztoumaa/lookup.h"
+
 #include "sztoumaa/message.h"
-#include "sztoumaa/sztoumaa.h"
 #include "trace_numbers.h"
 #include "zttrc.h"
 #include "ztutl.h"
@@ -12,10 +13,11 @@
 
 #define TRC_SOURCE "lib/vek/sztoumaa"
 
+namespace vek {
 namespace {
 
-constexpr int32_t INTEGER_LENGTH = 20;
-constexpr int32_t LOGICAL_LENGTH = 50;
+constexpr size_t INTEGER_LENGTH = 20;
+constexpr size_t LOGICAL_LENGTH = 50;
 
 struct LogicalWord {
     const char *word;
@@ -40,90 +42,68 @@ bool isUsable(const SztuList *list, const char *key) {
 
 uint32_t refuseMissing(const char *configPath, const char *key, uint32_t missingResult) {
     if (missingResult == SZTU_OK)
-        sztouShowMessage(SVC_MSG_KEY_MISSING, svcMakeInserts(/* numeric1= */ 0, configPath, key),
-                         __LINE__);
+        showMessage(SVC_MSG_KEY_MISSING, svcMakeInserts(/* numeric1= */ 0, configPath, key));
     TRC_PARMS_AT("%s : %d  Config file does not contain '%s' entry", key);
     return missingResult == SZTU_OK ? static_cast<uint32_t>(SZTU_BAD_CONFIG) : missingResult;
 }
 
-uint32_t getValue(SztuList *list, const char *configPath, const char *key, char *destination,
-                  int32_t destinationLength, uint32_t missingResult) {
+} // namespace
+
+uint32_t getText(SztuList *list, const char *configPath, const char *key,
+                 std::span<char> destination, uint32_t missingResult) {
+    ztm::TraceScope trace(FUNCTION_GET_CONFIG_VALUE);
     TRC_PARMS_AT("%s : %d  Getting key '%s'", key);
     if (!isUsable(list, key))
-        return SZTU_BAD_ARGUMENTS;
+        return trace.returns(SZTU_BAD_ARGUMENTS);
     const uint32_t count = list->SztuListCountIfWithData(list, sztucFindKey, asData(key));
     // A key that is written twice is refused, the optional one too: which line holds is not known.
     if (count > 1) {
-        sztouShowMessage(SVC_MSG_DUPLICATE_KEY, svcMakeInserts(/* numeric1= */ 0, configPath, key),
-                         __LINE__);
+        showMessage(SVC_MSG_DUPLICATE_KEY, svcMakeInserts(/* numeric1= */ 0, configPath, key));
         TRC_PARMS_AT("%s : %d  Config file contains more than one '%s' entry", key);
-        return SZTU_BAD_CONFIG;
+        return trace.returns(SZTU_BAD_CONFIG);
     }
     if (count == 0)
-        return refuseMissing(configPath, key, missingResult);
+        return trace.returns(refuseMissing(configPath, key, missingResult));
     const SztuListNode *const node = list->SztuListFindWithData(list, sztucFindKey, asData(key));
-    utlCopyBounded(destination, static_cast<const SztucConfigItem *>(node->item)->value,
-                   static_cast<size_t>(destinationLength));
-    return SZTU_OK;
+    utlCopyBounded(destination.data(), static_cast<const SztucConfigItem *>(node->item)->value,
+                   destination.size());
+    return trace.returns(SZTU_OK);
 }
 
-// A text behind the digits is ignored, and so is the range: only the low 32 bits are kept.
+// A text behind the digits is ignored, and so is the range.
 uint32_t getInt(SztuList *list, const char *configPath, const char *key, int32_t *result) {
+    ztm::TraceScope trace(FUNCTION_GET_CONFIG_INT);
     if (!isUsable(list, key))
-        return SZTU_BAD_ARGUMENTS;
+        return trace.returns(SZTU_BAD_ARGUMENTS);
     char value[INTEGER_LENGTH + 1] = {};
-    const uint32_t code =
-        sztouGetConfigValue(list, configPath, key, value, INTEGER_LENGTH, SZTU_KEY_NOT_PRESENT);
+    const uint32_t code = getText(list, configPath, key, std::span(value).first<INTEGER_LENGTH>(),
+                                  SZTU_KEY_NOT_PRESENT);
     if (code == SZTU_KEY_NOT_PRESENT)
         *result = 0;
     if (code == SZTU_OK && value[0] != '\0')
         *result = static_cast<int32_t>(strtol(value, nullptr, 10));
-    return code;
+    return trace.returns(code);
 }
 
 uint32_t getLogical(SztuList *list, const char *configPath, const char *key, int32_t *result) {
+    ztm::TraceScope trace(FUNCTION_GET_CONFIG_LOGICAL);
     if (!isUsable(list, key))
-        return SZTU_BAD_ARGUMENTS;
+        return trace.returns(SZTU_BAD_ARGUMENTS);
     char value[LOGICAL_LENGTH + 1] = {};
-    const uint32_t code =
-        sztouGetConfigValue(list, configPath, key, value, LOGICAL_LENGTH, SZTU_KEY_NOT_PRESENT);
+    const uint32_t code = getText(list, configPath, key, std::span(value).first<LOGICAL_LENGTH>(),
+                                  SZTU_KEY_NOT_PRESENT);
     if (code != SZTU_OK)
-        return code;
+        return trace.returns(code);
     utlUpperCase(value, LOGICAL_LENGTH);
     for (const LogicalWord &entry : LOGICAL_WORDS) {
         if (strcmp(value, entry.word) == 0) {
             *result = entry.value;
-            return SZTU_OK;
+            return trace.returns(SZTU_OK);
         }
     }
     // Deliberately without a numbered message.
     TRC_PARMS_AT("%s : %d  The value of '%s' key is not of logical type.", key);
-    return SZTU_BAD_CONFIG;
+    return trace.returns(SZTU_BAD_CONFIG);
 }
 
-} // namespace
-
-uint32_t sztouGetConfigValue(SztuList *list, const char *configPath, const char *key,
-                             char *destination, int32_t destinationLength, uint32_t missingResult) {
-    TRC_ENTRY(FUNCTION_GET_CONFIG_VALUE);
-    const uint32_t result =
-        getValue(list, configPath, key, destination, destinationLength, missingResult);
-    TRC_RETCODE(FUNCTION_GET_CONFIG_VALUE, result);
-    return result;
-}
-
-uint32_t sztouGetConfigInt(SztuList *list, const char *configPath, const char *key,
-                           int32_t *result) {
-    TRC_ENTRY(FUNCTION_GET_CONFIG_INT);
-    const uint32_t code = getInt(list, configPath, key, result);
-    TRC_RETCODE(FUNCTION_GET_CONFIG_INT, code);
-    return code;
-}
-
-uint32_t sztouGetConfigLogical(SztuList *list, const char *configPath, const char *key,
-                               int32_t *result) {
-    TRC_ENTRY(FUNCTION_GET_CONFIG_LOGICAL);
-    const uint32_t code = getLogical(list, configPath, key, result);
-    TRC_RETCODE(FUNCTION_GET_CONFIG_LOGICAL, code);
-    return code;
-}
+} // namespace vek

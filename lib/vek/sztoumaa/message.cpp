@@ -7,11 +7,10 @@
 
 #define TRC_SOURCE "lib/vek/sztoumaa"
 
-static constexpr uint32_t MESSAGE_OPTIONS = 0xF0000001;
-
 uint32_t sztUseLogErrorMessage = 1;
 
-void sztouShowMessage(uint32_t number, const SvcMessageInserts &inserts, int32_t line) {
+void vek::showMessage(uint32_t number, const SvcMessageInserts &inserts, int32_t line) {
+    constexpr uint32_t MESSAGE_OPTIONS = 0xF0000001;
     if (sztUseLogErrorMessage == 0)
         return;
     (void)svcDisplayMessageForError(svcIC_MINI_SUBPOOL.handle, svcIC_MINI_SUBPOOL.word, number,

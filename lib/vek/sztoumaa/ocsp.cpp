@@ -1,76 +1,67 @@
 /*
  * ocsp.cpp - reader of the section "ocsp".
  */
-#include "sztoumaa/section_reading.h"
+#include "shared.h"
+#include "sztoumaa/sections.h"
 #include "trace_numbers.h"
-
 #include "zttrc.h"
 
 #define TRC_SOURCE "lib/vek/sztoumaa"
 
+namespace vek {
+namespace {
+
 // "enable" has three states, because 0 says that the key is not there.
-static constexpr SztouLogicalNumbers ENABLE = {.yes = 2, .no = 1, .absent = 0, .failed = 0};
-static constexpr SztouLogicalNumbers CHOICE = {.yes = 1, .no = 0, .absent = -1, .failed = -1};
+constexpr LogicalNumbers ENABLE = {.yes = 2, .no = 1, .absent = 0, .failed = 0};
+constexpr LogicalNumbers CHOICE = {.yes = 1, .no = 0, .absent = -1, .failed = -1};
 
-static constexpr SztouWordValue UNKNOWN_WORDS[] = {{"REJECT", 1}, {"ACCEPT", 2}, {"WARN", 3}};
+constexpr WordValue UNKNOWN_WORDS[] = {{"REJECT", 1}, {"ACCEPT", 2}, {"WARN", 3}};
+constexpr WordRule UNKNOWN = {
+    .words = UNKNOWN_WORDS,
+    .traceAbsent =
+        [](const char *) {
+            TRC_PARMS_AT("%s : %d  Optional OCSP UNKNOWN key not set. Setting a default value.");
+        },
+    .traceRefused =
+        [](const char *) { TRC_PARMS_AT("%s : %d  OCSP UNKNOWN key has incorrect value."); },
+    .showsWord = true};
 
-static bool readUnknown(SztouReading *reading, SztouOcspConfig *config) {
-    const SztouWord word = sztouReadWord(reading, "unknown", UNKNOWN_WORDS,
-                                         SztouRefusal::keyAndWord, &config->unknown);
-    if (word == SztouWord::absent)
-        TRC_PARMS_AT("%s : %d  Optional OCSP UNKNOWN key not set. Setting a default value.");
-    if (word == SztouWord::refused)
-        TRC_PARMS_AT("%s : %d  OCSP UNKNOWN key has incorrect value.");
-    return sztouGoesOn(word);
+constexpr int32_t LOWEST_SIGNATURE = -1;
+constexpr int32_t HIGHEST_SIGNATURE = 2;
+
+} // namespace
+
+void readOcsp(Reading &reading, SztouOcspConfig *config) {
+    reading.readLogical("enable", ENABLE, &config->enable);
+    reading.readText("url", config->url, OPTIONAL);
+    reading.readText("http.proxy.host", config->httpProxyHost, OPTIONAL);
+    reading.readInt("http.proxy.port", &config->httpProxyPort);
+    reading.readWord("unknown", UNKNOWN, &config->unknown);
+    reading.readLogical("nonce.generation", CHOICE, &config->nonceGeneration);
+    reading.readLogical("nonce.check", CHOICE, &config->nonceCheck);
+    reading.readInt("nonce.size", &config->nonceSize);
+    reading.readLogical("http.get", CHOICE, &config->httpGet);
+    reading.readInt("max_response_size", &config->maxResponseSize);
+    reading.readInt("cache_size", &config->cacheSize);
+    reading.readInt("timeout", &config->timeout);
+    reading.readInt("signature", &config->signature);
+    // A refused mode stays in the record.
+    if (reading.refuseIf(config->signature < LOWEST_SIGNATURE ||
+                             config->signature > HIGHEST_SIGNATURE,
+                         "signature"))
+        TRC_PARMS_AT("%s : %d  Wrong OCSP SIGNATURE value");
+    reading.readLogical("log", FLAG, &config->log);
+    // "unknown" alone sets nothing; "log" alone does, and is refused.
+    if (reading.refuseIf(reading.foundAny() && config->enable == 0 && config->url[0] == '\0' &&
+                             config->httpProxyHost[0] == '\0',
+                         "url"))
+        TRC_PARMS_AT("%s : %d  Missing mandatory OCSP keys ");
 }
 
-// A refused mode stays in the record.
-static bool readSignature(SztouReading *reading, SztouOcspConfig *config) {
-    static constexpr int32_t LOWEST_MODE = -1;
-    static constexpr int32_t HIGHEST_MODE = 2;
-    if (!sztouReadOptionalInt(reading, "signature", &config->signature))
-        return false;
-    if (config->signature >= LOWEST_MODE && config->signature <= HIGHEST_MODE)
-        return true;
-    TRC_PARMS_AT("%s : %d  Wrong OCSP SIGNATURE value");
-    return sztouStopReading(reading, SZTU_BAD_CONFIG, "signature");
-}
-
-// "unknown" alone sets nothing; "log" alone does, and is refused.
-static bool checkMinimumSet(SztouReading *reading, const SztouOcspConfig *config) {
-    if (!reading->anyKeyFound || config->enable != 0 || config->url[0] != '\0' ||
-        config->httpProxyHost[0] != '\0')
-        return true;
-    TRC_PARMS_AT("%s : %d  Missing mandatory OCSP keys ");
-    return sztouStopReading(reading, SZTU_BAD_CONFIG, "url");
-}
-
-static bool readOcspSection(SztouReading *reading, SztouOcspConfig *config) {
-    return sztouCheckArguments(reading, config != nullptr) &&
-           sztouLoadSection(reading, /* reportErrors= */ 1) &&
-           sztouReadLogical(reading, "enable", ENABLE, &config->enable) &&
-           sztouReadOptionalText(reading, "url", config->url) &&
-           sztouReadOptionalText(reading, "http.proxy.host", config->httpProxyHost) &&
-           sztouReadOptionalInt(reading, "http.proxy.port", &config->httpProxyPort) &&
-           readUnknown(reading, config) &&
-           sztouReadLogical(reading, "nonce.generation", CHOICE, &config->nonceGeneration) &&
-           sztouReadLogical(reading, "nonce.check", CHOICE, &config->nonceCheck) &&
-           sztouReadOptionalInt(reading, "nonce.size", &config->nonceSize) &&
-           sztouReadLogical(reading, "http.get", CHOICE, &config->httpGet) &&
-           sztouReadOptionalInt(reading, "max_response_size", &config->maxResponseSize) &&
-           sztouReadOptionalInt(reading, "cache_size", &config->cacheSize) &&
-           sztouReadOptionalInt(reading, "timeout", &config->timeout) &&
-           readSignature(reading, config) &&
-           sztouReadLogical(reading, "log", SZTOU_FLAG, &config->log) &&
-           checkMinimumSet(reading, config);
-}
+} // namespace vek
 
 uint32_t sztouGetOcspConfig(SztouOcspConfig *config, const char *keystorePath, char *errorKey) {
-    TRC_ENTRY(FUNCTION_GET_OCSP_CONFIG);
-    SztouReading reading;
-    sztouBeginReading(&reading, "ocsp", keystorePath, errorKey);
-    (void)readOcspSection(&reading, config);
-    const uint32_t result = sztouEndReading(&reading);
-    TRC_RETCODE(FUNCTION_GET_OCSP_CONFIG, result);
-    return result;
+    return vek::readSection(
+        {vek::FUNCTION_GET_OCSP_CONFIG, vek::OCSP_SECTION, keystorePath, errorKey},
+        config != nullptr, [=](vek::Reading &reading) { vek::readOcsp(reading, config); });
 }

@@ -1,228 +1,236 @@
 /*
- * section_reading.cpp - the record of one reading, and the kinds of keys.
+ * section_reading.cpp - one reading of a section, and the kinds of keys.
  */
 #include "sztoumaa/section_reading.h"
 
-#include "zttrc.h"
+#include "common/guards.h"
+#include "sztoumaa/channel_cache.h"
+#include "sztoumaa/load.h"
+#include "sztoumaa/lookup.h"
 #include "ztutl.h"
 
+#include <algorithm>
 #include <cstring>
 
 #define TRC_SOURCE "lib/vek/sztoumaa"
 
-static constexpr int32_t ABSENT_INTEGER = -1;
+namespace vek {
+namespace {
 
-static void resetErrorKey(SztouReading *reading) {
-    if (reading->errorKey != nullptr)
-        utlCopyBounded(reading->errorKey, reading->section, strlen(reading->section) + 1);
+struct ClearText {
+    char *text = nullptr;
+    int32_t length = 0;
+    ~ClearText() {
+        if (text != nullptr)
+            (void)svcPBEFreeBuf(text, length);
+    }
+};
+
+} // namespace
+
+void traceSkipped(const char *key) {
+    TRC_PARMS_AT("%s : %d  Optional %s key not set. Skipping it.", key);
 }
 
-void sztouBeginReading(SztouReading *reading, const char *section, const char *keystorePath,
-                       char *errorKey) {
-    reading->section = section;
-    reading->keystorePath = keystorePath;
-    reading->errorKey = errorKey;
-    resetErrorKey(reading);
+Reading::Reading(const ReadingSource &readFrom)
+    : Reading(readFrom, /* sectionList= */ nullptr, /* openSession= */ nullptr) {
+    ownsList = true;
 }
 
-uint32_t sztouEndReading(SztouReading *reading) {
-    if (reading->sessionOpen)
-        (void)sztouTermPBE(&reading->session);
-    if (!reading->listIsCached)
-        sztucFreeConfigList(reading->list);
-    return reading->result;
+Reading::Reading(const ReadingSource &readFrom, SztuList *sectionList, SvcPBESession *openSession)
+    : source(readFrom), list(sectionList), session(openSession) {
+    resetErrorKey();
 }
 
-static void appendToErrorKey(SztouReading *reading, const char *text, size_t limit) {
-    if (reading->errorKey != nullptr)
-        utlAppendBounded(reading->errorKey, text, limit);
+Reading::~Reading() {
+    if (session == &ownSession)
+        (void)sztouTermPBE(&ownSession);
+    if (ownsList)
+        sztucFreeConfigList(list);
 }
 
-bool sztouStopReading(SztouReading *reading, uint32_t result, const char *errorKey) {
-    reading->result = result;
+void Reading::resetErrorKey() {
+    if (source.errorKey != nullptr)
+        utlCopyBounded(source.errorKey, source.section, strlen(source.section) + 1);
+}
+
+void Reading::appendToErrorKey(const char *text, size_t limit) {
+    if (source.errorKey != nullptr)
+        utlAppendBounded(source.errorKey, text, limit);
+}
+
+void Reading::stop(uint32_t result, const char *errorKey) {
+    settled = result;
+    isOver = true;
     if (errorKey == nullptr)
-        return false;
-    appendToErrorKey(reading, ".", /* limit= */ 1);
-    appendToErrorKey(reading, errorKey, strlen(errorKey));
-    return false;
+        return;
+    appendToErrorKey(".", /* limit= */ 1);
+    appendToErrorKey(errorKey, strlen(errorKey));
 }
 
-bool sztouLoadSection(SztouReading *reading, int32_t reportErrors) {
-    const uint32_t result = sztouLoadConfigSection(reading->keystorePath, &reading->list,
-                                                   reading->section, reportErrors);
-    if (result == SZTU_OK)
-        return true;
-    return sztouStopReading(reading, result, /* errorKey= */ nullptr);
-}
-
-bool sztouTakeCachedSection(SztouReading *reading) {
-    reading->list = sztouCachedSection(reading->keystorePath);
-    reading->listIsCached = reading->list != nullptr;
-    return reading->listIsCached;
-}
-
-SztouChannelKey sztouBuildChannelKey(const char *beginning, const char *channelName) {
-    SztouChannelKey key = {};
-    utlCopyBounded(key.text, beginning, sizeof(key.text) - SZTOU_CHANNEL_LENGTH - 1);
-    utlAppendBounded(key.text, channelName, SZTOU_CHANNEL_LENGTH);
-    key.text[strcspn(key.text, " ")] = '\0';
-    return key;
-}
-
-// Returns the result of the lookup, and keeps it in the reading.
-static uint32_t lookUp(SztouReading *reading, const char *key, std::span<char> field,
-                       uint32_t missingResult) {
-    reading->lastLookup =
-        sztouGetConfigValue(reading->list, reading->keystorePath, key, field.data(),
-                            static_cast<int32_t>(field.size()), missingResult);
-    return reading->lastLookup;
-}
-
-bool sztouReadText(SztouReading *reading, const char *key, std::span<char> field,
-                   uint32_t missingResult) {
-    const uint32_t result = lookUp(reading, key, field, missingResult);
-    if (result == SZTU_OK)
-        return true;
-    return sztouStopReading(reading, result, key);
-}
-
-bool sztouReadOptionalText(SztouReading *reading, const char *key, std::span<char> field) {
-    const uint32_t result = lookUp(reading, key, field, SZTU_KEY_NOT_PRESENT);
-    if (result == SZTU_KEY_NOT_PRESENT) {
-        TRC_PARMS_AT("%s : %d  Optional %s key not set. Skipping it.", key);
-        memset(field.data(), 0, field.size());
-        return true;
+// The cached section is "cms": while the cache serves the file, the channel keys of every reader are looked
+// up there.
+void Reading::load() {
+    const bool isChannel = source.traceCached != nullptr;
+    if (isChannel)
+        list = cachedSection(source.keystorePath);
+    if (list != nullptr) {
+        ownsList = false;
+        return source.traceCached(list);
     }
+    const uint32_t result = loadSection(source.keystorePath, &list, source.section,
+                                        /* reportErrors= */ isChannel ? 0 : 1);
     if (result != SZTU_OK)
-        return sztouStopReading(reading, result, /* errorKey= */ nullptr);
-    reading->anyKeyFound = true;
-    return true;
+        stop(result);
 }
 
-bool sztouReadOptionalInt(SztouReading *reading, const char *key, int32_t *field) {
+uint32_t Reading::lookUp(const char *key, std::span<char> field, const TextRule &rule) {
+    const uint32_t result = getText(list, source.keystorePath, key, field, rule.missingResult);
+    if (result == SZTU_OK)
+        anyKeyFound = true;
+    else if (result == SZTU_KEY_NOT_PRESENT && rule.traceAbsent != nullptr)
+        rule.traceAbsent(key);
+    else
+        stop(result, rule.isNamed ? key : nullptr);
+    return result;
+}
+
+bool Reading::readText(const char *key, std::span<char> field, const TextRule &rule) {
+    if (isOver)
+        return false;
+    const uint32_t result = lookUp(key, field, rule);
+    if (!isOver && result != SZTU_OK)
+        memset(field.data(), 0, field.size());
+    return result == SZTU_OK;
+}
+
+bool Reading::readInt(const char *key, int32_t *field) {
+    constexpr int32_t ABSENT = -1;
+    if (isOver)
+        return false;
     int32_t value = 0;
-    reading->lastLookup = sztouGetConfigInt(reading->list, reading->keystorePath, key, &value);
-    if (reading->lastLookup == SZTU_KEY_NOT_PRESENT) {
-        TRC_PARMS_AT("%s : %d  Optional %s key not set. Skipping it.", key);
-        *field = ABSENT_INTEGER;
-        return true;
+    const uint32_t result = getInt(list, source.keystorePath, key, &value);
+    if (result == SZTU_KEY_NOT_PRESENT) {
+        traceSkipped(key);
+        *field = ABSENT;
+        return false;
     }
-    if (reading->lastLookup != SZTU_OK)
-        return sztouStopReading(reading, reading->lastLookup, /* errorKey= */ nullptr);
+    if (result != SZTU_OK) {
+        stop(result);
+        return false;
+    }
     *field = value;
-    reading->anyKeyFound = true;
+    anyKeyFound = true;
     return true;
 }
 
-bool sztouReadLogical(SztouReading *reading, const char *key, const SztouLogicalNumbers &numbers,
-                      int32_t *field) {
+bool Reading::readLogical(const char *key, const LogicalNumbers &numbers, int32_t *field) {
+    if (isOver)
+        return false;
     int32_t isTrue = 0;
-    reading->lastLookup = sztouGetConfigLogical(reading->list, reading->keystorePath, key, &isTrue);
-    if (reading->lastLookup == SZTU_KEY_NOT_PRESENT) {
+    const uint32_t result = getLogical(list, source.keystorePath, key, &isTrue);
+    if (result == SZTU_KEY_NOT_PRESENT) {
         TRC_PARMS_AT("%s : %d  Optional %s key not set. ", key);
         *field = numbers.absent;
-        return true;
+        return false;
     }
-    if (reading->lastLookup != SZTU_OK) {
+    if (result != SZTU_OK) {
         *field = numbers.failed;
-        return sztouStopReading(reading, reading->lastLookup, key);
+        stop(result, key);
+        return false;
     }
     *field = isTrue != 0 ? numbers.yes : numbers.no;
-    reading->anyKeyFound = true;
+    anyKeyFound = true;
     return true;
 }
 
-static SztouWord refuseWord(SztouReading *reading, const char *key, const char *word,
-                            SztouRefusal refusal, size_t shownLength) {
-    sztouStopReading(reading, SZTU_BAD_CONFIG, key);
-    if (refusal == SztouRefusal::keyAndWord) {
-        appendToErrorKey(reading, "=", /* limit= */ 1);
-        appendToErrorKey(reading, word, shownLength);
-    }
-    return SztouWord::refused;
-}
-
-SztouWord sztouReadWord(SztouReading *reading, const char *key,
-                        std::span<const SztouWordValue> words, SztouRefusal refusal,
-                        int32_t *field) {
-    static constexpr size_t LOOKUP_LENGTH = 10;
-    static constexpr size_t UPPER_CASE_LENGTH = 9;
+bool Reading::readWord(const char *key, const WordRule &rule, int32_t *field) {
+    constexpr size_t LOOKUP_LENGTH = 10;
+    constexpr size_t UPPER_CASE_LENGTH = 9;
+    if (isOver)
+        return false;
     char word[LOOKUP_LENGTH + 1] = {};
-    const uint32_t result =
-        lookUp(reading, key, std::span(word).first(LOOKUP_LENGTH), SZTU_KEY_NOT_PRESENT);
+    const uint32_t result = getText(list, source.keystorePath, key,
+                                    std::span(word).first<LOOKUP_LENGTH>(), SZTU_KEY_NOT_PRESENT);
     if (result == SZTU_KEY_NOT_PRESENT) {
         *field = 0;
-        return SztouWord::absent;
+        rule.traceAbsent(key);
+        return false;
     }
     // An empty value ends the reading with success and leaves the rest of the record as it was.
     if (result != SZTU_OK || word[0] == '\0') {
-        sztouStopReading(reading, result, /* errorKey= */ nullptr);
-        return SztouWord::ended;
+        stop(result);
+        return false;
     }
     utlUpperCase(word, UPPER_CASE_LENGTH);
-    for (const SztouWordValue &accepted : words) {
+    for (const WordValue &accepted : rule.words) {
         if (strcmp(word, accepted.word) == 0) {
             *field = accepted.value;
-            return SztouWord::taken;
+            return true;
         }
     }
     *field = 0;
-    return refuseWord(reading, key, word, refusal, LOOKUP_LENGTH);
-}
-
-static bool openSession(SztouReading *reading, uint32_t function, int32_t fips) {
-    reading->session.algorithm = SVC_PBE_ALGORITHM_LATEST;
-    const int32_t result = sztouInitializePBE(SVC_COMPONENT_VEK, function, reading->keystorePath,
-                                              reading->errorKey, &reading->session, fips);
-    if (result != SZTU_OK)
-        return sztouStopReading(reading, static_cast<uint32_t>(result), /* errorKey= */ nullptr);
-    reading->sessionOpen = true;
-    // Opening the session leaves the name of the key file's section in the error key.
-    resetErrorKey(reading);
-    return true;
-}
-
-static bool lookUpStored(SztouReading *reading, const SztouProtectedKey &key,
-                         std::span<char> stored) {
-    const uint32_t result = lookUp(reading, key.key, stored, key.missingResult);
-    if (result == SZTU_KEY_NOT_PRESENT && key.absentIsEmpty) {
-        TRC_PARMS_AT("%s : %d  Optional %s key not set. Skipping it.", key.key);
-        return true;
+    stop(SZTU_BAD_CONFIG, key);
+    if (rule.showsWord) {
+        appendToErrorKey("=", /* limit= */ 1);
+        appendToErrorKey(word, LOOKUP_LENGTH);
     }
-    if (result != SZTU_OK)
-        return sztouStopReading(reading, result, key.lookupErrorKey);
-    reading->anyKeyFound = true;
-    return true;
+    rule.traceRefused(key);
+    return false;
 }
 
-static bool restore(SztouReading *reading, const char *stored, const char *errorKey,
-                    char **clearText, int32_t *clearLength) {
-    uint32_t algorithm = 0;
-    const uint32_t reason =
-        svcPBERestore(&reading->session, stored, static_cast<int32_t>(strlen(stored)), &algorithm,
-                      clearText, clearLength);
-    if (reason == SVC_PBE_OK)
+bool Reading::openSession(int32_t fips) {
+    if (session != nullptr)
         return true;
-    return sztouStopReading(reading, reason, errorKey);
-}
-
-bool sztouReadProtected(SztouReading *reading, const SztouProtectedKey &key, std::span<char> field,
-                        uint32_t function, int32_t fips) {
-    if (!openSession(reading, function, fips))
+    ownSession.algorithm = SVC_PBE_ALGORITHM_LATEST;
+    const int32_t result =
+        sztouInitializePBE(SVC_COMPONENT_VEK, source.function, source.keystorePath, source.errorKey,
+                           &ownSession, fips);
+    if (result != SZTU_OK) {
+        stop(static_cast<uint32_t>(result));
         return false;
-    char stored[SVC_PBE_STORED_LIMIT + 1] = {};
-    char *clearText = nullptr;
-    int32_t clearLength = 0;
-    const bool restored =
-        lookUpStored(reading, key, std::span(stored).first(SVC_PBE_STORED_LIMIT)) &&
-        restore(reading, stored, key.restoreErrorKey, &clearText, &clearLength);
-    svcWipe(stored, sizeof(stored));
-    if (!restored)
-        return false;
-    // The clear text has no terminator, so its length bounds the copy as well.
-    memset(field.data(), 0, field.size());
-    const size_t available = static_cast<size_t>(clearLength);
-    utlCopyBounded(field.data(), clearText, available < field.size() ? available : field.size());
-    (void)svcPBEFreeBuf(clearText, clearLength);
+    }
+    session = &ownSession;
+    // Opening the session leaves the name of the key file's section in the error key.
+    resetErrorKey();
     return true;
 }
+
+bool Reading::restore(const char *key, const char *stored, std::span<char> field,
+                      const Protection &protection) {
+    uint32_t algorithm = 0;
+    ClearText clear;
+    const uint32_t reason = svcPBERestore(session, stored, static_cast<int32_t>(strlen(stored)),
+                                          &algorithm, &clear.text, &clear.length);
+    if (reason != SVC_PBE_OK) {
+        stop(reason, protection.errorKey != nullptr ? protection.errorKey : key);
+        return false;
+    }
+    memset(field.data(), 0, field.size());
+    // The clear text has no terminator, so its length bounds the copy as well.
+    utlCopyBounded(field.data(), clear.text,
+                   std::min(static_cast<size_t>(clear.length), field.size()));
+    return true;
+}
+
+bool Reading::readCredential(const char *key, std::span<char> field, const TextRule &rule,
+                             const Protection &protection) {
+    if (isOver)
+        return false;
+    if (protection.encrypted == 0)
+        return readText(key, field, rule);
+    if (!openSession(protection.fips))
+        return false;
+    ztm::Wiping<char[SVC_PBE_STORED_LIMIT + 1]> stored{};
+    (void)lookUp(key, std::span(stored.value).first<SVC_PBE_STORED_LIMIT>(), rule);
+    return !isOver && restore(key, stored.value, field, protection);
+}
+
+bool Reading::refuseIf(bool isAtFault, const char *errorKey) {
+    if (isOver || !isAtFault)
+        return false;
+    stop(SZTU_BAD_CONFIG, errorKey);
+    return true;
+}
+
+} // namespace vek

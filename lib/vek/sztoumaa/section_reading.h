@@ -1,138 +1,175 @@
 /*
- * section_reading.h - what the section readers share: the record of one reading, and one function for
- * each kind of key; private to the readers.
+ * section_reading.h - what the section readers share: one reading of a section, which remembers its
+ * failure, and one function for each kind of key; private to the readers and the programs.
  *
- * A reader is a chain of calls joined with "&&", one call a key, in their order. Each call looks its key
- * up, stores the value, or what stands for an absent key, and tells whether the reading goes on. It
- * does not after a failure or an early end; the result is then settled in the record. Nothing here
- * knows which section it serves: what differs between the sections is an argument.
+ * A reader is a straight list of its keys in their order. Each call looks its key up and stores the
+ * value, or what stands for an absent key. After a failure, or an early end, all further calls do
+ * nothing. Nothing here knows which section it serves: what differs between the sections is an argument.
  */
 #ifndef SZTOUMAA_SECTION_READING_H
 #define SZTOUMAA_SECTION_READING_H
 
-#include "sztoumaa/sztoumaa.h"
+#include "zttrc.h"
+#include "ztvek.h"
 
 #include <cstdint>
 #include <span>
 
-/* One reading of one section. Between sztouBeginReading and sztouEndReading it owns the section list,
- * unless that is the cached one, and the cipher session. */
-struct SztouReading {
-    const char *section = nullptr;
-    const char *keystorePath = nullptr; // may be null
-    char *errorKey = nullptr;           // may be null
-    SztuList *list = nullptr;           // null before the section is loaded
-    bool listIsCached = false;
-    bool anyKeyFound = false; // word keys do not count
-    bool sessionOpen = false;
-    uint32_t lastLookup = SZTU_OK;
-    uint32_t result = SZTU_OK;
-    SvcPBESession session = {};
+namespace vek {
+
+// Which section is read, and from where.
+struct ReadingSource {
+    uint32_t function; // trace number of the reader
+    const char *section;
+    const char *keystorePath; // null: the standard location
+    char *errorKey;           // null: none is wanted
+    // Of the reader of a channel, null in the others: traces that the channel cache serves the reading.
+    // A channel without keys of its own is no fault, so its reader shows no message.
+    void (*traceCached)(const SztuList *list) = nullptr;
 };
 
-/* Text of a channel key; the longest is "checkpurpose.channel." with a name of 20 characters. */
-struct SztouChannelKey {
-    char text[48];
+// Writes a trace text about a key.
+using TraceKey = void (*)(const char *key);
+
+void traceSkipped(const char *key);
+
+// What an absent text gives.
+struct TextRule {
+    uint32_t missingResult; // as in getText
+    TraceKey traceAbsent;   // null: that result ends the reading; else the field is cleared
+    bool isNamed;           // a failure names the key in the error key
 };
 
-/* What a key that must be there gives when it is absent. */
-inline constexpr uint32_t SZTOU_REQUIRED = SZTU_OK;           // 15, with a message
-inline constexpr uint32_t SZTOU_QUIET = SZTU_KEY_NOT_PRESENT; // 1, without one
+inline constexpr TextRule REQUIRED = {
+    .missingResult = SZTU_OK, .traceAbsent = nullptr, .isNamed = true}; // 15, with a message
+inline constexpr TextRule QUIET = {.missingResult = SZTU_KEY_NOT_PRESENT,
+                                   .traceAbsent = nullptr,
+                                   .isNamed = true}; // 1, without one
+inline constexpr TextRule OPTIONAL = {
+    .missingResult = SZTU_KEY_NOT_PRESENT, .traceAbsent = traceSkipped, .isNamed = false};
 
-/* What a logical key stores. */
-struct SztouLogicalNumbers {
+// What a logical key stores.
+struct LogicalNumbers {
     int32_t yes;
     int32_t no;
     int32_t absent;
     int32_t failed;
 };
 
-inline constexpr SztouLogicalNumbers SZTOU_FLAG = {.yes = 1, .no = 0, .absent = 0, .failed = 0};
+inline constexpr LogicalNumbers FLAG = {.yes = 1, .no = 0, .absent = 0, .failed = 0};
 
-/* One accepted word of a word key. */
-struct SztouWordValue {
+// One accepted word of a word key, in upper case.
+struct WordValue {
     const char *word;
     int32_t value;
 };
 
-inline constexpr SztouWordValue SZTOU_YES_NO[] = {{"YES", 1}, {"NO", 0}};
+inline constexpr WordValue YES_NO[] = {{"YES", 1}, {"NO", 0}};
 
-enum class SztouWord {
-    taken,
-    absent,
-    refused, // a word that is not accepted; the result is settled
-    ended,   // a failed lookup, or an empty value; the result is settled
+struct WordRule {
+    std::span<const WordValue> words;
+    TraceKey traceAbsent;
+    TraceKey traceRefused;
+    bool showsWord; // a refused word stands in the error key too
 };
 
-/* What a refused word appends to the error key. */
-enum class SztouRefusal { keyAndWord, keyOnly };
-
-/* A credential that is stored encrypted. */
-struct SztouProtectedKey {
-    const char *key;
-    uint32_t missingResult;      // as in sztouReadText
-    bool absentIsEmpty;          // an absent key is decrypted as an empty text
-    const char *lookupErrorKey;  // appended after a failed lookup; null: nothing is
-    const char *restoreErrorKey; // appended after a failed decryption
+// How a credential is stored.
+struct Protection {
+    int32_t encrypted; // 0: in clear, a text like any other
+    int32_t fips;
+    const char *errorKey = nullptr; // named instead of the key when it cannot be decrypted
 };
 
-/* Starts a reading: sets the error key to the name of the section. */
-void sztouBeginReading(SztouReading *reading, const char *section, const char *keystorePath,
-                       char *errorKey);
+class Reading {
+public:
+    // Sets the error key to the name of the section.
+    explicit Reading(const ReadingSource &readFrom);
 
-/* Closes the session and frees the list, as far as they are the reading's. Returns its result. */
-uint32_t sztouEndReading(SztouReading *reading);
+    // A reading of a list that the caller has made, and with a session that he has opened (null: one is
+    // opened for the first credential, as in a reading of the file). Both stay his.
+    Reading(const ReadingSource &readFrom, SztuList *sectionList, SvcPBESession *openSession);
 
-/* Settles the result and appends "." and `errorKey` (null: nothing) to the error key; always false. */
-bool sztouStopReading(SztouReading *reading, uint32_t result, const char *errorKey);
+    Reading(const Reading &) = delete;
+    Reading &operator=(const Reading &) = delete;
 
-/* Refuses a call without one of its mandatory arguments with 2. Defined here so that an analyser of one
- * file sees that no reading goes on without them. */
-[[nodiscard]] inline bool sztouCheckArguments(SztouReading *reading, bool complete) {
-    if (!complete)
-        (void)sztouStopReading(reading, SZTU_BAD_ARGUMENTS, /* errorKey= */ nullptr);
-    return complete;
+    // Closes the session and frees the list, as far as they are the reading's.
+    ~Reading();
+
+    // Loads the section, or takes the cached one.
+    void load();
+
+    // Every read function returns whether the key was there and its value was taken.
+
+    // A failure names the key when the rule says so.
+    bool readText(const char *key, std::span<char> field, const TextRule &rule);
+
+    // An optional integer. Absent: -1. A failure leaves the field and does not name the key.
+    bool readInt(const char *key, int32_t *field);
+
+    // An optional logical key. A failure stores its number and names the key.
+    bool readLogical(const char *key, const LogicalNumbers &numbers, int32_t *field);
+
+    // An optional key whose value is one of a few words, in any case. Absent and refused: 0. A failed
+    // lookup does not name the key. An empty value ends the reading with success.
+    bool readWord(const char *key, const WordRule &rule, int32_t *field);
+
+    // A credential; an encrypted one is decrypted into the field, one that is absent and optional as an
+    // empty text. The session stays open until the end of the reading.
+    bool readCredential(const char *key, std::span<char> field, const TextRule &rule,
+                        const Protection &protection);
+
+    // Ends a reading that goes on with 15 when the record is at fault; tells whether it did.
+    bool refuseIf(bool isAtFault, const char *errorKey);
+
+    // Ends the reading, and appends "." and `errorKey` (null: nothing) to the error key.
+    void stop(uint32_t result, const char *errorKey = nullptr);
+
+    // False after a failure, and after an early end with success.
+    [[nodiscard]] bool goesOn() const {
+        return !isOver;
+    }
+    // Whether a key was there; word keys do not count.
+    [[nodiscard]] bool foundAny() const {
+        return anyKeyFound;
+    }
+    [[nodiscard]] uint32_t result() const {
+        return settled;
+    }
+
+private:
+    void resetErrorKey();
+    void appendToErrorKey(const char *text, size_t limit);
+    uint32_t lookUp(const char *key, std::span<char> field, const TextRule &rule);
+    bool openSession(int32_t fips);
+    bool restore(const char *key, const char *stored, std::span<char> field,
+                 const Protection &protection);
+
+    const ReadingSource source;
+    SztuList *list;
+    bool ownsList = false;
+    SvcPBESession ownSession = {};
+    SvcPBESession *session; // null: not opened yet
+    bool anyKeyFound = false;
+    bool isOver = false;
+    uint32_t settled = SZTU_OK;
+};
+
+// readSection is an exported reader: loads the section and calls readKeys(reading). Without one of the
+// mandatory arguments (`isComplete` false) nothing is read: 2.
+template <typename ReadKeys>
+[[nodiscard]] uint32_t readSection(const ReadingSource &source, bool isComplete,
+                                   ReadKeys readKeys) {
+    ztm::TraceScope trace(source.function);
+    Reading reading(source);
+    if (isComplete)
+        reading.load();
+    else
+        reading.stop(SZTU_BAD_ARGUMENTS);
+    if (reading.goesOn())
+        readKeys(reading);
+    return trace.returns(reading.result());
 }
 
-[[nodiscard]] bool sztouLoadSection(SztouReading *reading, int32_t reportErrors);
-
-/* Takes the cached section when it serves this reading; changes nothing and is false otherwise. */
-[[nodiscard]] bool sztouTakeCachedSection(SztouReading *reading);
-
-/* Builds a channel key from its beginning and at most 20 characters of the name, cut at the first
- * blank: a channel name may be padded to its fixed width. */
-[[nodiscard]] SztouChannelKey sztouBuildChannelKey(const char *beginning, const char *channelName);
-
-/* A text that must be there. Absent: missingResult (SZTOU_REQUIRED or SZTOU_QUIET) tells. Every
- * failure names the key in the error key. */
-[[nodiscard]] bool sztouReadText(SztouReading *reading, const char *key, std::span<char> field,
-                                 uint32_t missingResult);
-
-/* An optional text. Absent: the field is cleared. A failure does not name the key. */
-[[nodiscard]] bool sztouReadOptionalText(SztouReading *reading, const char *key,
-                                         std::span<char> field);
-
-/* An optional integer. Absent: -1. A failure leaves the field and does not name the key. */
-[[nodiscard]] bool sztouReadOptionalInt(SztouReading *reading, const char *key, int32_t *field);
-
-/* An optional logical key. A failure stores its number and names the key in the error key. */
-[[nodiscard]] bool sztouReadLogical(SztouReading *reading, const char *key,
-                                    const SztouLogicalNumbers &numbers, int32_t *field);
-
-/* An optional key whose value is one of a few words, in any case. Absent and refused: 0. A failed
- * lookup does not name the key. */
-[[nodiscard]] SztouWord sztouReadWord(SztouReading *reading, const char *key,
-                                      std::span<const SztouWordValue> words, SztouRefusal refusal,
-                                      int32_t *field);
-
-/* A reading goes on behind a word key that was taken or is absent. */
-[[nodiscard]] inline bool sztouGoesOn(SztouWord word) {
-    return word == SztouWord::taken || word == SztouWord::absent;
-}
-
-/* Opens the cipher session and decrypts one credential into a field. The session stays open until the
- * end of the reading. `function` is the reader's trace number. */
-[[nodiscard]] bool sztouReadProtected(SztouReading *reading, const SztouProtectedKey &key,
-                                      std::span<char> field, uint32_t function, int32_t fips);
+} // namespace vek
 
 #endif

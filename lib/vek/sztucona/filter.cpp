@@ -1,6 +1,9 @@
 /*
  * filter.cpp - keeps the items of one section, compares keys, releases items.
  */
+#include "sztucona/filter.h"
+
+#include "allocation.h"
 #include "trace_numbers.h"
 #include "zttrc.h"
 #include "ztvek.h"
@@ -10,26 +13,11 @@
 
 #define TRC_SOURCE "lib/vek/sztucona"
 
-namespace {
+namespace vek {
 
-constexpr size_t SECTION_LIMIT = 1024;
-
-void freeMemory(void *memory, VekFunction function) {
-    (void)svcFreeMemFn(/* subpool= */ 0, SVC_COMPONENT_VEK, function, memory);
-}
-
-int32_t getPrefix(char *prefix, const char *key) {
-    const char *const dot = strchr(key, '.');
-    if (dot == nullptr)
-        return 0;
-    const size_t length = static_cast<size_t>(dot - key);
-    memcpy(prefix, key, std::min<size_t>(length, SZTUC_PREFIX_CAPACITY));
-    return static_cast<int32_t>(length + 1);
-}
-
-// Returns the length of the key's section prefix with its dot, or 0 when the key belongs to another
-// section. A prefix that fills the area has no terminator in it and belongs to no section.
+// A prefix that fills the area has no terminator in it and belongs to no section.
 int32_t matchPrefix(const char *key, const char *section) {
+    constexpr size_t SECTION_LIMIT = 1024;
     char prefix[SZTUC_PREFIX_CAPACITY] = {};
     const int32_t length = sztucGetPrefix(prefix, key);
     if (length > SZTUC_PREFIX_CAPACITY || strncmp(prefix, section, SECTION_LIMIT) != 0)
@@ -37,16 +25,11 @@ int32_t matchPrefix(const char *key, const char *section) {
     return length;
 }
 
-void freeTexts(SztucConfigItem *item) {
-    freeMemory(item->key, FUNCTION_FREE_CONFIG_ITEM);
-    item->key = nullptr;
-    freeMemory(item->value, FUNCTION_FREE_CONFIG_ITEM);
-    item->value = nullptr;
-}
+namespace {
 
 void dropNode(SztuList *list, SztuListNode *node) {
     sztucFreeConfigItem(node->item);
-    freeMemory(node->item, FUNCTION_FILTER_PREFIX);
+    release(FUNCTION_FILTER_PREFIX, node->item);
     node->item = nullptr;
     list->SztuListRemoveNode(list, node);
 }
@@ -66,42 +49,46 @@ void filterItems(SztuList *list, const char *section) {
 }
 
 } // namespace
+} // namespace vek
 
 int32_t sztucFindKey(void *item, void *key) {
-    TRC_ENTRY(FUNCTION_FIND_KEY);
+    ztm::TraceScope trace(vek::FUNCTION_FIND_KEY);
     const char *const itemKey = static_cast<const SztucConfigItem *>(item)->key;
-    const int32_t isEqual = strcmp(itemKey, static_cast<const char *>(key)) == 0 ? 1 : 0;
-    TRC_RETCODE(FUNCTION_FIND_KEY, isEqual);
-    return isEqual;
+    return trace.returns(strcmp(itemKey, static_cast<const char *>(key)) == 0 ? 1 : 0);
 }
 
 int32_t sztucGetPrefix(char *prefix, const char *key) {
-    TRC_ENTRY(FUNCTION_GET_PREFIX);
-    const int32_t length = getPrefix(prefix, key);
-    TRC_RETCODE(FUNCTION_GET_PREFIX, length);
-    return length;
+    ztm::TraceScope trace(vek::FUNCTION_GET_PREFIX);
+    const char *const dot = strchr(key, '.');
+    if (dot == nullptr)
+        return trace.returns(0);
+    const size_t length = static_cast<size_t>(dot - key);
+    memcpy(prefix, key, std::min<size_t>(length, SZTUC_PREFIX_CAPACITY));
+    return trace.returns(static_cast<int32_t>(length + 1));
 }
 
 void sztucFilterPrefix(SztuList *list, const char *section) {
-    TRC_ENTRY(FUNCTION_FILTER_PREFIX);
+    const ztm::TraceScope trace(vek::FUNCTION_FILTER_PREFIX);
     if (list != nullptr && section != nullptr)
-        filterItems(list, section);
-    TRC_RETCODE(FUNCTION_FILTER_PREFIX, SZTU_OK);
+        vek::filterItems(list, section);
 }
 
 void sztucFreeConfigItem(void *item) {
-    TRC_ENTRY(FUNCTION_FREE_CONFIG_ITEM);
-    if (item != nullptr)
-        freeTexts(static_cast<SztucConfigItem *>(item));
-    TRC_RETCODE(FUNCTION_FREE_CONFIG_ITEM, SZTU_OK);
+    const ztm::TraceScope trace(vek::FUNCTION_FREE_CONFIG_ITEM);
+    if (item == nullptr)
+        return;
+    SztucConfigItem *const texts = static_cast<SztucConfigItem *>(item);
+    vek::release(vek::FUNCTION_FREE_CONFIG_ITEM, texts->key);
+    texts->key = nullptr;
+    vek::release(vek::FUNCTION_FREE_CONFIG_ITEM, texts->value);
+    texts->value = nullptr;
 }
 
 void sztucFreeConfigList(void *list) {
-    TRC_ENTRY(FUNCTION_FREE_CONFIG_LIST);
-    if (list != nullptr) {
-        SztuList *const items = static_cast<SztuList *>(list);
-        items->SztuListRemoveAll(items, /* freeItems= */ 1, sztucFreeConfigItem);
-        freeMemory(items, FUNCTION_FREE_CONFIG_LIST);
-    }
-    TRC_RETCODE(FUNCTION_FREE_CONFIG_LIST, SZTU_OK);
+    const ztm::TraceScope trace(vek::FUNCTION_FREE_CONFIG_LIST);
+    if (list == nullptr)
+        return;
+    SztuList *const items = static_cast<SztuList *>(list);
+    items->SztuListRemoveAll(items, /* freeItems= */ 1, sztucFreeConfigItem);
+    vek::release(vek::FUNCTION_FREE_CONFIG_LIST, items);
 }

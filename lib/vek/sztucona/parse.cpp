@@ -13,22 +13,24 @@
  * The parser takes any key, an empty one too; section and name come apart in the prefix filter. Keys
  * that stand in several lines give several items.
  */
-#include "refused_memory.h"
+#include "sztucona/parse.h"
+
+#include "allocation.h"
+#include "common/guards.h"
 #include "trace_numbers.h"
 #include "zttrc.h"
-#include "ztvek.h"
 
 #include <algorithm>
 #include <cctype>
 #include <cstring>
-#include <string_view>
 
 #define TRC_SOURCE "lib/vek/sztucona"
 
+namespace vek {
 namespace {
 
-// Every locale calls a space white space and no other printable character of ASCII; nearly all characters
-// are of these, and are not looked up.
+// Every locale calls a space white space and no other printable character of ASCII; nearly all
+// characters are of these, and are not looked up.
 bool isBlank(char character) {
     if (character >= ' ' && character <= '~')
         return character == ' ';
@@ -50,7 +52,51 @@ std::string_view stripped(std::string_view text) {
     return {start, static_cast<size_t>(last - start)};
 }
 
-// Takes the next line that is not empty, as strtok_r() with "\n" does.
+char *copyText(std::string_view text) {
+    void *const copy = allocate(TRC_SOURCE, FUNCTION_PARSE_CONFIG_FILE, text.size() + 1);
+    if (copy != nullptr)
+        memcpy(copy, text.data(), text.size());
+    return static_cast<char *>(copy);
+}
+
+void freeItem(SztucConfigItem *item) {
+    sztucFreeConfigItem(item);
+    release(FUNCTION_PARSE_CONFIG_FILE, item);
+}
+
+using OwnedItem = ztm::Handle<SztucConfigItem, freeItem>;
+
+OwnedItem makeItem(std::string_view key, std::string_view value) {
+    OwnedItem item(static_cast<SztucConfigItem *>(
+        allocate(TRC_SOURCE, FUNCTION_PARSE_CONFIG_FILE, sizeof(SztucConfigItem))));
+    if (!item)
+        return item;
+    item.get()->key = copyText(key);
+    item.get()->value = item.get()->key == nullptr ? nullptr : copyText(value);
+    if (item.get()->value == nullptr)
+        item.reset();
+    return item;
+}
+
+uint32_t parseText(const char *text, SztuList *list) {
+    if (text == nullptr || list == nullptr)
+        return SZTU_CANNOT_PARSE;
+    for (std::string_view content; nextLine(&text, &content);) {
+        const Line line = parseLine(content);
+        if (line.kind == LineKind::nothing)
+            continue;
+        if (line.kind != LineKind::setting)
+            return SZTU_CANNOT_PARSE;
+        const uint32_t result = appendItem(list, line.key, line.value);
+        if (result != SZTU_OK)
+            return result;
+    }
+    return list->SztuListCount(list) != 0 ? SZTU_OK : SZTU_CANNOT_PARSE;
+}
+
+} // namespace
+
+// As strtok_r() with "\n" does.
 bool nextLine(const char **position, std::string_view *line) {
     const char *start = *position;
     while (*start == '\n')
@@ -60,93 +106,47 @@ bool nextLine(const char **position, std::string_view *line) {
     return !line->empty();
 }
 
-void *allocate(size_t length) {
-    void *memory = nullptr;
-    if (svcGetMemFn(/* subpool= */ 0, SVC_COMPONENT_VEK, FUNCTION_PARSE_CONFIG_FILE, length,
-                    /* options= */ 0, &memory) != SVC_OK)
-        sztuRecordNoMemory(TRC_SOURCE, __LINE__);
-    return memory;
-}
-
-char *copyText(std::string_view text) {
-    char *const copy = static_cast<char *>(allocate(text.size() + 1));
-    if (copy != nullptr)
-        memcpy(copy, text.data(), text.size());
-    return copy;
-}
-
-void freeItem(SztucConfigItem *item) {
-    sztucFreeConfigItem(item);
-    (void)svcFreeMemFn(/* subpool= */ 0, SVC_COMPONENT_VEK, FUNCTION_PARSE_CONFIG_FILE, item);
-}
-
-SztucConfigItem *makeItem(std::string_view key, std::string_view value) {
-    SztucConfigItem *const item = static_cast<SztucConfigItem *>(allocate(sizeof(SztucConfigItem)));
-    if (item == nullptr)
-        return nullptr;
-    item->key = copyText(key);
-    item->value = item->key == nullptr ? nullptr : copyText(value);
-    if (item->value != nullptr)
-        return item;
-    freeItem(item);
-    return nullptr;
-}
-
-// An item for which memory is short fails the file: a credential or a switch that silently went
-// missing would be worse.
-uint32_t appendItem(SztuList *list, std::string_view key, std::string_view value) {
-    SztucConfigItem *const item = makeItem(key, value);
-    if (item == nullptr)
-        return SZTU_CANNOT_PARSE;
-    TRC_PARMS("Read config line: Key: '%s' , Value: '%s'", item->key, item->value);
-    const uint64_t countBefore = list->SztuListCount(list);
-    list->SztuListAppend(list, item);
-    if (list->SztuListCount(list) != countBefore)
-        return SZTU_OK;
-    freeItem(item);
-    return SZTU_CANNOT_PARSE;
-}
-
-uint32_t parseLine(std::string_view line, SztuList *list) {
+Line parseLine(std::string_view line) {
     const std::string_view content = stripped(line);
     if (content.empty() || content.front() == '#')
-        return SZTU_OK;
+        return {LineKind::nothing, {}, {}};
     const size_t keyLength = content.find('=');
-    if (keyLength >= SZTUC_KEY_CAPACITY) // also when there is none
-        return SZTU_CANNOT_PARSE;
+    if (keyLength == std::string_view::npos)
+        return {LineKind::noEquals, {}, {}};
+    if (keyLength >= SZTUC_KEY_CAPACITY)
+        return {LineKind::keyTooLong, {}, {}};
     const std::string_view key = stripped({content.data(), keyLength});
 
     const std::string_view rest = {content.data() + keyLength + 1, content.size() - keyLength - 1};
     const std::string_view value = stripped({rest.data(), std::min(rest.find('#'), rest.size())});
-    if (value.empty())
-        return SZTU_CANNOT_PARSE;
-    return appendItem(list, key, value);
+    return {value.empty() ? LineKind::noValue : LineKind::setting, key, value};
 }
 
-uint32_t parseText(const char *text, SztuList *list) {
-    if (text == nullptr || list == nullptr)
+// An item for which memory is short fails the file: a credential or a switch that silently went missing
+// would be worse.
+uint32_t appendItem(SztuList *list, std::string_view key, std::string_view value) {
+    OwnedItem item = makeItem(key, value);
+    if (!item)
         return SZTU_CANNOT_PARSE;
-    for (std::string_view line; nextLine(&text, &line);) {
-        const uint32_t result = parseLine(line, list);
-        if (result != SZTU_OK)
-            return result;
-    }
-    return list->SztuListCount(list) != 0 ? SZTU_OK : SZTU_CANNOT_PARSE;
+    TRC_PARMS("Read config line: Key: '%s' , Value: '%s'", item.get()->key, item.get()->value);
+    const uint64_t countBefore = list->SztuListCount(list);
+    list->SztuListAppend(list, item.get());
+    if (list->SztuListCount(list) == countBefore)
+        return SZTU_CANNOT_PARSE;
+    (void)item.take(); // the list's now
+    return SZTU_OK;
 }
 
-} // namespace
+} // namespace vek
 
 void sztucStrip(char **text) {
-    TRC_ENTRY(FUNCTION_STRIP);
-    const std::string_view kept = stripped({*text, strlen(*text)});
+    const ztm::TraceScope trace(vek::FUNCTION_STRIP);
+    const std::string_view kept = vek::stripped({*text, strlen(*text)});
     *text += kept.data() - *text;
     (*text)[kept.size()] = '\0';
-    TRC_RETCODE(FUNCTION_STRIP, SZTU_OK);
 }
 
 uint32_t sztucParseConfigFile(char *text, SztuList *list) {
-    TRC_ENTRY(FUNCTION_PARSE_CONFIG_FILE);
-    const uint32_t result = parseText(text, list);
-    TRC_RETCODE(FUNCTION_PARSE_CONFIG_FILE, result);
-    return result;
+    ztm::TraceScope trace(vek::FUNCTION_PARSE_CONFIG_FILE);
+    return trace.returns(vek::parseText(text, list));
 }

@@ -10,6 +10,7 @@
 
 #define TRC_SOURCE "lib/vek/sztucona"
 
+namespace vek {
 namespace {
 
 constexpr size_t PATH_LIMIT = SZTUC_PATH_CAPACITY - 1;
@@ -37,6 +38,7 @@ uint32_t findHome(char *home) {
     return SZTU_OK;
 }
 
+// What does not fit is cut without notice; separators are neither added nor removed.
 void copyPath(char *path, const char *text) {
     utlCopyBounded(path, text, SZTUC_PATH_CAPACITY);
     path[PATH_LIMIT] = '\0';
@@ -46,7 +48,6 @@ void appendToPath(char *path, const char *text) {
     utlAppendBounded(path, text, PATH_LIMIT - strlen(path));
 }
 
-// What does not fit is cut without notice; separators are neither added nor removed.
 uint32_t findPath(char *path, const char *envVarName, const char *fileName) {
     const char *const override = svcGetEnv(envVarName);
     if (override != nullptr) {
@@ -64,12 +65,12 @@ uint32_t findPath(char *path, const char *envVarName, const char *fileName) {
 }
 
 } // namespace
+} // namespace vek
 
 uint32_t sztucGetConfigFilePath(char *path, const char *envVarName, const char *fileName) {
-    TRC_ENTRY(FUNCTION_GET_CONFIG_FILE_PATH);
-    const uint32_t result = findPath(path, envVarName, fileName);
+    ztm::TraceScope trace(vek::FUNCTION_GET_CONFIG_FILE_PATH);
+    const uint32_t result = vek::findPath(path, envVarName, fileName);
     if (result == SZTU_OK)
         TRC_PARMS("Returning path : %s", path);
-    TRC_RETCODE(FUNCTION_GET_CONFIG_FILE_PATH, result);
-    return result;
+    return trace.returns(result);
 }

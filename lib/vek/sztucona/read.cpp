@@ -1,7 +1,7 @@
 /*
  * read.cpp - reads a whole configuration file into one buffer.
  */
-#include "refused_memory.h"
+#include "allocation.h"
 #include "trace_numbers.h"
 #include "zttrc.h"
 #include "ztvek.h"
@@ -13,6 +13,7 @@
 
 #define TRC_SOURCE "lib/vek/sztucona"
 
+namespace vek {
 namespace {
 
 // Takes the size of the file from the stream and leaves the stream at the start. A directory can be
@@ -35,19 +36,19 @@ bool measure(FILE *stream, size_t *size, int32_t *errorNumber) {
     return true;
 }
 
-// The buffer is the caller's as soon as it is there, whatever happens afterwards.
-bool readContent(FILE *stream, size_t size, char **buffer, int32_t *errorNumber) {
-    void *memory = nullptr;
-    const uint32_t reason =
-        svcGetMemFn(/* subpool= */ 0, SVC_COMPONENT_VEK, FUNCTION_READ_CONFIG_FILE, size + 1,
-                    /* options= */ 0, &memory);
-    *errorNumber = memory == nullptr ? errno : 0;
-    if (reason != SVC_OK)
-        sztuRecordNoMemory(TRC_SOURCE, __LINE__);
-    if (memory == nullptr)
+// Reads the open file; false when it failed or is empty. The buffer is the caller's as soon as it is
+// there, whatever happens afterwards.
+bool readStream(FILE *stream, char **buffer, int32_t *errorNumber) {
+    // Without a stream buffer no copy of a credential is left in memory that nobody wipes.
+    (void)setvbuf(stream, nullptr, _IONBF, 0);
+    size_t size = 0;
+    if (!measure(stream, &size, errorNumber) || size == 0)
         return false;
-
-    *buffer = static_cast<char *>(memory);
+    *buffer = static_cast<char *>(allocate(TRC_SOURCE, FUNCTION_READ_CONFIG_FILE, size + 1));
+    if (*buffer == nullptr) {
+        *errorNumber = errno;
+        return false;
+    }
     (void)fread(*buffer, 1, size + 1, stream);
     // A file that has grown since it was measured fills the byte of the terminator too.
     (*buffer)[size] = '\0';
@@ -55,16 +56,6 @@ bool readContent(FILE *stream, size_t size, char **buffer, int32_t *errorNumber)
         return true;
     *errorNumber = errno;
     return false;
-}
-
-// Reads the open file; false when it failed or is empty.
-bool readStream(FILE *stream, char **buffer, int32_t *errorNumber) {
-    // Without a stream buffer no copy of a credential is left in memory that nobody wipes.
-    (void)setvbuf(stream, nullptr, _IONBF, 0);
-    size_t size = 0;
-    if (!measure(stream, &size, errorNumber) || size == 0)
-        return false;
-    return readContent(stream, size, buffer, errorNumber);
 }
 
 uint32_t readFile(const char *path, char **buffer, int32_t *errorNumber) {
@@ -93,12 +84,11 @@ uint32_t readFile(const char *path, char **buffer, int32_t *errorNumber) {
 }
 
 } // namespace
+} // namespace vek
 
 uint32_t sztucReadConfigFile(const char *path, char **buffer, int32_t *errorNumber) {
     const int errorOnEntry = errno;
-    TRC_ENTRY(FUNCTION_READ_CONFIG_FILE);
+    ztm::TraceScope trace(vek::FUNCTION_READ_CONFIG_FILE);
     errno = errorOnEntry;
-    const uint32_t result = readFile(path, buffer, errorNumber);
-    TRC_RETCODE(FUNCTION_READ_CONFIG_FILE, result);
-    return result;
+    return trace.returns(vek::readFile(path, buffer, errorNumber));
 }

@@ -1,13 +1,14 @@
 /*
  * list.cpp - doubly linked list of untyped items that carries its operations.
  */
-#include "refused_memory.h"
+#include "allocation.h"
 #include "trace_numbers.h"
 #include "zttrc.h"
 #include "ztvek.h"
 
 #define TRC_SOURCE "lib/vek/sztulisa"
 
+namespace vek {
 namespace {
 
 // ---- Adding ----------------------------------------------------------------------------------
@@ -16,14 +17,10 @@ namespace {
 // list stays as it is.
 void linkNode(SztuList *list, SztuListNode *prev, SztuListNode *next, void *item,
               VekFunction allocation) {
-    void *memory = nullptr;
-    if (svcGetMemFn(/* subpool= */ 0, SVC_COMPONENT_VEK, allocation, sizeof(SztuListNode),
-                    /* options= */ 0, &memory) != SVC_OK)
-        sztuRecordNoMemory(TRC_SOURCE, __LINE__);
-    if (memory == nullptr)
+    SztuListNode *const node =
+        static_cast<SztuListNode *>(allocate(TRC_SOURCE, allocation, sizeof(SztuListNode)));
+    if (node == nullptr)
         return;
-
-    SztuListNode *const node = static_cast<SztuListNode *>(memory);
     *node = {item, next, prev};
     (prev == nullptr ? list->head : prev->next) = node;
     (next == nullptr ? list->tail : next->prev) = node;
@@ -31,56 +28,45 @@ void linkNode(SztuList *list, SztuListNode *prev, SztuListNode *next, void *item
 }
 
 uint64_t countNodes(SztuList *list) {
-    TRC_ENTRY(FUNCTION_LIST_COUNT);
-    const uint64_t count = list->count;
-    TRC_RETCODE(FUNCTION_LIST_COUNT, count);
-    return count;
+    ztm::TraceScope trace(FUNCTION_LIST_COUNT);
+    return trace.returns(list->count);
 }
 
 void append(SztuList *list, void *item) {
-    TRC_ENTRY(FUNCTION_LIST_APPEND);
+    const ztm::TraceScope trace(FUNCTION_LIST_APPEND);
     linkNode(list, list->tail, /* next= */ nullptr, item, FUNCTION_LIST_APPEND);
-    TRC_RETCODE(FUNCTION_LIST_APPEND, SZTU_OK);
 }
 
 void prepend(SztuList *list, void *item) {
-    TRC_ENTRY(FUNCTION_LIST_PREPEND);
+    const ztm::TraceScope trace(FUNCTION_LIST_PREPEND);
     linkNode(list, /* prev= */ nullptr, list->head, item, FUNCTION_LIST_PREPEND);
-    TRC_RETCODE(FUNCTION_LIST_PREPEND, SZTU_OK);
 }
 
 void insertAfter(SztuList *list, SztuListNode *node, void *item) {
     if (node == list->tail)
         return append(list, item);
-    TRC_ENTRY(FUNCTION_LIST_INSERT_AFTER);
+    const ztm::TraceScope trace(FUNCTION_LIST_INSERT_AFTER);
     linkNode(list, node, node->next, item, FUNCTION_LIST_INSERT_AFTER);
-    TRC_RETCODE(FUNCTION_LIST_INSERT_AFTER, SZTU_OK);
 }
 
 void insertBefore(SztuList *list, SztuListNode *node, void *item) {
     if (node == list->head)
         return prepend(list, item);
-    TRC_ENTRY(FUNCTION_LIST_INSERT_BEFORE);
+    const ztm::TraceScope trace(FUNCTION_LIST_INSERT_BEFORE);
     linkNode(list, node->prev, node, item, FUNCTION_LIST_INSERT_BEFORE);
-    TRC_RETCODE(FUNCTION_LIST_INSERT_BEFORE, SZTU_OK);
 }
 
 // ---- Removing --------------------------------------------------------------------------------
 
-void freeNode(SztuListNode *node) {
-    (void)svcFreeMemFn(/* subpool= */ 0, SVC_COMPONENT_VEK, FUNCTION_LIST_REMOVE, node);
-}
-
 // Unlinks and frees a node; null, the end of an empty list, does nothing.
 void removeNode(SztuList *list, SztuListNode *node) {
-    TRC_ENTRY(FUNCTION_LIST_REMOVE);
-    if (node != nullptr) {
-        (node->prev == nullptr ? list->head : node->prev->next) = node->next;
-        (node->next == nullptr ? list->tail : node->next->prev) = node->prev;
-        freeNode(node);
-        --list->count;
-    }
-    TRC_RETCODE(FUNCTION_LIST_REMOVE, SZTU_OK);
+    const ztm::TraceScope trace(FUNCTION_LIST_REMOVE);
+    if (node == nullptr)
+        return;
+    (node->prev == nullptr ? list->head : node->prev->next) = node->next;
+    (node->next == nullptr ? list->tail : node->next->prev) = node->prev;
+    release(FUNCTION_LIST_REMOVE, node);
+    --list->count;
 }
 
 void removeHead(SztuList *list) {
@@ -92,20 +78,18 @@ void removeTail(SztuList *list) {
 }
 
 void removeAll(SztuList *list, int32_t freeItems, SztuVisitor *destructor) {
-    TRC_ENTRY(FUNCTION_LIST_REMOVE);
+    const ztm::TraceScope trace(FUNCTION_LIST_REMOVE);
     for (SztuListNode *node = list->head, *next; node != nullptr; node = next) {
         next = node->next;
         if (destructor != nullptr)
             destructor(node->item);
         if (freeItems != 0)
-            (void)svcFreeMemFn(/* subpool= */ 0, SVC_COMPONENT_VEK, FUNCTION_LIST_REMOVE,
-                               node->item);
-        freeNode(node);
+            release(FUNCTION_LIST_REMOVE, node->item);
+        release(FUNCTION_LIST_REMOVE, node);
     }
     list->head = nullptr;
     list->tail = nullptr;
     list->count = 0;
-    TRC_RETCODE(FUNCTION_LIST_REMOVE, SZTU_OK);
 }
 
 void clear(SztuList *list) {
@@ -118,30 +102,28 @@ void clear(SztuList *list) {
 // the node that it is given.
 
 SztuListNode *findWith(SztuList *list, SztuPredicateWith *predicate, void *data) {
-    TRC_ENTRY(FUNCTION_LIST_SEARCH);
+    ztm::TraceScope trace(FUNCTION_LIST_SEARCH);
     SztuListNode *node = predicate == nullptr ? nullptr : list->head;
     while (node != nullptr && predicate(node->item, data) == 0)
         node = node->next;
-    TRC_RETCODE(FUNCTION_LIST_SEARCH, node != nullptr);
+    (void)trace.returns(node != nullptr);
     return node;
 }
 
 uint32_t countIfWith(SztuList *list, SztuPredicateWith *predicate, void *data) {
-    TRC_ENTRY(FUNCTION_LIST_SEARCH);
+    ztm::TraceScope trace(FUNCTION_LIST_SEARCH);
     uint32_t count = 0;
     for (SztuListNode *node = predicate == nullptr ? nullptr : list->head; node != nullptr;
          node = node->next)
         count += predicate(node->item, data) != 0 ? 1U : 0U;
-    TRC_RETCODE(FUNCTION_LIST_SEARCH, count);
-    return count;
+    return trace.returns(count);
 }
 
 void forEachWith(SztuList *list, SztuVisitorWith *visitor, void *data) {
-    TRC_ENTRY(FUNCTION_LIST_SEARCH);
+    const ztm::TraceScope trace(FUNCTION_LIST_SEARCH);
     for (SztuListNode *node = visitor == nullptr ? nullptr : list->head; node != nullptr;
          node = node->next)
         visitor(node->item, data);
-    TRC_RETCODE(FUNCTION_LIST_SEARCH, SZTU_OK);
 }
 
 // A callback without data is handed on as data of one of these.
@@ -202,23 +184,15 @@ constexpr SztuList EMPTY_LIST = {
     .SztuListCountIfWithData = countIfWith,
 };
 
-SztuList *createList() {
-    void *memory = nullptr;
-    if (svcGetMemFn(/* subpool= */ 0, SVC_COMPONENT_VEK, FUNCTION_LIST_CREATE, sizeof(SztuList),
-                    /* options= */ 0, &memory) != SVC_OK)
-        sztuRecordNoMemory(TRC_SOURCE, __LINE__);
-    if (memory == nullptr)
-        return nullptr;
-    SztuList *const list = static_cast<SztuList *>(memory);
-    *list = EMPTY_LIST;
-    return list;
-}
-
 } // namespace
+} // namespace vek
 
 SztuList *SztuListCreate(void) {
-    TRC_ENTRY(FUNCTION_LIST_CREATE);
-    SztuList *const list = createList();
-    TRC_RETCODE(FUNCTION_LIST_CREATE, list != nullptr);
+    ztm::TraceScope trace(vek::FUNCTION_LIST_CREATE);
+    SztuList *const list = static_cast<SztuList *>(
+        vek::allocate(TRC_SOURCE, vek::FUNCTION_LIST_CREATE, sizeof(SztuList)));
+    if (list != nullptr)
+        *list = vek::EMPTY_LIST;
+    (void)trace.returns(list != nullptr);
     return list;
 }
