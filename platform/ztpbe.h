@@ -137,11 +137,13 @@ ZT_EXPORT uint32_t svcPBETerm(SvcPBESession *session, uint32_t flag);
 }
 #endif
 
+#if defined(__cplusplus) || __STDC_VERSION__ >= 201112L
 static_assert(sizeof(SvcPBESession) == 96, "the record is 96 bytes in all");
 static_assert(offsetof(SvcPBESession, label) == 8 && offsetof(SvcPBESession, keyLength) == 20 &&
                   offsetof(SvcPBESession, key) == 24 && offsetof(SvcPBESession, saltLength) == 32 &&
                   offsetof(SvcPBESession, salt) == 40 && offsetof(SvcPBESession, fips) == 48 &&
                   offsetof(SvcPBESession, serviceWord) == 52,
               "offsets of the session record are fixed");
+#endif
 
 #endif

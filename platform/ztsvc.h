@@ -259,7 +259,9 @@ ZT_EXPORT uint32_t svcDisplayMessageForError(uint64_t handle, uint32_t word, uin
 }
 #endif
 
+#if defined(__cplusplus) || __STDC_VERSION__ >= 201112L
 static_assert(sizeof(SvcMessageInserts) == 56, "the insert block is handed by value");
 static_assert(sizeof(SvcMiniSubpool) == 16, "a 64-bit handle and a 32-bit word");
+#endif
 
 #endif

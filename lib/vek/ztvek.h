@@ -1,5 +1,6 @@
 /*
- * ztvek.h - configuration library of the security component (library libztvek_r), C11 and C++20.
+ * ztvek.h - configuration library of the security component (library libztvek_r), C99, C11 and
+ * C++20.
  *
  * The library finds keystore.conf, reads and parses it, and fills one record per section. A caller of
  * the readers needs this header and -lztvek_r. The header includes ztsvc.h and ztpbe.h, whose functions
@@ -14,6 +15,9 @@
  *    ZTS_KEYSTORE_CONF, else $HOME/.zts/keystore.conf. A null error key means that none is wanted.
  *  - Ownership. Records and buffers are the caller's; a reader allocates nothing that outlives the
  *    call. What sztucReadConfigFile and SztuListCreate hand over is released with svcFreeMemFn.
+ *  - Integer keys. The digits at the start of the value count, and what follows them is ignored. Of 20
+ *    characters or more the first 20 count; a number beyond 64 bits is taken as the largest or lowest
+ *    of them; the low 32 bits of that are stored.
  *  - Text fields have a fixed capacity. A value shorter than the capacity is terminated and the rest of
  *    its field is zero; a value that is as long or longer fills the field WITHOUT a terminator. Clear
  *    the record first, and read a field with its capacity as limit.
@@ -48,8 +52,8 @@ enum SztuResult {
     SZTU_SECTION_EMPTY = 7,   /* the section has no entries in the file */
     SZTU_CANNOT_PARSE = 11,   /* the file cannot be parsed */
     SZTU_CANNOT_READ = 12,    /* the file cannot be read */
-    SZTU_BAD_CONFIG = 15, /* no path known; a required key missing, a key written twice, or a value
-                                 of the wrong kind */
+    /* no path known; a required key missing, a key written twice, or a value of the wrong kind */
+    SZTU_BAD_CONFIG = 15
 };
 
 enum SztuCapacity {
@@ -57,7 +61,7 @@ enum SztuCapacity {
     SZTUC_PREFIX_CAPACITY = 32,    /* a section prefix area */
     SZTUC_KEY_CAPACITY = 256,      /* the key part of a line with its terminator */
     SZTOU_ERROR_KEY_CAPACITY = 64, /* an error-key buffer that suits every reader */
-    SZTOU_CHANNEL_LENGTH = 20,     /* characters of a channel name that count */
+    SZTOU_CHANNEL_LENGTH = 20      /* characters of a channel name that count */
 };
 
 /* Switches the numbered messages of the library on (not 0, the initial state) or off (0). */
@@ -132,7 +136,7 @@ typedef struct SztucConfigItem {
  *  path        SZTUC_PATH_CAPACITY bytes; always terminated; a longer path is cut silently.
  *  envVarName  variable that may name the file itself ("ZTS_KEYSTORE_CONF").
  *  fileName    name of the file in $HOME/.zts ("keystore.conf").
- * Result: 0; 15 when no home directory is known, `path` then holds nothing usable.
+ * Result: SZTU_OK; SZTU_BAD_CONFIG when no home directory is known, `path` then holds nothing usable.
  */
 ZT_EXPORT uint32_t sztucGetConfigFilePath(char *path, const char *envVarName, const char *fileName);
 
@@ -141,7 +145,7 @@ ZT_EXPORT uint32_t sztucGetConfigFilePath(char *path, const char *envVarName, co
  *  buffer       receives the text; the caller's from then on, after a failure too; released with
  *               svcFreeMemFn.
  *  errorNumber  receives 0 or the error number (errno) of the step that failed.
- * Result: 0; 12 when the file cannot be read or is empty.
+ * Result: SZTU_OK; SZTU_CANNOT_READ when the file cannot be read or is empty.
  */
 ZT_EXPORT uint32_t sztucReadConfigFile(const char *path, char **buffer, int32_t *errorNumber);
 
@@ -152,8 +156,8 @@ ZT_EXPORT void sztucStrip(char **text);
 /*
  * sztucParseConfigFile appends one SztucConfigItem per key line of `text` to `list`. The items are
  * copies; what `text` holds afterwards is not defined.
- * Result: 0; 11 when a line has no "=", a key part of 256 characters or more, or no value, or when
- * there is no key line at all, or no memory. The items appended before that stay in the list.
+ * Result: SZTU_OK; SZTU_CANNOT_PARSE when a line has no "=", a key part of 256 characters or more, or
+ * no value, or when there is no key line at all, or no memory. The items appended before that stay in the list.
  */
 ZT_EXPORT uint32_t sztucParseConfigFile(char *text, SztuList *list);
 
@@ -178,9 +182,9 @@ ZT_EXPORT void sztucFreeConfigList(void *list);
 /* ---- Section "cms": key store, and the channel cache --------------------------------------- */
 
 typedef struct SztouKsConfig {
-    char certificate
-        [1024];   /* label of the certificate (of the channel's, in the channel reader); required */
-    int32_t fips; /* 1 or 0; absent 0 */
+    /* label of the certificate (of the channel's, in the channel reader); required */
+    char certificate[1024];
+    int32_t fips;         /* 1 or 0; absent 0 */
     int32_t forceFipsOff; /* 1 or 0; absent 0; written by sztouGetMCAConfig only */
     char keystore[1024];  /* path of the key store; required */
 } SztouKsConfig;
@@ -189,7 +193,8 @@ typedef struct SztouKsConfig {
  * sztouGetKsConfig reads "cms.keystore", "cms.certificate" (both required) and "cms.fips".
  *  keystorePath  file to read, or null for the standard location.
  *  errorKey      null, or at least 16 bytes.
- * Result: 0, 2, 7, 11, 12, 15.
+ * Result: SZTU_OK, SZTU_BAD_ARGUMENTS, SZTU_SECTION_EMPTY, SZTU_CANNOT_PARSE, SZTU_CANNOT_READ,
+ *         SZTU_BAD_CONFIG.
  */
 ZT_EXPORT uint32_t sztouGetKsConfig(SztouKsConfig *config, const char *keystorePath,
                                     char *errorKey);
@@ -201,7 +206,8 @@ ZT_EXPORT uint32_t sztouGetKsConfig(SztouKsConfig *config, const char *keystoreP
  *  channelName   up to 20 characters, may be padded with blanks; more characters do not count.
  *  keystorePath  as above, but never null while the cache is filled.
  *  errorKey      null, or at least 45 bytes.
- * Result: 0; 1 when "keystore" or the channel's certificate is absent; 2, 7, 11, 12, 15.
+ * Result: SZTU_OK; SZTU_KEY_NOT_PRESENT when "keystore" or the channel's certificate is absent;
+ *         SZTU_BAD_ARGUMENTS, SZTU_SECTION_EMPTY, SZTU_CANNOT_PARSE, SZTU_CANNOT_READ, SZTU_BAD_CONFIG.
  */
 ZT_EXPORT uint32_t sztouGetMCAConfig(SztouKsConfig *config, const char *channelName,
                                      const char *keystorePath, char *errorKey);
@@ -241,7 +247,8 @@ typedef struct SztouOcspConfig {
  * sztouGetOcspConfig reads the section "ocsp". Every key is optional, but a section that sets
  * anything needs "enable", "url" or "http.proxy.host".
  *  errorKey  null, or at least 24 bytes.
- * Result: 0, 2, 7, 11, 12, 15.
+ * Result: SZTU_OK, SZTU_BAD_ARGUMENTS, SZTU_SECTION_EMPTY, SZTU_CANNOT_PARSE, SZTU_CANNOT_READ,
+ *         SZTU_BAD_CONFIG.
  */
 ZT_EXPORT uint32_t sztouGetOcspConfig(SztouOcspConfig *config, const char *keystorePath,
                                       char *errorKey);
@@ -252,7 +259,8 @@ ZT_EXPORT uint32_t sztouGetOcspConfig(SztouOcspConfig *config, const char *keyst
  * sztouGetVEKCredConfig reads "vekcred.keyfile", the path of an initial key file.
  *  keyFile   SZTUC_PATH_CAPACITY bytes, cleared by the caller; stays empty when the key is absent.
  *  itemName  null, or at least 16 bytes: "vekcred", or "vekcred.keyfile" after a failure of the key.
- * Result: 0; 7 when the section has no entries; 2, 11, 12, 15.
+ * Result: SZTU_OK; SZTU_SECTION_EMPTY when the section has no entries; SZTU_BAD_ARGUMENTS,
+ *         SZTU_CANNOT_PARSE, SZTU_CANNOT_READ, SZTU_BAD_CONFIG.
  */
 ZT_EXPORT uint32_t sztouGetVEKCredConfig(char *keyFile, const char *keystorePath, char *itemName);
 
@@ -261,10 +269,12 @@ ZT_EXPORT uint32_t sztouGetVEKCredConfig(char *keyFile, const char *keystorePath
  * by ZTS_VEKCRED_KEYFILE, the file named by "vekcred.keyfile", or the built-in default key.
  *  component, function  attribute memory and trace records.
  *  itemName  null, or at least 16 bytes.
- *  session   cleared, with `algorithm` set.
+ *  session   cleared, with `algorithm` set. A session that is open is left as it is, with its key and
+ *            salt: SZTU_BAD_ARGUMENTS.
  *  fips      1 asks for a FIPS provider.
- * Result: 0, the session is open and is closed with sztouTermPBE; the code of sztouGetVEKCredConfig
- * when that is neither 0 nor 7; 2 for every other failure. After a failure key and salt are null.
+ * Result: SZTU_OK, the session is open and is closed with sztouTermPBE; the code of
+ * sztouGetVEKCredConfig when that is neither SZTU_OK nor SZTU_SECTION_EMPTY; SZTU_BAD_ARGUMENTS for
+ * every other failure. After a failure to open a session its key and salt are null.
  */
 ZT_EXPORT int32_t sztouInitializePBE(uint16_t component, uint32_t function,
                                      const char *keystorePath, char *itemName,
@@ -282,16 +292,17 @@ typedef struct SztouPemConfig {
     char privateKey[1024]; /* key "private": PEM file of the private key; required */
     char publicKey[1024];  /* key "public": PEM file of the certificate; required */
     char password[256];    /* password of the private key, in clear; required */
-    int32_t checkpurpose;  /* 2 check extended key usage, 1 do not, 0 not settled; absent 1, in the
-                              channel reader 0 */
-    int32_t encrypted;     /* 1 the password is stored encrypted, else 0; absent 0 */
+    /* 2 check extended key usage, 1 do not, 0 not settled; absent 1, in the channel reader 0 */
+    int32_t checkpurpose;
+    int32_t encrypted; /* 1 the password is stored encrypted, else 0; absent 0 */
 } SztouPemConfig;
 
 /*
  * sztouGetPemConfig reads the section "pem": "private", "public", "password" (required),
  * "encrypted", "fips", "checkpurpose".
  *  errorKey  null, or at least 25 bytes.
- * Result: 0, 2, 7, 11, 12, 15, or a reason code of svcPBERestore.
+ * Result: SZTU_OK, SZTU_BAD_ARGUMENTS, SZTU_SECTION_EMPTY, SZTU_CANNOT_PARSE, SZTU_CANNOT_READ,
+ *         SZTU_BAD_CONFIG, or a reason code of svcPBERestore.
  */
 ZT_EXPORT uint32_t sztouGetPemConfig(SztouPemConfig *config, const char *keystorePath,
                                      char *errorKey);
@@ -301,8 +312,18 @@ ZT_EXPORT uint32_t sztouGetPemConfig(SztouPemConfig *config, const char *keystor
  * "pem.fips" and "pem.forceFipsOff". It shows no message for an absent key.
  *  channelName, keystorePath  as for sztouGetMCAConfig.
  *  errorKey  null, or at least 46 bytes.
- * Result: 0; 1 when the channel's private, public or password key is absent; 2, 7, 11, 12, 15, or a
- * reason code of svcPBERestore.
+ *
+ * Two traps:
+ *  - The password is decrypted only when "pem.encrypted.channel.<channel>" is YES. Without that marker
+ *    an encrypted text is handed over as the password, with SZTU_OK. Write the marker for each channel;
+ *    a password that begins with "<VEK>" and holds three "!" is not in clear.
+ *  - While the channel cache is filled and serves keystorePath, the keys are looked up in the section
+ *    "cms", which is the one that it holds, and mostly are not there: SZTU_KEY_NOT_PRESENT. Pass the
+ *    path spelled otherwise ("//" for a "/"), or call sztouReleaseMCAKeyStoreConf first.
+ *
+ * Result: SZTU_OK; SZTU_KEY_NOT_PRESENT when the channel's private, public or password key is absent;
+ *         SZTU_BAD_ARGUMENTS, SZTU_SECTION_EMPTY, SZTU_CANNOT_PARSE, SZTU_CANNOT_READ,
+ *         SZTU_BAD_CONFIG, or a reason code of svcPBERestore.
  */
 ZT_EXPORT uint32_t sztouGetMCAPemConfig(SztouPemConfig *config, const char *channelName,
                                         const char *keystorePath, char *errorKey);
@@ -325,7 +346,8 @@ typedef struct SztouPkcs11Config {
  * sztouGetPkcs11Config reads the section "pkcs11": "library", "certificate", "token", "token_pin"
  * (required), "encrypted", "fips", "secondary_keystore".
  *  errorKey  null, or at least 28 bytes.
- * Result: 0, 2, 7, 11, 12, 15, or a reason code of svcPBERestore.
+ * Result: SZTU_OK, SZTU_BAD_ARGUMENTS, SZTU_SECTION_EMPTY, SZTU_CANNOT_PARSE, SZTU_CANNOT_READ,
+ *         SZTU_BAD_CONFIG, or a reason code of svcPBERestore.
  */
 ZT_EXPORT uint32_t sztouGetPkcs11Config(SztouPkcs11Config *config, const char *keystorePath,
                                         char *errorKey);
@@ -363,7 +385,8 @@ typedef struct SztouCrlConfig {
  * needs "cdp" or "ldap.host". Port, user, password and version without a host are dropped.
  *  errorKey  null, or at least 25 bytes.
  *  fips      1 asks for a FIPS provider to decrypt the password.
- * Result: 0, 2, 7, 11, 12, 15, or a reason code of svcPBERestore.
+ * Result: SZTU_OK, SZTU_BAD_ARGUMENTS, SZTU_SECTION_EMPTY, SZTU_CANNOT_PARSE, SZTU_CANNOT_READ,
+ *         SZTU_BAD_CONFIG, or a reason code of svcPBERestore.
  */
 ZT_EXPORT uint32_t sztouGetCrlConfig(SztouCrlConfig *config, const char *keystorePath,
                                      char *errorKey, int32_t fips);
@@ -372,6 +395,7 @@ ZT_EXPORT uint32_t sztouGetCrlConfig(SztouCrlConfig *config, const char *keystor
 }
 #endif
 
+#if defined(__cplusplus) || __STDC_VERSION__ >= 201112L
 static_assert(offsetof(SztuList, SztuListCount) == 24 &&
                   sizeof(SztuList) == 24 + 20 * sizeof(void *),
               "20 operation entries behind count, head and tail");
@@ -387,5 +411,6 @@ static_assert(sizeof(SztouLdapServer) == 1544 && offsetof(SztouLdapServer, pass)
               "fixed layout");
 static_assert(sizeof(SztouCrlConfig) == 22396 && offsetof(SztouCrlConfig, ldapLibrary) == 16988,
               "fixed layout");
+#endif
 
 #endif
