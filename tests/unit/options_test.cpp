@@ -1,4 +1,5 @@
-// The command line of runvekcred: which settings an argument list gives, and which argument is at fault.
+// The command line of runvekcred: which settings an argument list gives, and which argument is at
+// fault.
 #include "runvekcred/options.h"
 
 #include <gtest/gtest.h>
