@@ -32,8 +32,8 @@ void require(bool succeeded) {
         abort();
 }
 
-// Lines of 40 characters, as many of each section. With groups the section stands in a line of its own
-// in front of its keys, else in front of each key.
+// Lines of 40 characters, as many of each section. With groups the section stands in a line of its
+// own in front of its keys, else in front of each key.
 std::string makeText(int64_t lines, bool withGroups) {
     std::string text;
     char line[64];
@@ -59,8 +59,8 @@ SztuList *parse(std::string *text) {
     return list;
 }
 
-// Where the memory of a list comes from: the system, as in a process that reads a large file once, or what the
-// process has used before.
+// Where the memory of a list comes from: the system, as in a process that reads a large file once,
+// or what the process has used before.
 enum class Memory { fresh, used };
 
 void settle(benchmark::State &state, Memory memory) {

@@ -1,9 +1,10 @@
 /*
- * small_floor.c - the least that a small run of runvekcred must do, without options, checks or messages:
+ * small_floor.c - the least that a small run of runvekcred must do, without options, checks or
+ * messages:
  *   small_floor KEYSTORE KEYFILE
- * The file is read once whole and once line by line into KEYSTORE.bak, which is put on the disk and takes
- * its place, with the same lock, reservation and syncs as in the command; meanwhile one key is derived
- * (HKDF) and the values of three lines are encrypted (AES-256-GCM, base64).
+ * The file is read once whole and once line by line into KEYSTORE.bak, which is put on the disk and
+ * takes its place, with the same lock, reservation and syncs as in the command; meanwhile one key
+ * is derived (HKDF) and the values of three lines are encrypted (AES-256-GCM, base64).
  */
 #include <fcntl.h>
 #include <libgen.h>

@@ -1,5 +1,5 @@
 /*
- * ztpbe.h - password-based encryption (PBE) of single credentials, C11 and C++20.
+ * ztpbe.h - password-based encryption (PBE) of single credentials, C99 and C++20.
  *
  * Part of the library libztmcs_r, on OpenSSL libcrypto. docs/encrypted-value.md describes the
  * stored form and the key derivation byte by byte.
@@ -19,16 +19,26 @@ extern "C" {
 /* Reason codes of the service. svcPBEReasonText has a short text for each. */
 enum SvcPBEReason {
     SVC_PBE_OK = 0,
-    SVC_PBE_KEY_FILE_UNREADABLE = 0x20006341,   /* missing, a directory, not permitted, I/O error */
-    SVC_PBE_KEY_FILE_BAD_LENGTH = 0x20006342,   /* empty, or more than 4,096 bytes */
-    SVC_PBE_MALFORMED_TEXT = 0x20006343,        /* not a text that svcPBESave produces */
-    SVC_PBE_AUTHENTICATION_FAILED = 0x20006344, /* another key, or the text was changed */
-    SVC_PBE_CLEAR_TEXT_LENGTH = 0x20006345,     /* empty, or the stored text would be too long */
-    SVC_PBE_UNSUPPORTED_ALGORITHM = 0x20006346, /* neither 1 nor 2 */
-    SVC_PBE_BAD_ARGUMENTS = 0x20006347,         /* null or inconsistent argument or session */
-    SVC_PBE_CRYPTO_FAILED = 0x20006348,         /* libcrypto reported a failure */
-    SVC_PBE_NO_STORAGE = 0x20006350,            /* memory could not be allocated */
-    SVC_PBE_FIPS_NOT_AVAILABLE = 0x10006349, /* no FIPS provider, or a passphrase it may not use */
+    /* Missing, a directory, not permitted, I/O error. */
+    SVC_PBE_KEY_FILE_UNREADABLE = 0x20006341,
+    /* Empty, or longer than SVC_PBE_KEY_FILE_LIMIT. */
+    SVC_PBE_KEY_FILE_BAD_LENGTH = 0x20006342,
+    /* Not a text that svcPBESave produces. */
+    SVC_PBE_MALFORMED_TEXT = 0x20006343,
+    /* Another key, or the text was changed. */
+    SVC_PBE_AUTHENTICATION_FAILED = 0x20006344,
+    /* Empty, or the stored text would be too long. */
+    SVC_PBE_CLEAR_TEXT_LENGTH = 0x20006345,
+    /* None of enum SvcPBELimits. */
+    SVC_PBE_UNSUPPORTED_ALGORITHM = 0x20006346,
+    /* Null or inconsistent argument or session. */
+    SVC_PBE_BAD_ARGUMENTS = 0x20006347,
+    /* libcrypto reported a failure. */
+    SVC_PBE_CRYPTO_FAILED = 0x20006348,
+    /* Memory could not be allocated. */
+    SVC_PBE_NO_STORAGE = 0x20006350,
+    /* No FIPS provider, or a passphrase that it may not use. */
+    SVC_PBE_FIPS_NOT_AVAILABLE = 0x10006349
 };
 
 /* svcPBEReasonText returns the short static text of a reason code of the service or of
@@ -36,45 +46,61 @@ enum SvcPBEReason {
 ZT_EXPORT const char *svcPBEReasonText(uint32_t reason);
 
 enum SvcPBELimits {
-    SVC_PBE_ALGORITHM_CBC_HMAC = 1,  /* AES-256-CBC and HMAC-SHA-256, encrypt-then-MAC */
-    SVC_PBE_ALGORITHM_GCM = 2,       /* AES-256-GCM (NIST SP 800-38D) */
-    SVC_PBE_ALGORITHM_LATEST = 2,    /* the default of the command and of the readers */
-    SVC_PBE_KEY_LENGTH = 32,         /* bytes of a full-strength initial key */
-    SVC_PBE_SALT_LENGTH = 24,        /* bytes of the product's fixed salt */
-    SVC_PBE_STORED_LIMIT = 1024,     /* longest stored text in characters */
-    SVC_PBE_KEY_FILE_LIMIT = 4096,   /* longest initial key file in bytes */
-    SVC_PBE_PASSPHRASE_PADDING = 64, /* passphrases are padded with zeros to at least this length */
-    SVC_PBE_FIPS_PASSPHRASE_MINIMUM =
-        14, /* shortest passphrase with fips, 112 bits (NIST SP 800-132) */
+    /* The algorithms: AES-256-CBC and HMAC-SHA-256, encrypt-then-MAC; AES-256-GCM (NIST SP
+     * 800-38D); the default of the command and of the readers. */
+    SVC_PBE_ALGORITHM_CBC_HMAC = 1,
+    SVC_PBE_ALGORITHM_GCM = 2,
+    SVC_PBE_ALGORITHM_LATEST = SVC_PBE_ALGORITHM_GCM,
+    /* Bytes of a full-strength initial key. */
+    SVC_PBE_KEY_LENGTH = 32,
+    /* Bytes of the product's fixed salt. */
+    SVC_PBE_SALT_LENGTH = 24,
+    /* Longest stored text in characters. */
+    SVC_PBE_STORED_LIMIT = 1024,
+    /* Longest initial key file in bytes. */
+    SVC_PBE_KEY_FILE_LIMIT = 4096,
+    /* Passphrases are padded with zeros to at least this length. */
+    SVC_PBE_PASSPHRASE_PADDING = 64,
+    /* Shortest passphrase with fips in bytes: 112 bits (NIST SP 800-132). */
+    SVC_PBE_FIPS_PASSPHRASE_MINIMUM = 14
 };
 
 /* The session record. Offsets are part of the contract. The caller clears the whole record, then
- * sets the fields up to `fips`. */
+ * sets the fields up to `fips`; what is reserved or the service's stays 0. */
 typedef struct SvcPBESession {
-    int32_t algorithm;       /* offset  0: 1 or 2 */
-    uint32_t reserved1;      /*         4: 0 */
-    const char *label;       /*         8: label of the protected data: 1 to 63 printable
-                                           characters, no blank, "!" or "#"; copied at opening */
-    uint32_t reserved2;      /*        16: 0 */
-    int32_t keyLength;       /*        20: bytes at `key`; 32 is a full-strength key, any other
-                                           length is a passphrase */
-    uint8_t *key;            /*        24: the initial key, the caller's */
-    int32_t saltLength;      /*        32: bytes at `salt` */
-    uint32_t reserved3;      /*        36: 0 */
-    uint8_t *salt;           /*        40: the salt, the caller's */
-    int32_t fips;            /*        48: 1 asks for a FIPS provider */
-    uint32_t serviceWord;    /*        52: the service's, 0 before svcPBEInit */
-    void *serviceState;      /*        56: the service's, null before svcPBEInit */
-    uint8_t serviceRest[32]; /*        64: the service's, 0 before svcPBEInit */
+    /* SVC_PBE_ALGORITHM_CBC_HMAC or SVC_PBE_ALGORITHM_GCM: what svcPBESave encrypts with. */
+    int32_t algorithm;
+    uint32_t reserved1;
+    /* Label of the protected data: 1 to 63 printable characters, no blank, "!" or "#"; copied at
+     * opening. */
+    const char *label;
+    uint32_t reserved2;
+    /* Bytes at `key`: SVC_PBE_KEY_LENGTH is a full-strength key, any other length is a passphrase.
+     * */
+    int32_t keyLength;
+    /* The initial key, the caller's. */
+    uint8_t *key;
+    /* Bytes at `salt`. */
+    int32_t saltLength;
+    uint32_t reserved3;
+    /* The salt, the caller's. */
+    uint8_t *salt;
+    /* 1 asks for a FIPS provider. */
+    int32_t fips;
+    /* The service's: 0 and null while the session is not open. */
+    uint32_t serviceWord;
+    void *serviceState;
+    uint8_t serviceRest[32];
 } SvcPBESession;
 
 /*
- * svcPBEReadInitialKeyFile reads an initial key file (a regular file or a pipe) of 1 to 4,096 bytes:
- * exactly 32 bytes are the key itself; 64 hexadecimal digits, or 44 characters of base64 that decode
- * to 32 bytes, with at most one line end (LF or CRLF) behind them, give the decoded 32 bytes;
- * anything else is a passphrase, less one line end, returned padded with zero bytes to at least 64.
- *  key        receives a new buffer; the caller releases it with svcPBEFreeBuf (key, keyLength). What
- *             nobody released is wiped and released by svcProgramTerm.
+ * svcPBEReadInitialKeyFile reads an initial key file (a regular file or a pipe) of 1 to 4,096
+ * bytes: exactly 32 bytes are the key itself; 64 hexadecimal digits, or 44 characters of base64
+ * that decode to 32 bytes, with at most one line end (LF or CRLF) behind them, give the decoded 32
+ * bytes; anything else is a passphrase, less one line end, returned padded with zero bytes to at
+ * least 64.
+ *  key        receives a new buffer; the caller releases it with svcPBEFreeBuf (key, keyLength).
+ *             What nobody released is wiped and released by svcProgramTerm.
  *  keyLength  receives its length in bytes.
  * Result: SVC_PBE_OK, SVC_PBE_KEY_FILE_UNREADABLE, SVC_PBE_KEY_FILE_BAD_LENGTH,
  * SVC_PBE_BAD_ARGUMENTS, SVC_PBE_NO_STORAGE.
@@ -107,7 +133,8 @@ ZT_EXPORT uint32_t svcPBESave(SvcPBESession *session, const char *clearText, int
  * whatever the session's own is.
  *  storedText   storedLength characters, need not be terminated.
  *  algorithm    receives that digit; may be null.
- *  clearText    receives the credential, not terminated; released with svcPBEFreeBuf, which wipes it.
+ *  clearText    receives the credential, not terminated; the caller releases it with svcPBEFreeBuf,
+ *               which wipes it.
  * Result: SVC_PBE_OK, SVC_PBE_MALFORMED_TEXT (also for an empty text),
  * SVC_PBE_AUTHENTICATION_FAILED, SVC_PBE_BAD_ARGUMENTS, SVC_PBE_NO_STORAGE, SVC_PBE_CRYPTO_FAILED.
  * On failure the outputs are null and 0.

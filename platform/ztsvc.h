@@ -1,5 +1,5 @@
 /*
- * ztsvc.h - common services of the product (library libztmcs_r), C11 and C++20.
+ * ztsvc.h - common services of the product (library libztmcs_r), C99 and C++20.
  *
  * Start-up and termination, memory, environment, numbered messages, failure records and the
  * process anchor. The PBE service of the same library has a header of its own, ztpbe.h; the trace
@@ -48,10 +48,13 @@ enum SvcReason {
 
 /* Facts about this process that every library of the product may read. */
 typedef struct ThdProcess {
-    uint32_t traceFlags; /* bits of enum TrcFlag (zttrc.h); TRC_UNSETTLED until first use */
-    uint32_t initReason; /* reason of a failed initialisation, 0 when there was none */
-    int32_t processKind; /* 0, or the kind that the program gave itself; kinds 12, 14, 15 and 47
-                            may fill the channel cache of the configuration library */
+    /* Bits of enum TrcFlag (zttrc.h); TRC_UNSETTLED until first use. */
+    uint32_t traceFlags;
+    /* Reason of a failed initialisation, SVC_OK when there was none. */
+    uint32_t initReason;
+    /* 0, or the kind that the program gave itself; kinds 12, 14, 15 and 47 may fill the channel
+     * cache of the configuration library. */
+    int32_t processKind;
 } ThdProcess;
 
 ZT_EXPORT extern ThdProcess thdProcess;
@@ -68,8 +71,9 @@ ZT_EXPORT extern const SvcMiniSubpool svcIC_MINI_SUBPOOL;
 
 /*
  * svcCheckConsistency tells whether the installation under installationPath is usable: the path is
- * absolute, what lies there (if anything) is a directory, and the libcrypto loaded at run time is of
- * the version series that the PBE service was built against. A path that does not exist is no fault.
+ * absolute, what lies there (if anything) is a directory, and the libcrypto loaded at run time has
+ * the major version that the PBE service was built against, and a minor version not below that
+ * one's. A path that does not exist is no fault.
  * Result: SVC_OK, SVC_BAD_ARGUMENTS (null path), SVC_NOT_CONSISTENT.
  */
 ZT_EXPORT uint32_t svcCheckConsistency(const char *installationPath);
@@ -77,9 +81,9 @@ ZT_EXPORT uint32_t svcCheckConsistency(const char *installationPath);
 /*
  * svcProgramInit prepares a process that belongs to the program alone: it switches core dumps off,
  * because the process will hold secrets, opens /dev/null in place of closed standard streams, makes
- * SIGPIPE and SIGXFSZ errors of the calls that raise them, and tells the PBE service that it may choose process-wide
- * options of libcrypto. Never called by a library. `options` and `programKind` are recorded in the
- * trace and change nothing.
+ * SIGPIPE and SIGXFSZ errors of the calls that raise them, and tells the PBE service that it may
+ * choose process-wide options of libcrypto. Never called by a library. `options` and `programKind`
+ * are recorded in the trace and change nothing.
  * Result: SVC_OK.
  */
 ZT_EXPORT uint32_t svcProgramInit(int argumentCount, char **arguments, uint32_t options,
@@ -110,7 +114,8 @@ ZT_EXPORT uint32_t svcProgramTerm(uint32_t options);
 
 /*
  * svcGetMemFn allocates `length` bytes, cleared to zero, and stores their address in *buffer.
- * `subpool` is 0; `component` and `allocation` say whose memory it is, for a debugger at this call; `options` is 0.
+ * `subpool` is 0; `component` and `allocation` say whose memory it is, for a debugger at this call;
+ * `options` is 0.
  * The caller releases the memory with svcFreeMemFn. On failure *buffer is null.
  * Result: SVC_OK, SVC_BAD_ARGUMENTS (null reference or length 0), SVC_NO_STORAGE.
  */
@@ -131,11 +136,14 @@ ZT_EXPORT void svcWipe(void *buffer, size_t length);
 
 /* The latest failure record, as a diagnosing program sees it. */
 typedef struct SvcFailureRecord {
-    uint32_t count;     /* failures recorded in this process so far */
-    uint32_t component; /* numbers of the latest one */
+    /* Failures recorded in this process so far. */
+    uint32_t count;
+    /* Numbers of the latest one. */
+    uint32_t component;
     uint32_t failure;
     uint32_t probe;
-    const char *source; /* where it was noticed; static text, "" before the first record */
+    /* Where it was noticed; static text, "" before the first record. */
+    const char *source;
     int32_t line;
 } SvcFailureRecord;
 
@@ -174,7 +182,8 @@ ZT_EXPORT uint32_t svcGetEnvironmentStringX(const char *name, char *buffer, size
 
 /* The common-services control block. */
 typedef struct SvcCtrl {
-    uid_t userId; /* real user identity of the process */
+    /* Real user identity of the process. */
+    uid_t userId;
 } SvcCtrl;
 
 /* svcGetCtrl returns the control block of this process. */
@@ -223,13 +232,16 @@ enum SvcMessageNumber {
 
 /* The inserts of one message, handed over by value. svcMakeInserts makes a valid block. */
 typedef struct SvcMessageInserts {
-    char eyeCatcher[4]; /* "SMIB", without a terminator */
-    uint32_t reserved;  /* 0 */
-    int64_t numeric1;   /* a reason code or an error number */
-    uint64_t unused[2]; /* 0 */
+    /* "SMIB", without a terminator. */
+    char eyeCatcher[4];
+    /* 0, as `unused` and `last`. */
+    uint32_t reserved;
+    /* A reason code or an error number. */
+    int64_t numeric1;
+    uint64_t unused[2];
     const char *string1;
     const char *string2;
-    uint64_t last; /* 0 */
+    uint64_t last;
 } SvcMessageInserts;
 
 /* svcMakeInserts returns a cleared block with its eye-catcher and these inserts. */
@@ -244,10 +256,11 @@ static inline SvcMessageInserts svcMakeInserts(int64_t numeric1, const char *str
 /*
  * svcDisplayMessageForError writes one numbered message to standard error, in one write:
  * "ZTM9106E text", that is the prefix, the low 16 bits of `number` in four hexadecimal digits, then
- * E for 0x2... numbers, W for 0x1..., else I. The texts stand in one table, platform/common/
- * catalogue.cpp. Control characters in an insert are shown as "?"; a line
- * is cut at 10 KiB. `handle` and `word` are the
- * message context; `options`, `source` and `line` go to the trace.
+ * E for 0x2... numbers, W for 0x1..., else I. The texts stand in one table,
+ * platform/common/catalogue.cpp. Of an insert, control characters, characters that change the
+ * direction of writing, and bytes that are no UTF-8 are shown as "?", one for each byte; a line is
+ * cut at 10 KiB. `handle` and `word` are the message context; `options`, `source` and `line` go to
+ * the trace.
  * Result: SVC_OK, SVC_BAD_ARGUMENTS (the block has no eye-catcher, or the number is not in the
  * catalogue).
  */

@@ -2,9 +2,10 @@
  * zttrc.h - trace facility of the product (library libztmcs_r).
  *
  * Off unless the environment variable ZTS_TRACE names a file: records are appended to it, one line
- * each. The file is created with mode 0600, is not opened through a symbolic link, must be a regular
- * file of the same user, and is ignored in a set-id program. A trace can hold credentials: the parser
- * records every line that it reads.
+ * each. The file is created with mode 0600 and is not opened through a symbolic link; one that
+ * exists must be a regular file of the same user with one name, and permissions of other users are
+ * taken off. In a set-id program the variable is ignored. A trace can hold credentials: the parser
+ * records every line that it reads. Control characters in a record are written as "?".
  *
  * A record is "time process.thread kind component:function source:line text". A record is cut at
  * 10 KiB. Tracing never fails a caller: what cannot be written is lost.
@@ -65,8 +66,8 @@ static inline int trcActive(uint32_t flags) {
  * The one macro family of the project: only a macro can supply the line. A file that traces defines
  * TRC_SOURCE, the name of its module, before the first use.
  *
- * TRC_PARMS records a text; TRC_PARMS_AT records a text that begins with "%s : %d  ", whose first two
- * inserts, source name and line, are supplied.
+ * TRC_PARMS records a text; TRC_PARMS_AT records a text that begins with "%s : %d  ", whose first
+ * two inserts, source name and line, are supplied.
  */
 #define TRC_ENTRY(function)                                                                        \
     do {                                                                                           \

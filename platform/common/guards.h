@@ -1,7 +1,8 @@
 /*
  * guards.h - owners: what is acquired belongs to an object that gives it back at its end, on every
- * path. They need nothing of the C++ run-time library. The owner of a trace record's pair, entry and
- * exit, is ztm::TraceScope in zttrc.h; declare it first, so that the cleanup comes before the exit.
+ * path. They need nothing of the C++ run-time library. The owner of a trace record's pair, entry
+ * and exit, is ztm::TraceScope in zttrc.h; declare it first, so that the cleanup comes before the
+ * exit.
  */
 #ifndef ZTM_GUARDS_H
 #define ZTM_GUARDS_H
@@ -127,8 +128,8 @@ private:
     pthread_mutex_t &mutex;
 };
 
-// Wiping is a buffer or a record that wipes itself, as every copy of it does. `Wiping<char[64]> text;`
-// is not initialised, `Wiping<char[64]> text{};` is cleared.
+// Wiping is a buffer or a record that wipes itself, as every copy of it does. `Wiping<char[64]>
+// text;` is not initialised, `Wiping<char[64]> text{};` is cleared.
 template <typename Value> struct Wiping {
     Value value;
     ~Wiping() {

@@ -1,7 +1,8 @@
 /*
  * printable.cpp - which characters of a foreign text may be shown on a terminal.
  *
- * UTF-8 as Unicode 15, table 3-7, has it: the shortest form only, no surrogates, nothing above U+10FFFF.
+ * UTF-8 as Unicode 15, table 3-7, has it: the shortest form only, no surrogates, nothing above
+ * U+10FFFF.
  */
 #include "common/printable.h"
 
@@ -11,8 +12,8 @@ namespace ztm {
 
 namespace {
 
-// By the first byte: how many bytes follow, what of it belongs to the number, and the smallest number
-// that takes so many bytes.
+// By the first byte: how many bytes follow, what of it belongs to the number, and the smallest
+// number that takes so many bytes.
 struct Form {
     uint8_t mask;
     uint8_t lead;

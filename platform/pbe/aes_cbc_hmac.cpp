@@ -1,6 +1,7 @@
 /*
- * aes_cbc_hmac.cpp - algorithm 1: AES-256-CBC with PKCS#7 padding, then HMAC-SHA-256 over everything
- * before the tag in the text. The first half of the key enciphers, the other authenticates.
+ * aes_cbc_hmac.cpp - algorithm 1: AES-256-CBC with PKCS#7 padding, then HMAC-SHA-256 over
+ * everything before the tag in the text. The first half of the key enciphers, the other
+ * authenticates.
  */
 #include "pbe/algorithm.h"
 

@@ -17,8 +17,8 @@ bool addHeader(Cipher *cipher, std::span<const char> header) {
                             static_cast<int>(header.size())) == 1;
 }
 
-// A FIPS provider makes the nonce itself, at the first byte enciphered. A context does so only once, so
-// it starts anew for every value.
+// A FIPS provider makes the nonce itself, at the first byte enciphered. A context does so only
+// once, so it starts anew for every value.
 bool startSealing(Cipher *cipher, ValueParts *parts) {
     const EVP_CIPHER *const algorithm = cipher->libcrypto->gcm.get();
     if (!cipher->libcrypto->fips)

@@ -46,7 +46,8 @@ bool startCipher(Cipher *cipher, const EVP_CIPHER *algorithm, const uint8_t *non
     return isStarted;
 }
 
-// Random bytes are never kept for a later value: whoever forks past the C library would use them twice.
+// Random bytes are never kept for a later value: whoever forks past the C library would use them
+// twice.
 bool makeNonce(const Cipher &cipher, ValueParts *parts) {
     return RAND_bytes_ex(cipher.libcrypto->library.get(), parts->nonce,
                          cipher.algorithm->shape.nonceLength, /* strength= */ 0) == 1;

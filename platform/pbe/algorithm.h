@@ -18,8 +18,8 @@ enum class Direction { none, decrypt, encrypt };
 
 struct Algorithm;
 
-// An algorithm in use: its derived key and the libcrypto contexts that hold it. All of it is secret.
-// A context keeps its key from value to value; only the nonce is set anew.
+// An algorithm in use: its derived key and the libcrypto contexts that hold it. All of it is
+// secret. A context keeps its key from value to value; only the nonce is set anew.
 struct Cipher {
     const Libcrypto *libcrypto = nullptr;
     const Algorithm *algorithm = nullptr; // null: not open

@@ -11,8 +11,8 @@
 
 namespace ztm {
 
-// stretchPassphrase turns a passphrase into an initial key: PBKDF2-HMAC-SHA-256, 600,000 iterations.
-// It takes a good part of a second.
+// stretchPassphrase turns a passphrase into an initial key: PBKDF2-HMAC-SHA-256, 600,000
+// iterations. It takes a good part of a second.
 // Result: SVC_PBE_OK, SVC_PBE_NO_STORAGE, SVC_PBE_CRYPTO_FAILED.
 [[nodiscard]] uint32_t stretchPassphrase(const Libcrypto &libcrypto,
                                          std::span<const uint8_t> passphrase,

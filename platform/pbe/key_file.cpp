@@ -45,7 +45,8 @@ bool decodeHexadecimal(const uint8_t *text, size_t length, uint8_t *key) {
     return true;
 }
 
-// The decoder counts padding as zero bytes and lets it stand anywhere, so its place is checked here.
+// The decoder counts padding as zero bytes and lets it stand anywhere, so its place is checked
+// here.
 bool decodeBase64(const uint8_t *text, size_t length, uint8_t *key) {
     return length == BASE64_LENGTH && memchr(text, '=', length) == text + length - 1 &&
            EVP_DecodeBlock(key, text, BASE64_LENGTH) == SVC_PBE_KEY_LENGTH + 1;
@@ -59,7 +60,8 @@ size_t lengthWithoutLineEnd(std::span<const uint8_t> content) {
     return isCrLf ? length - 1 : length;
 }
 
-// Reads until the end of the file, but not more than `capacity` bytes. Result: 0 or an error number.
+// Reads until the end of the file, but not more than `capacity` bytes. Result: 0 or an error
+// number.
 int readAll(int file, uint8_t *content, size_t capacity, size_t *length) {
     *length = 0;
     while (*length < capacity) {
@@ -86,8 +88,8 @@ uint32_t readContent(const char *path, uint8_t *content, size_t capacity, size_t
     return fits ? SVC_PBE_OK : SVC_PBE_KEY_FILE_BAD_LENGTH;
 }
 
-// Turns a content of 1 to SVC_PBE_KEY_FILE_LIMIT bytes into the initial key; `key` is clear. Result: its
-// length, 32 for a full-strength key only; 0 when there is no passphrase.
+// Turns a content of 1 to SVC_PBE_KEY_FILE_LIMIT bytes into the initial key; `key` is clear.
+// Result: its length, 32 for a full-strength key only; 0 when there is no passphrase.
 size_t classifyKey(std::span<const uint8_t> content,
                    std::span<uint8_t, SVC_PBE_KEY_FILE_LIMIT> key) {
     if (content.size() == SVC_PBE_KEY_LENGTH) {
@@ -100,7 +102,8 @@ size_t classifyKey(std::span<const uint8_t> content,
         return SVC_PBE_KEY_LENGTH;
     if (length == 0)
         return 0;
-    // The copy overwrites whatever a decoder left. A passphrase is longer than that, or is 64 bytes.
+    // The copy overwrites whatever a decoder left. A passphrase is longer than that, or is 64
+    // bytes.
     memcpy(key.data(), content.data(), length);
     constexpr size_t SHORTEST = SVC_PBE_PASSPHRASE_PADDING;
     return length < SHORTEST ? SHORTEST : length;

@@ -44,8 +44,8 @@ bool fetchAlgorithms(Libcrypto *libcrypto, const char *properties) {
            libcrypto->pbkdf2;
 }
 
-// Where the process belongs to the program, an OpenSSL configuration that cannot be loaded fails the
-// program. Elsewhere libcrypto loads it by itself when the first algorithm is fetched.
+// Where the process belongs to the program, an OpenSSL configuration that cannot be loaded fails
+// the program. Elsewhere libcrypto loads it by itself when the first algorithm is fetched.
 bool startLibcrypto() {
     return !isOwnProcess.load(std::memory_order_relaxed) ||
            OPENSSL_init_crypto(OPENSSL_INIT_LOAD_CONFIG, /* settings= */ nullptr) == 1;
@@ -57,8 +57,8 @@ bool openPlain(Libcrypto *libcrypto) {
            fetchAlgorithms(libcrypto, /* properties= */ nullptr);
 }
 
-// The machine's OpenSSL configuration tells where the FIPS provider is and what its checksum must be.
-// It could also activate other providers in this context, so the random generator, like every
+// The machine's OpenSSL configuration tells where the FIPS provider is and what its checksum must
+// be. It could also activate other providers in this context, so the random generator, like every
 // algorithm, is named with the property that only the FIPS provider's have.
 bool openFips(Libcrypto *libcrypto) {
     if (!startLibcrypto())
@@ -142,8 +142,8 @@ bool isLoadedLibcryptoUsable() {
                     {OPENSSL_version_major(), OPENSSL_version_minor()});
 }
 
-// The caller's older entries stay in the queue while the service works, so its oldest entry may be one
-// of them; the newest is the service's own, but may only repeat that a step before it failed.
+// The caller's older entries stay in the queue while the service works, so its oldest entry may be
+// one of them; the newest is the service's own, but may only repeat that a step before it failed.
 uint32_t reasonOf(bool succeeded, uint32_t otherwise) {
     if (succeeded)
         return SVC_PBE_OK;

@@ -2,8 +2,9 @@
  * libcrypto.h - the libcrypto context and the algorithms that serve sessions.
  *
  * There are two in a process, each made at first use and kept: the plain one is libcrypto's default
- * context as the machine's OpenSSL configuration makes it; the FIPS one is a context of the service's
- * own with the providers "fips" and "base", from which every algorithm and the random generator come.
+ * context as the machine's OpenSSL configuration makes it; the FIPS one is a context of the
+ * service's own with the providers "fips" and "base", from which every algorithm and the random
+ * generator come.
  */
 #ifndef ZTM_LIBCRYPTO_H
 #define ZTM_LIBCRYPTO_H
@@ -47,9 +48,9 @@ void dropLibcrypto();
 // libcrypto may be chosen. It does nothing else.
 void claimProcess();
 
-// prepareLibcrypto makes the first call of libcrypto, in a process that belongs to the program alone:
-// it chooses the process-wide options that make its start short. Elsewhere, and later, it changes
-// nothing.
+// prepareLibcrypto makes the first call of libcrypto, in a process that belongs to the program
+// alone: it chooses the process-wide options that make its start short. Elsewhere, and later, it
+// changes nothing.
 void prepareLibcrypto();
 
 // A version of libcrypto.
@@ -61,12 +62,12 @@ struct Version {
 // isUsable tells whether a program built against one version of libcrypto can run with another.
 [[nodiscard]] bool isUsable(Version built, Version loaded);
 
-// isLoadedLibcryptoUsable tells that of the service's own build and the libcrypto loaded at run time,
-// which it does not initialise.
+// isLoadedLibcryptoUsable tells that of the service's own build and the libcrypto loaded at run
+// time, which it does not initialise.
 [[nodiscard]] bool isLoadedLibcryptoUsable();
 
-// reasonOf returns SVC_PBE_OK for a success of libcrypto. For a failure it returns SVC_PBE_NO_STORAGE
-// when the error queue tells that memory was refused, else `otherwise`.
+// reasonOf returns SVC_PBE_OK for a success of libcrypto. For a failure it returns
+// SVC_PBE_NO_STORAGE when the error queue tells that memory was refused, else `otherwise`.
 [[nodiscard]] uint32_t reasonOf(bool succeeded, uint32_t otherwise);
 
 } // namespace ztm

@@ -1,8 +1,9 @@
 /*
  * session.cpp - sessions: one credential saved or restored at a time.
  *
- * Nothing is derived and no algorithm is fetched before the first value, unless the session asks for a
- * FIPS provider: a program that opens a session and finds nothing to encrypt pays for neither.
+ * Nothing is derived and no algorithm is fetched before the first value, unless the session asks
+ * for a FIPS provider: a program that opens a session and finds nothing to encrypt pays for
+ * neither.
  */
 #include "pbe/algorithm.h"
 #include "pbe/key_derivation.h"
@@ -103,8 +104,8 @@ uint32_t findInitialKey(const SvcPBESession &record, Session *session, const uin
     return reason;
 }
 
-// Finds the cipher of an algorithm, and derives its key when this is its first value. *header receives
-// label and digit.
+// Finds the cipher of an algorithm, and derives its key when this is its first value. *header
+// receives label and digit.
 uint32_t findCipher(const SvcPBESession &record, Session *session, const Algorithm &algorithm,
                     Cipher **cipher, std::span<const char> *header) {
     session->header[session->labelLength] = static_cast<char>('0' + algorithm.digit);
@@ -181,8 +182,8 @@ uint32_t restore(const SvcPBESession &record, Session *session, std::span<const 
 
 // ---- What libcrypto leaves behind --------------------------------------------------------------
 
-// libcrypto's functions leave blocks of the clear text in their frames. The next value would overwrite
-// them, but nobody knows when it comes.
+// libcrypto's functions leave blocks of the clear text in their frames. The next value would
+// overwrite them, but nobody knows when it comes.
 __attribute__((noinline)) void overwriteDeadStack() {
     char dead[4096];
     svcWipe(dead, sizeof dead);

@@ -55,8 +55,8 @@ size_t writeBody(char *text, std::span<const char> header, const ValueShape &sha
                  const ValueParts &parts);
 void writeTag(char *text, const ValueShape &shape, const ValueParts &parts);
 
-// digitOf returns the digit of a text that begins with the label, one character and "!", as a number,
-// or 0 for any other text. What is no digit gives a number that no algorithm has.
+// digitOf returns the digit of a text that begins with the label, one character and "!", as a
+// number, or 0 for any other text. What is no digit gives a number that no algorithm has.
 [[nodiscard]] int32_t digitOf(std::span<const char> text, std::span<const char> label);
 
 // parseValue takes a text apart for which digitOf gave a number. *bodyLength receives the length of

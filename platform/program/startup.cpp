@@ -57,8 +57,8 @@ uint32_t svcProgramInit(int argumentCount, char **arguments, uint32_t options,
     for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream)
         if (fcntl(stream, F_GETFD) < 0)
             (void)open("/dev/null", O_RDWR);
-    // A reader of messages that went away and a limit on the size of files are errors of a call, not
-    // ends of the process: it has files to put in order and secrets to wipe.
+    // A reader of messages that went away and a limit on the size of files are errors of a call,
+    // not ends of the process: it has files to put in order and secrets to wipe.
     (void)signal(SIGPIPE, SIG_IGN);
     (void)signal(SIGXFSZ, SIG_IGN);
     claimProcess();

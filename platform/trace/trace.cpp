@@ -33,8 +33,8 @@ struct TraceLine {
     size_t length;
 };
 
-// Opens the trace file where it is safe: a trace can hold credentials, so it must be the user's own,
-// have one name, and be for nobody else.
+// Opens the trace file where it is safe: a trace can hold credentials, so it must be the user's
+// own, have one name, and be for nobody else.
 int openTraceFile(const char *path) {
     Descriptor file(
         open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY,

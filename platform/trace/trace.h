@@ -8,8 +8,8 @@
 
 namespace ztm {
 
-// startTrace settles whether this process traces. A trace file that cannot be used is no failure: the
-// process runs untraced. Result: SVC_OK, SVC_THREAD_KEY_LOST.
+// startTrace settles whether this process traces. A trace file that cannot be used is no failure:
+// the process runs untraced. Result: SVC_OK, SVC_THREAD_KEY_LOST.
 [[nodiscard]] uint32_t startTrace();
 
 // stopTrace closes the trace file; later records are lost.

@@ -1,8 +1,8 @@
 /*
  * exit_status.cpp - the exit status of every reason code of the command.
  *
- * Codes from 1 to 63 are their own status; the table holds the larger ones. The last digits of a status
- * recall those of its code where they can.
+ * Codes from 1 to 63 are their own status; the table holds the larger ones. The last digits of a
+ * status recall those of its code where they can.
  */
 #include "ztpbe.h"
 #include "ztutl.h"
