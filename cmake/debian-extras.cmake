@@ -1,4 +1,5 @@
-# Run by cpack before it makes each package. What it has staged is readable by all, whatever the umask says.
+# Run by cpack before it makes each package. What it has staged is readable by all, whatever the
+# umask says.
 set(readable OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
 set(open_folder ${readable} OWNER_EXECUTE GROUP_EXECUTE WORLD_EXECUTE)
 set(folder ${CPACK_TEMPORARY_DIRECTORY}${CPACK_INSTALL_PREFIX})
@@ -7,8 +8,8 @@ while(NOT folder STREQUAL CPACK_TEMPORARY_DIRECTORY)
   cmake_path(GET folder PARENT_PATH folder)
 endwhile()
 
-# A .deb also has what Debian's tools look for outside the prefix: the changelog, and the reasons for what lintian
-# would report.
+# A .deb also has what Debian's tools look for outside the prefix: the changelog, and the reasons
+# for what lintian would report.
 if(NOT CPACK_GENERATOR STREQUAL DEB)
   return()
 endif()

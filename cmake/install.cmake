@@ -8,15 +8,17 @@ set(vek_executable ${vek_readable} OWNER_EXECUTE GROUP_EXECUTE WORLD_EXECUTE)
 set(vek_public_headers lib/vek/ztvek.h platform/ztpbe.h platform/ztsvc.h)
 set(vek_package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/ztvek)
 
-# Files get their modes from install() itself. For folders it asks the umask, so those that are missing are made
-# first.
-set(vek_folders ${CMAKE_INSTALL_BINDIR} ${CMAKE_INSTALL_INCLUDEDIR} ${CMAKE_INSTALL_LIBDIR}/pkgconfig
+# Files get their modes from install() itself. For folders it asks the umask, so those that are
+# missing are made first.
+set(vek_folders ${CMAKE_INSTALL_BINDIR} ${CMAKE_INSTALL_INCLUDEDIR}
+    ${CMAKE_INSTALL_LIBDIR}/pkgconfig
                 ${vek_package_dir} ${CMAKE_INSTALL_DOCDIR} ${CMAKE_INSTALL_MANDIR}/man1
                 ${CMAKE_INSTALL_MANDIR}/man3 ${CMAKE_INSTALL_MANDIR}/man5
                 ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
 install(
   CODE "foreach(folder ${vek_folders})
-    cmake_path(ABSOLUTE_PATH folder BASE_DIRECTORY \"\${CMAKE_INSTALL_PREFIX}\" OUTPUT_VARIABLE folder)
+    cmake_path(ABSOLUTE_PATH folder BASE_DIRECTORY \"\${CMAKE_INSTALL_PREFIX}\"
+               OUTPUT_VARIABLE folder)
     cmake_path(ABSOLUTE_PATH folder OUTPUT_VARIABLE folder)
     set(missing \"\$ENV{DESTDIR}\${folder}\")
     set(made \"\")
@@ -52,7 +54,8 @@ configure_package_config_file(cmake/ztvekConfig.cmake.in ${CMAKE_BINARY_DIR}/cma
                               INSTALL_DESTINATION ${vek_package_dir})
 write_basic_package_version_file(${CMAKE_BINARY_DIR}/cmake/ztvekConfigVersion.cmake
                                  COMPATIBILITY SameMajorVersion)
-install(FILES ${CMAKE_BINARY_DIR}/cmake/ztvekConfig.cmake ${CMAKE_BINARY_DIR}/cmake/ztvekConfigVersion.cmake
+install(FILES ${CMAKE_BINARY_DIR}/cmake/ztvekConfig.cmake
+        ${CMAKE_BINARY_DIR}/cmake/ztvekConfigVersion.cmake
         DESTINATION ${vek_package_dir})
 
 # For callers with pkg-config.

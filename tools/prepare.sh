@@ -1,9 +1,10 @@
 # shellcheck shell=bash disable=SC2034
-# tools/prepare.sh - sourced in the project's folder by every script that builds or checks something, after
-# `set -e`: installs missing packages, and runs steps whose output only matters when they fail.
+# tools/prepare.sh - sourced in the project's folder by every script that builds or checks
+# something, after `set -e`: installs missing packages, and runs steps whose output only matters
+# when they fail.
 
-# The Debian packages by purpose. This is the only list of them. The first is all that ./demo and ./test need,
-# and what every other purpose needs as well.
+# The Debian packages by purpose. This is the only list of them. The first is all that ./demo and
+# ./test need, and what every other purpose needs as well.
 packages=(abigail-tools cmake g++ gdb libcli11-dev libgtest-dev libssl-dev mandoc ninja-build
     nlohmann-json3-dev pkg-config python3 python3-cryptography spin strace)
 packages_check=(ansible-core clang-14 clang-format-14 git shellcheck)
@@ -23,9 +24,9 @@ announce() {
     printf '%(%H:%M:%S)T  %s  (%s)\n' -1 "$1" "$2" >&2
 }
 
-# step WHAT NAME COMMAND... runs COMMAND with its output in build/log/NAME.log, after a line that says so. If
-# COMMAND fails, that output is shown and the script ends. A function as COMMAND ends at its first failure,
-# which it would not do as the condition of an "if".
+# step WHAT NAME COMMAND... runs COMMAND with its output in build/log/NAME.log, after a line that
+# says so. If COMMAND fails, that output is shown and the script ends. A function as COMMAND ends at
+# its first failure, which it would not do as the condition of an "if".
 step() {
     local what=$1 log=build/log/$2.log status
     shift 2
@@ -42,8 +43,8 @@ step() {
     fi
 }
 
-# install_packages PACKAGE... installs those that are missing, as root or through sudo, which may ask for a
-# password on the terminal.
+# install_packages PACKAGE... installs those that are missing, as root or through sudo, which may
+# ask for a password on the terminal.
 install_packages() {
     local package missing=() as_root=()
     for package in "$@"; do
@@ -63,7 +64,8 @@ install_packages() {
     fi
     # shellcheck disable=SC2016 # The shell that is called expands this.
     step "Installing ${missing[*]}" packages "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
-        sh -ec 'apt-get -q update; apt-get -q -y install --no-install-recommends "$@"' sh "${missing[@]}"
+        sh -ec 'apt-get -q update; apt-get -q -y install --no-install-recommends "$@"' sh \
+        "${missing[@]}"
 }
 
 # build_preset PRESET [OPTION...] configures build/PRESET, with the options of cmake, and builds it.
@@ -74,9 +76,9 @@ build_preset() {
     step "Building build/$preset" "$preset-build" cmake --build --preset "$preset" -- --quiet
 }
 
-# run_tests PRESET [OPTION...] runs the tests in build/PRESET, with the options of ctest, and prints its
-# closing lines; when tests fail it shows what they said and ends the script. With an option that asks for
-# more to be seen, such as -V, it prints all that ctest does.
+# run_tests PRESET [OPTION...] runs the tests in build/PRESET, with the options of ctest, and prints
+# its closing lines; when tests fail it shows what they said and ends the script. With an option
+# that asks for more to be seen, such as -V, it prints all that ctest does.
 run_tests() {
     local preset=$1 log=build/log/$1-tests.log status=0
     local tests=(ctest --preset "$1" -j "$(nproc)" "${@:2}")

@@ -1,10 +1,12 @@
 #!/bin/sh
-# change-key.sh FILE OLD_KEY NEW_KEY [OPTION...] - protects the credentials of FILE, a keystore.conf, with the
-# key file NEW_KEY instead of OLD_KEY, and lets vekcred.keyfile, if FILE has it, name NEW_KEY in the same step.
-# The options go to runvekcred. RUNVEKCRED names the command, PRINT_SECTION the example program print_section.
+# change-key.sh FILE OLD_KEY NEW_KEY [OPTION...] - protects the credentials of FILE, a
+# keystore.conf, with the key file NEW_KEY instead of OLD_KEY, and lets vekcred.keyfile, if FILE has
+# it, name NEW_KEY in the same step. The options go to runvekcred. RUNVEKCRED names the command,
+# PRINT_SECTION the example program print_section.
 #
-# runvekcred does not decrypt; the readers do. Meanwhile the credentials stand in clear in a folder of their own
-# in memory (SCRATCH, else /dev/shm). The new file is read back and compared before it takes the old one's place.
+# runvekcred does not decrypt; the readers do. Meanwhile the credentials stand in clear in a folder
+# of their own in memory (SCRATCH, else /dev/shm). The new file is read back and compared before it
+# takes the old one's place.
 set -eu
 umask 077
 
@@ -13,8 +15,8 @@ fail() {
     exit 1
 }
 
-# restored VALUE KEY prints the clear text of an encrypted value. The readers of every section decrypt alike;
-# that of pkcs11 takes the longest.
+# restored VALUE KEY prints the clear text of an encrypted value. The readers of every section
+# decrypt alike; that of pkcs11 takes the longest.
 restored() {
     {
         printf 'pkcs11.%s = -\n' library certificate token
@@ -28,8 +30,8 @@ restored() {
     sed -n 's/^token_pin = //p' "$work/section"
 }
 
-# in_clear FILE KEY prints FILE with its credentials in clear. Only markers that the readers need for a channel
-# stay, behind all passwords, where runvekcred does not take them for its own.
+# in_clear FILE KEY prints FILE with its credentials in clear. Only markers that the readers need
+# for a channel stay, behind all passwords, where runvekcred does not take them for its own.
 in_clear() {
     while IFS= read -r line || [ -n "$line" ]; do
         word=${line#"${line%%[![:space:]]*}"}

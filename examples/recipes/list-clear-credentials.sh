@@ -1,6 +1,6 @@
 #!/bin/sh
-# list-clear-credentials.sh FILE... - names the credentials of keystore.conf that are not safely encrypted, one
-# a line and never with their values: FILE:LINE: KEY: VERDICT. The verdicts are
+# list-clear-credentials.sh FILE... - names the credentials of keystore.conf that are not safely
+# encrypted, one a line and never with their values: FILE:LINE: KEY: VERDICT. The verdicts are
 #
 #   clear          the next run of runvekcred encrypts it
 #   ambiguous      clear, and runvekcred would take another value than the readers do: the value holds a blank

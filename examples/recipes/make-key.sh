@@ -1,6 +1,6 @@
 #!/bin/sh
-# make-key.sh FILE - makes an initial key of 32 random bytes. A file that is there is never overwritten: the
-# credentials that its key protects would be lost.
+# make-key.sh FILE - makes an initial key of 32 random bytes. A file that is there is never
+# overwritten: the credentials that its key protects would be lost.
 set -eu
 umask 077
 

@@ -1,7 +1,8 @@
 #!/bin/sh
-# protect-file.sh FILE [OPTION...] - protects the credentials of FILE, a keystore.conf, and prints "changed" or
-# "unchanged". The options go to runvekcred, for example -sf KEY. FILE keeps its owner and mode, is never
-# missing, and is replaced only when the result has been checked. RUNVEKCRED names the command.
+# protect-file.sh FILE [OPTION...] - protects the credentials of FILE, a keystore.conf, and prints
+# "changed" or "unchanged". The options go to runvekcred, for example -sf KEY. FILE keeps its owner
+# and mode, is never missing, and is replaced only when the result has been checked. RUNVEKCRED
+# names the command.
 set -eu
 umask 077
 

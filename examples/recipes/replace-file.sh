@@ -1,7 +1,7 @@
 #!/bin/sh
-# replace-file.sh NEW FILE - puts NEW, a file of the same file system, in the place of FILE: with the owner and
-# mode of FILE, and with no moment in which FILE is missing or half written. Access lists and security labels
-# are not carried over.
+# replace-file.sh NEW FILE - puts NEW, a file of the same file system, in the place of FILE: with
+# the owner and mode of FILE, and with no moment in which FILE is missing or half written. Access
+# lists and security labels are not carried over.
 set -eu
 
 new=${1:?the new content}

@@ -1,13 +1,14 @@
 #!/usr/bin/env bash
-# The file is replaced or stays as it was: on a full disk, with two runs at once, and whatever lies at the
-# temporary path. As root, everything is tried a second time as an ordinary user.
-# A prefix of a command is several words, and a shell of its own calls some functions.
+# The file is replaced or stays as it was: on a full disk, with two runs at once, and whatever lies
+# at the temporary path. As root, everything is tried a second time as an ordinary user. A prefix of
+# a command is several words, and a shell of its own calls some functions.
 # shellcheck disable=SC2086,SC2317
 . "$VEK_SOURCE/tests/support/shell.sh"
 unset ZTS_TRACE # a limit for the size of files would count for it too
 as_user='setpriv --reuid=65534 --regid=65534 --clear-groups'
 
-# copy_of_all FOLDER: programs, libraries and scripts, for a user who may not reach the build folder.
+# copy_of_all FOLDER: programs, libraries and scripts, for a user who may not reach the build
+# folder.
 copy_of_all() {
   mkdir "$1" && cp -r "$VEK_BUILD/bin" "$VEK_BUILD/lib64" "$VEK_SOURCE/tests" "$1"
   "$VEK_SOURCE/tools/set-installation-path" "$1/bin/runvekcred" "$1"
@@ -15,7 +16,8 @@ copy_of_all() {
 }
 is_reachable() { $as_user test -x "$1/bin/runvekcred"; }
 
-# As root the test works where the ordinary user can reach everything: outside a closed home, if need be.
+# As root the test works where the ordinary user can reach everything: outside a closed home, if
+# need be.
 if [ "$(id -u)" = 0 ]; then
   copy_of_all "$scratch/all"
   for folder in /tmp /var/tmp; do
@@ -35,14 +37,19 @@ head -c 32 /dev/urandom >key
   seq -f 'cms.certificate.channel.%04g = label' 300
 } >sample
 
-states() { "$VEK_PYTHON" "$VEK_SOURCE/tests/support/new_content.py" "$scratch/key" "$scratch/sample" "$@"; }
+states() {
+  "$VEK_PYTHON" "$VEK_SOURCE/tests/support/new_content.py" "$scratch/key" "$scratch/sample" "$@"
+}
 # run NAME EXPECTED FILE [PREFIX...]: exit status, state of the file, state of its .bak
 run() {
   local message status
   message=$("${@:4}" timeout 30 "$command" -f "$3" -sf "$scratch/key" 2>&1)
   status=$?
   is "$1" "$2" "$status $(states "$3" "$3.bak")"
-  case $status$message in 0*ZTM9105I* | [1-9]*ZTM????E*) ;; *) is "$1: message" 'one' "$message" ;; esac
+  case $status$message in
+  0*ZTM9105I* | [1-9]*ZTM????E*) ;;
+  *) is "$1: message" 'one' "$message" ;;
+  esac
 }
 fresh() { # fresh FOLDER
   mkdir -p "$1" && chmod 755 "$1" && rm -rf "$1" && mkdir "$1" && cp sample "$1/conf"
@@ -63,9 +70,9 @@ waiting=$!
 # --- A full disk: every number of free pages around the reservation, with and without fallocate
 disk() {
   mount -t tmpfs -o size=256k tmpfs disk
-  local free prefix
+  local free prefix without='-e inject=fallocate:error=EOPNOTSUPP'
   for free in 0 1 2 3 4 5 40; do
-    for prefix in '' 'strace -fo /dev/null -e trace=fallocate -e inject=fallocate:error=EOPNOTSUPP'; do
+    for prefix in '' "strace -fo /dev/null -e trace=fallocate $without"; do
       rm -f disk/* && cp sample disk/conf
       head -c $((256 * 1024 - 4096 * (3 + free))) /dev/zero >disk/filling
       if [ $free -ge 4 ] || [ -n "$prefix" ] && [ $free -ge 3 ]; then
@@ -139,12 +146,14 @@ is 'no file behind the dangling link' 'no' "$([ -e nothing ] || echo no)"
 plant 'a link to the file itself' '0 new missing' ln -s conf planted/conf.bak
 plant 'a hard link' '0 new missing' ln victim planted/conf.bak
 plant 'a FIFO' '0 new missing' mkfifo planted/conf.bak
-plant 'a longer file' '0 new missing' dd if=/dev/zero of=planted/conf.bak bs=9999 count=1 status=none
-plant 'a socket' '0 new missing' "$VEK_PYTHON" -c 'import socket; socket.socket(socket.AF_UNIX).bind("planted/conf.bak")'
+plant 'a longer file' '0 new missing' truncate -s 9999 planted/conf.bak
+plant 'a socket' '0 new missing' "$VEK_PYTHON" -c \
+    'import socket; socket.socket(socket.AF_UNIX).bind("planted/conf.bak")'
 plant 'in a directory that cannot be locked' '0 new missing' chmod 311 planted
 fresh planted
 mkdir planted/conf.bak
-is '.bak is a directory' '1 directory' "$("$command" -f planted/conf -sf key 2>/dev/null; echo "$? $(stat -c %F planted/conf.bak)")"
+"$command" -f planted/conf -sf key 2>/dev/null
+is '.bak is a directory' '1 directory' "$? $(stat -c %F planted/conf.bak)"
 cmp -s sample planted/conf || is 'and the file' 'old' 'other'
 
 mounted() { unshare -Urm bash -c 'mount --bind victim planted/conf.bak && exec "$@"' run "$@"; }
@@ -180,7 +189,8 @@ if [ "$(id -u)" = 0 ] && is_reachable "$VEK_BUILD"; then
   fresh planted && chown -R 65534 planted && install -m 666 victim planted/conf.bak
   run '.bak of root in a folder of the user' '0 new missing' planted/conf $as_user
   is 'owner' 65534 "$(stat -c %u planted/conf)"
-  fresh planted && chown 65534 planted/conf && chmod 1777 planted && install -m 666 victim planted/conf.bak
+  fresh planted && chown 65534 planted/conf && chmod 1777 planted
+  install -m 666 victim planted/conf.bak
   run '.bak of root in a sticky folder' '1 old part' planted/conf $as_user
   is '.bak is untouched' 'victim' "$(cat planted/conf.bak)"
   mkdir user && chown 65534 user

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# What ships: each library exports what its headers declare and nothing else, and command and libraries
-# need no other libraries than they promise.
+# What ships: each library exports what its headers declare and nothing else, and command and
+# libraries need no other libraries than they promise.
 . "$VEK_SOURCE/tests/support/shell.sh"
 export LC_ALL=C
 

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# An installation works where it was put: the command knows its prefix, and the examples are built and run
-# against the copy, through find_package and through pkg-config.
+# An installation works where it was put: the command knows its prefix, and the examples are built
+# and run against the copy, through find_package and through pkg-config.
 . "$VEK_SOURCE/tests/support/shell.sh"
 prefix="$scratch/a prefix"
 tool=$VEK_SOURCE/tools/set-installation-path
@@ -13,13 +13,28 @@ prefix_of() {
 umask 077
 for round in first second; do
     does "the $round installation" cmake --install "$VEK_BUILD" --prefix "$prefix"
-    is "the prefix in the command, $round installation" "$prefix" "$(prefix_of "$prefix/bin/runvekcred")"
+    is "the prefix in the command, $round installation" "$prefix" \
+        "$(prefix_of "$prefix/bin/runvekcred")"
 done
-DESTDIR=$scratch/stage does 'an installation with DESTDIR' cmake --install "$VEK_BUILD" --prefix /opt/other
+DESTDIR=$scratch/stage does 'an installation with DESTDIR' \
+    cmake --install "$VEK_BUILD" --prefix /opt/other
 is 'the prefix without DESTDIR' /opt/other "$(prefix_of "$scratch/stage/opt/other/bin/runvekcred")"
 is 'all can read it, whatever the umask says' '' \
-    "$(find "$prefix" stage/opt ! -type l -perm /022 -o ! -type l ! -perm -444 -o -type d ! -perm 755)"
+    "$(find "$prefix" stage/opt ! -type l \( -perm /022 -o ! -perm -444 -o -type d ! -perm 755 \))"
 is 'all can run the programs' '' "$(find "$prefix/bin" -type f ! -perm 755)"
+
+# What ships is hardened: how each source was compiled, and what can be seen in the result.
+commands=$(grep -E '"command": .* -c [^ ]*/(cmd|lib|platform)/' "$VEK_BUILD/compile_commands.json")
+hardening=(-fstack-protector-strong -fstack-clash-protection)
+[[ $(uname -m) != x86_64 ]] || hardening+=(-fcf-protection)
+# Without optimisation, as for coverage, the C library has nothing to check with.
+grep -q '^CMAKE_BUILD_TYPE:.*=Debug' "$VEK_BUILD/CMakeCache.txt" || hardening+=('-D_FORTIFY_SOURCE=[23]')
+for option in "${hardening[@]}"; do
+    is "sources compiled without $option" '' "$(grep -v -e " $option " <<<"${commands:-none}")"
+done
+for file in "$prefix/bin/runvekcred" "$prefix"/lib64/*.so; do
+    is "${file##*/} is bound at its start" 1 "$(readelf -dW "$file" | grep -c 'BIND_NOW\|FLAGS .*NOW')"
+done
 
 longest=/$(printf '%4094s' '' | tr ' ' x)
 does 'setting the longest prefix' "$tool" "$prefix/bin/runvekcred" "$longest"
@@ -32,7 +47,8 @@ is 'a prefix that is no folder' 20 "$("$prefix/bin/runvekcred" '-?' 2>err; echo 
 does 'setting the prefix again' "$tool" "$prefix/bin/runvekcred" "$prefix"
 
 # A page of each function, and what the pages refer to.
-is 'the page of a function leads to' 'ZTVEK(3)' "$(cd "$prefix/share/man" && mandoc -Tascii man3/svcWipe.3 | awk 'NR == 1 { print $1 }')"
+is 'the page of a function leads to' 'ZTVEK(3)' \
+    "$(cd "$prefix/share/man" && mandoc -Tascii man3/svcWipe.3 | awk 'NR == 1 { print $1 }')"
 does 'a document that pages refer to' test -s "$prefix/share/doc/ztvek/encrypted-value.md"
 
 # The credentials that the installed command encrypts are those that the installed library reads.
@@ -52,6 +68,6 @@ for pkg_config in OFF ON; do
     does "building against it, pkg-config $pkg_config" cmake --build $pkg_config
     reads $pkg_config/print_section --show-credentials pem keystore.conf
 done
-reads "$VEK_PYTHON" "$examples/read_section.py" --show-credentials --library "$prefix/lib64/libztvek_r.so.1" \
-    keystore.conf
+reads "$VEK_PYTHON" "$examples/read_section.py" --show-credentials \
+    --library "$prefix/lib64/libztvek_r.so.1" keystore.conf
 report

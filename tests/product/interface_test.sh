@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
-# The interface of the public library, down to the place of each field of a record, is the one that programs
-# were compiled with. A failing run prints how a change that is meant is taken over.
+# The interface of the public library, down to the place of each field of a record, is the one that
+# programs were compiled with. A failing run prints how a change that is meant is taken over.
 set -uo pipefail
 frozen=$VEK_SOURCE/tests/data/ztvek_r.abi
 if ! command -v abidiff >/dev/null || [ "$(uname -m)" != x86_64 ]; then
-  echo 'skipped: needs abigail-tools, and the kind of processor that tests/data/ztvek_r.abi was made on'
+  echo 'skipped: needs abigail-tools, and the processor that tests/data/ztvek_r.abi was made on'
   exit 77
 fi
 # Without --harmless the name of a field could change.

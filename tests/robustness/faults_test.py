@@ -1,7 +1,8 @@
 #!/usr/bin/python3
-"""The command with one fault in each run: every request for memory refused, every system call failed, and a
-signal at every system call. Afterwards the complete old text or the complete new one is there, and no .bak,
-except in the OUTCOMES listed, each of which must occur. docs/robustness.md has the figures."""
+"""The command with one fault in each run: every request for memory refused, every system call
+failed, and a signal at every one. Afterwards the complete old text or the complete new one is
+there, and no .bak, except in the OUTCOMES listed, each of which must occur.
+docs/robustness.md has the figures."""
 import collections
 import concurrent.futures
 import itertools
@@ -20,8 +21,8 @@ COMMAND = os.path.join(os.environ["VEK_BUILD"], "bin/runvekcred")
 MEMORY = os.path.join(os.environ["VEK_BUILD"], "tests/librefused_memory.so")
 KEY = bytes(range(7, 39))
 FILLING = b"".join(b"cms.certificate.channel.C%04d = label\n" % i for i in range(1000))
-OLD = (b"pem.password = secret-of-pem\n" + FILLING + b"pkcs11.token_pin = secret-of-token\n" + FILLING +
-       b"crl.ldap.pass = secret-of-server\n")
+OLD = (b"pem.password = secret-of-pem\n" + FILLING + b"pkcs11.token_pin = secret-of-token\n" +
+       FILLING + b"crl.ldap.pass = secret-of-server\n")
 EARLIER = b"of an earlier run"
 IN_PLACE, TO_OUTPUT = [], ["-o", "out"]
 SKIPPED = 77
@@ -32,7 +33,8 @@ SIGNALLED = {"unlinkat", "write", "fdatasync", "renameat"}  # where every signal
 
 HELD_BACK = {-signal for signal in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGQUIT)}
 
-# The directory is file 3, keystore.conf 4, the output 5; the rewriting reads through a buffer of 64 KiB.
+# The directory is file 3, keystore.conf 4, the output 5; the rewriting reads through a buffer of 64
+# KiB.
 REWRITING_READ = r"read\(4, .*, [56]\d{4}\)"
 # What the fault must be (a call as strace shows it), exit status, and states of the files.
 OUTCOMES = {
@@ -44,7 +46,7 @@ OUTCOMES = {
         (IN_PLACE, r"renameat\(", 99, ("missing", "new", "missing")),
     "writes to the -o file are not examined":
         (TO_OUTPUT, r"write\(5", 0, ("old", "earlier", "part")),
-    "a file that can be read at first, and not for the rewriting, takes a .bak of an earlier run with it":
+    "a file that cannot be read a second time takes an earlier .bak along":
         (IN_PLACE, r"openat\(3, .*, O_RDONLY\|O_CLOEXEC\)", 1, ("old", "missing", "missing")),
     "a sync that fails keeps the old file":
         (IN_PLACE, r"fdatasync\(.*E(IO|NOSPC)", 1, ("old", "missing", "missing")),
@@ -55,8 +57,8 @@ OUTCOMES = {
     "one that comes later acts when the new file is in its place":
         (IN_PLACE, r"SIGTERM at fdatasync", -15, ("new", "missing", "missing")),
 }
-# libcrypto from 3.5 on waits for itself for ever when its start is refused certain requests for memory. A libcrypto
-# that no longer does so is welcome.
+# libcrypto from 3.5 on waits for itself for ever when its start is refused certain requests for
+# memory. A libcrypto that no longer does so is welcome.
 WAITS = "libcrypto waits for itself when its start is refused memory"
 if ssl.OPENSSL_VERSION_INFO >= (3, 5):
     OUTCOMES[WAITS] = (IN_PLACE, WAITS, -9, ("old", "earlier", "missing"))
@@ -66,8 +68,8 @@ failures = []
 
 
 def end_of(process):
-    """What the process says until its end, and whether it was ended because it waits for itself: its only thread
-    has slept at two looks, and has done nothing in between."""
+    """What the process says until its end, and whether it was ended because it waits for itself:
+    its only thread has slept at two looks, and has done nothing in between."""
     before = None
     while True:
         try:
@@ -82,8 +84,10 @@ def end_of(process):
 
 
 def run(arguments, prefix, environment, fired):
-    """One run in a folder of its own. `fired` tells from trace and standard error what the fault was."""
-    with tempfile.TemporaryDirectory(dir="/dev/shm" if os.access("/dev/shm", os.W_OK) else None) as folder:
+    """One run in a folder of its own. `fired` tells from the trace and from standard error what the
+    fault was."""
+    fast = "/dev/shm" if os.access("/dev/shm", os.W_OK) else None
+    with tempfile.TemporaryDirectory(dir=fast) as folder:
         def path(name):
             return os.path.join(folder, name)
 
@@ -92,11 +96,13 @@ def run(arguments, prefix, environment, fired):
             with open(path(name), "wb") as file:
                 file.write(content)
         command = [*prefix, COMMAND, "-f", "keystore.conf", "-sf", "key", *arguments]
-        process = subprocess.Popen(command, cwd=folder, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE,
+        process = subprocess.Popen(command, cwd=folder, stdout=subprocess.DEVNULL,
+                                   stderr=subprocess.PIPE,
                                    env={**os.environ, **environment})
         said, waits = end_of(process)
         fault = WAITS if waits else fired(open(path("trace"), errors="replace").read(), said)
-        states = [state(path(name), OLD, KEY) for name in ("keystore.conf", "keystore.conf.bak", "out")]
+        states = [state(path(name), OLD, KEY)
+                  for name in ("keystore.conf", "keystore.conf.bak", "out")]
         if open_text(path("keystore.conf.bak")) == EARLIER:
             states[1] = "earlier"
         if states[0] == "missing":  # the next run must not remove the only copy
@@ -111,14 +117,17 @@ def open_text(path):
 
 def judge(arguments, what, result):
     for name, (mode, fault, status, states) in OUTCOMES.items():
-        if (mode, status, states) == (arguments, result.status, result[1:4]) and re.search(fault, result.fired):
+        is_met = (mode, status, states) == (arguments, result.status, result[1:4])
+        if is_met and re.search(fault, result.fired):
             met[name] += 1
             return
     is_kept = result.conf == "old" or (arguments == IN_PLACE and result.conf == "new")
-    # Only a kill or a crash leaves a .bak. That of an earlier run is there when it did not come so far.
-    is_clean = result.bak in ("missing", "earlier") or (result.status < 0 and result.status not in HELD_BACK)
+    # Only a kill or a crash leaves a .bak. That of an earlier run is there when it did not come so
+    # far.
+    is_killed = result.status < 0 and result.status not in HELD_BACK
+    is_clean = result.bak in ("missing", "earlier") or is_killed
     target = result.conf if arguments == IN_PLACE else result.out
-    is_crash = result.status < 0 and what[0] == "refuse"  # libc gives up itself when some calls fail
+    is_crash = result.status < 0 and what[0] == "refuse"  # libc gives up when some calls fail
     if not is_kept or not is_clean or is_crash or (result.status == 0 and target != "new"):
         failures.append(f"{what}: {result}")
 
@@ -133,14 +142,16 @@ def inject(arguments, call, fault, number):
         return f"{by[1]} at {call}" if by else ""
 
     is_signal = fault.startswith("signal")
-    prefix = ["strace", "-f", "-q" if is_signal else "-qq", "-s1", "-o", "trace", "-e", f"trace={call}", "-e",
+    prefix = ["strace", "-f", "-q" if is_signal else "-qq", "-s1", "-o", "trace", "-e",
+              f"trace={call}", "-e",
               f"inject={call}:{fault}:when={number}"]
     return run(arguments, prefix, {}, killed if is_signal else call_failed)
 
 
 def refuse(arguments, _, __, number):
     environment = {"LD_PRELOAD": MEMORY, "VEK_REFUSED_REQUEST": str(number)}
-    return run(arguments, [], environment, lambda _, errors: "refused" if b"refused\n" in errors else "")
+    return run(arguments, [], environment,
+               lambda _, errors: "refused" if b"refused\n" in errors else "")
 
 
 def walk(task):
@@ -157,7 +168,8 @@ def walk(task):
 def calls_of(arguments):
     """The names of the system calls of a run without a fault."""
     trace = []
-    plain = run(arguments, ["strace", "-f", "-o", "trace"], {}, lambda text, _: trace.append(text) or "x")
+    plain = run(arguments, ["strace", "-f", "-o", "trace"], {},
+                lambda text, _: trace.append(text) or "x")
     if "exit_group" not in trace[0]:
         print("skipped: tracing a process is not permitted here")
         sys.exit(SKIPPED)
@@ -172,11 +184,14 @@ def main():
     tasks = []
     for arguments in (IN_PLACE, TO_OUTPUT):
         for call in sorted(calls_of(arguments)):
-            tasks += [(inject, arguments, call, f"signal={name}", 1, 1) for name in ("KILL", "TERM")]
+            tasks += [(inject, arguments, call, f"signal={name}", 1, 1)
+                      for name in ("KILL", "TERM")]
             if call in SIGNALLED:
-                tasks += [(inject, arguments, call, f"signal={name}", 1, 1) for name in ("INT", "HUP", "QUIT")]
+                tasks += [(inject, arguments, call, f"signal={name}", 1, 1)
+                          for name in ("INT", "HUP", "QUIT")]
             if call != "exit_group":
-                tasks += [(inject, arguments, call, f"error={name}", 1, 1) for name in ("EIO", "ENOSPC", "EINTR")]
+                tasks += [(inject, arguments, call, f"error={name}", 1, 1)
+                          for name in ("EIO", "ENOSPC", "EINTR")]
     tasks += [(refuse, IN_PLACE, "", "memory", first, 50) for first in range(1, 51)]
     counts = collections.Counter()
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:

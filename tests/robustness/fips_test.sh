@@ -1,13 +1,14 @@
 #!/usr/bin/env bash
-# FIPS mode with a provider, and with "absent" as argument without one: what the command protects and the
-# readers hand out, and that neither falls back when the mode cannot be had.
+# FIPS mode with a provider, and with "absent" as argument without one: what the command protects
+# and the readers hand out, and that neither falls back when the mode cannot be had.
 . "$VEK_SOURCE/tests/support/shell.sh"
 if [ "${1-}" != absent ]; then
     provider=${VEK_FIPS_CONF:-$("$VEK_SOURCE/tools/build-fips-provider" --find)}
     [ -f "$provider" ] || { skip 'FIPS mode with a provider' && exit 77; }
 fi
-printf '%s\n' pem.{private,public}{,.channel.HUB}=/file pkcs11.{library,certificate,token}=x pem.password=a \
-    pem.password.channel.HUB=b pem.encrypted.channel.HUB=YES pkcs11.token_pin=c crl.ldap.{host=h,pass=d} >clear
+printf '%s\n' pem.{private,public}{,.channel.HUB}=/file pkcs11.{library,certificate,token}=x \
+    pem.password=a pem.password.channel.HUB=b pem.encrypted.channel.HUB=YES pkcs11.token_pin=c \
+    crl.ldap.{host=h,pass=d} >clear
 printf 'fourteen bytes\n' >phrase
 printf 'thirteenbytes\n' >short
 printf '0123456789abcdef0123456789ABCDEF' >raw
@@ -42,7 +43,8 @@ fi
 # Values cross between the modes, also where every program is in FIPS mode (`strict`).
 export OPENSSL_CONF OPENSSL_MODULES
 OPENSSL_MODULES=$(dirname "$provider")
-sed 's/^default = .*//; s/^providers = .*/&\nalg_section = all/; $a[all]\ndefault_properties = fips=yes' \
+sed -e 's/^default = .*//; s/^providers = .*/&\nalg_section = all/' \
+    -e '$a[all]\ndefault_properties = fips=yes' \
     "$provider" >strict
 while read -r key configuration algorithm reader writer; do
     name="$key, $configuration, algorithm $algorithm $writer"
@@ -54,7 +56,8 @@ while read -r key configuration algorithm reader writer; do
 done < <(printf '%s\n' {"raw $provider",'raw strict'}\ {1,2}\ {yes,'yes -sm','no -sm'} \
     "phrase $provider 1 yes -sm" 'phrase strict 2 yes' "phrase $provider 2 no -sm")
 
-# The provider does the work: what keeps it from working is not made up for by the rest of libcrypto.
+# The provider does the work: what keeps it from working is not made up for by the rest of
+# libcrypto.
 sed 's/^module-mac = ../module-mac = 00/' "$provider" >changed
 { sed '/^\[fips_sect\]$/,$d' "$provider" && echo '[fips_sect]'; } >unconfigured
 mkdir named && cp "$(openssl version -m | cut -d '"' -f 2)/legacy.so" named/fips.so || exit 1

@@ -1,6 +1,6 @@
 #!/usr/bin/python3
-"""No credential and no key is left behind: runs end in a debugger, and all their memory, their messages and
-their trace are searched for pieces of them."""
+"""No credential and no key is left behind: runs end in a debugger, and all their memory, their
+messages and their trace are searched for pieces of them."""
 import os
 import re
 import secrets
@@ -19,7 +19,8 @@ BUILD = os.environ["VEK_BUILD"]
 COMMAND = os.path.join(BUILD, "bin/runvekcred")
 PIECE, STEP = 8, 4  # any 11 bytes of a secret in a row are found
 SKIPPED = 77
-# A process that has switched its dumps off shows its memory to root alone, so that call is left out.
+# A process that has switched its dumps off shows its memory to root alone, so that call is left
+# out.
 SCRIPT = b"""set confirm off
 set startup-with-shell off
 set breakpoint pending on
@@ -41,7 +42,8 @@ def token(length):
     return secrets.token_hex(length)[:length].encode()
 
 
-CREDENTIALS = {b"pem.password": token(24), b"pkcs11.token_pin": token(24), b"crl.ldap.pass": token(24)}
+CREDENTIALS = {b"pem.password": token(24), b"pkcs11.token_pin": token(24),
+               b"crl.ldap.pass": token(24)}
 TOO_LONG = token(900)
 RAW = secrets.token_bytes(32)
 KEY_FILES = {"raw": RAW, "hexadecimal": RAW.hex().encode() + b"\n", "long": token(4097),
@@ -51,13 +53,15 @@ failures = []
 
 def wanted_of(key_file):
     """All credentials, the content of the key file and everything that is derived from it."""
-    first, second = (bytes.fromhex(re.search(rf"^{name} (\w+)", open(new_content.ANSWERS).read(), re.M)[1])
+    first, second = (bytes.fromhex(re.search(rf"^{name} (\w+)", open(new_content.ANSWERS).read(),
+                                             re.M)[1])
                      for name in ("first", "second"))
     content = KEY_FILES.get(key_file, bytes(a ^ b for a, b in zip(first, reversed(second))))
     key = decrypt_value.initial_key(content, new_content.SALT)
     derived = [HKDF(hashes.SHA256(), length, new_content.SALT, b"<VEK>%d" % digit).derive(key)
                for length, digit in ((64, 1), (32, 2))]
-    return {**CREDENTIALS, "too long": TOO_LONG, "key file": content, "key": key, "derived": b"".join(derived)}
+    return {**CREDENTIALS, "too long": TOO_LONG, "key file": content, "key": key,
+            "derived": b"".join(derived)}
 
 
 def memory_of(core):
@@ -65,14 +69,16 @@ def memory_of(core):
     table, = struct.unpack_from("<Q", core, 32)
     count, = struct.unpack_from("<H", core, 56)
     segments = [struct.unpack_from("<IIQQQQ", core, table + 56 * i) for i in range(count)]
-    return b"".join(core[offset:offset + size] for kind, _, offset, _, _, size in segments if kind == 1)
+    return b"".join(core[offset:offset + size] for kind, _, offset, _, _, size in segments
+                    if kind == 1)
 
 
 def search(name, place, data, wanted):
     for secret_name, secret in wanted.items():
         found = [i for i in range(0, len(secret) - PIECE + 1, STEP) if secret[i:i + PIECE] in data]
         if found:
-            failures.append(f"{name}: {place}: {secret_name}, pieces at bytes {found} of {len(secret)}")
+            pieces = f"pieces at bytes {found} of {len(secret)}"
+            failures.append(f"{name}: {place}: {secret_name}, {pieces}")
 
 
 def write(folder, name, content):
@@ -81,8 +87,9 @@ def write(folder, name, content):
 
 
 def run(name, folder, command, status, wanted, environment):
-    """Stops the program at its last system call and searches what it has in memory and has written."""
-    debugger = subprocess.run(["gdb", "-nx", "-q", "-batch", "-x", "script", "--args", *command], cwd=folder,
+    """Stops the program at its last system call and searches its memory and what it has written."""
+    debugger = subprocess.run(["gdb", "-nx", "-q", "-batch", "-x", "script", "--args", *command],
+                              cwd=folder,
                               env={**os.environ, **environment}, capture_output=True)
     if not os.path.exists(folder + "/core"):
         print("skipped: tracing a process is not permitted here\n", debugger.stderr.decode())
@@ -90,7 +97,8 @@ def run(name, folder, command, status, wanted, environment):
     memory = memory_of(open(folder + "/core", "rb").read())
     os.unlink(folder + "/core")
     if not debugger.stdout.endswith(b"$1 = %d\n" % status) or b"keystore.conf\0" not in memory:
-        failures.append(f"{name}: {debugger.stdout[-200:]!r} instead of exit status {status}, or no memory seen")
+        failures.append(f"{name}: {debugger.stdout[-200:]!r} instead of exit status {status}, "
+                        "or no memory seen")
     search(name, "messages", debugger.stdout + debugger.stderr, wanted)
     search(name, "memory", memory, wanted)
     if "ZTS_TRACE" in environment:
@@ -109,20 +117,27 @@ def run_command(folder, name, key_file, arguments, status=0, more=b"", environme
 
 
 def run_readers(folder):
-    more = b"pem.private = k\npem.public = c\npkcs11.library = l\npkcs11.certificate = c\npkcs11.token = t\n"
-    run_command(folder, "before the readers", "raw", ["-sf", "key"], more=more + b"crl.ldap.host = h\n")
+    more = (b"pem.private = k\npem.public = c\n"
+            b"pkcs11.library = l\npkcs11.certificate = c\npkcs11.token = t\n")
+    run_command(folder, "before the readers", "raw", ["-sf", "key"],
+                more=more + b"crl.ldap.host = h\n")
     write(folder, "other", KEY_FILES["passphrase"])
-    for section, key, status in (("pem", "key", 0), ("pkcs11", "key", 0), ("crl", "key", 0), ("pem", "other", 1)):
-        run(f"reader of {section}", folder, [BUILD + "/tests/print_section", section, "keystore.conf"], status,
-            {**wanted_of("raw"), "passphrase": KEY_FILES["passphrase"]}, {"ZTS_VEKCRED_KEYFILE": key})
+    for section, key, status in (("pem", "key", 0), ("pkcs11", "key", 0), ("crl", "key", 0),
+                                 ("pem", "other", 1)):
+        run(f"reader of {section}", folder,
+            [BUILD + "/tests/print_section", section, "keystore.conf"], status,
+            {**wanted_of("raw"), "passphrase": KEY_FILES["passphrase"]},
+            {"ZTS_VEKCRED_KEYFILE": key})
 
 
 def search_writes(folder):
     """The temporary file of a run that failed never held the credential at fault."""
     write(folder, "keystore.conf", b"pem.password = x\npem.password2 = " + TOO_LONG)
-    subprocess.run(["strace", "-o", "writes", "-e", "trace=write", "-s", "9999", COMMAND, "-f", "keystore.conf"],
+    subprocess.run(["strace", "-o", "writes", "-e", "trace=write", "-s", "9999", COMMAND, "-f",
+                    "keystore.conf"],
                    cwd=folder, capture_output=True)
-    search("temporary file", "writes", open(folder + "/writes", "rb").read(), {"too long": TOO_LONG})
+    search("temporary file", "writes", open(folder + "/writes", "rb").read(),
+           {"too long": TOO_LONG})
 
 
 def main():
@@ -130,7 +145,8 @@ def main():
     keyfile = b"vekcred.keyfile = key\n"
     rows = [
         ("default key", None, []),
-        *((f"-sf {kind}", kind, ["-sf", "key"]) for kind in ("raw", "hexadecimal", "base64", "passphrase")),
+        *((f"-sf {kind}", kind, ["-sf", "key"])
+          for kind in ("raw", "hexadecimal", "base64", "passphrase")),
         ("algorithm 1", "raw", ["-sf", "key", "-sp", "1"]),
         ("algorithm 1, passphrase", "passphrase", ["-sf", "key", "-sp", "1"]),
         ("variable", "raw", [], 0, b"", {"ZTS_VEKCRED_KEYFILE": "key"}),

@@ -27,7 +27,7 @@ class Forged(Exception):
 
 
 def classify(content):
-    """What an initial key file is: ("key", 32 bytes), ("passphrase", its bytes) or ("refused", nothing)."""
+    """What a key file is: ("key", 32 bytes), ("passphrase", its bytes), ("refused", b"")."""
     if not 0 < len(content) <= 4096:
         return "refused", b""
     if len(content) == 32:
@@ -44,7 +44,9 @@ def classify(content):
 def initial_key(content, salt):
     """The 32 bytes that the content of an initial key file stands for."""
     kind, key = classify(content)
-    return PBKDF2HMAC(hashes.SHA256(), 32, salt, 600000).derive(key) if kind == "passphrase" else key
+    if kind == "passphrase":
+        return PBKDF2HMAC(hashes.SHA256(), 32, salt, 600000).derive(key)
+    return key
 
 
 def parse(stored):
@@ -56,7 +58,8 @@ def parse(stored):
     if [base64.b64encode(field) for field in fields] != list(match.groups()[2:]):
         raise ValueError("not canonical base64")
     nonce_length, block, tag_length = SHAPES[match[2]]
-    if len(nonce) != nonce_length or len(tag) != tag_length or not encrypted or len(encrypted) % block:
+    lengths = len(nonce), len(tag)
+    if lengths != (nonce_length, tag_length) or not encrypted or len(encrypted) % block:
         raise ValueError("wrong length")
     return match[1], nonce, encrypted, tag
 
@@ -73,7 +76,8 @@ def decrypt(stored, key, salt):
         authenticator.verify(tag)
         decryptor = Cipher(algorithms.AES(derived[:32]), modes.CBC(nonce)).decryptor()
         unpadder = padding.PKCS7(128).unpadder()
-        clear = unpadder.update(decryptor.update(encrypted) + decryptor.finalize()) + unpadder.finalize()
+        padded = decryptor.update(encrypted) + decryptor.finalize()
+        clear = unpadder.update(padded) + unpadder.finalize()
     except (InvalidSignature, InvalidTag, ValueError) as error:
         raise Forged from error
     if not clear:
@@ -92,7 +96,8 @@ def verdict(stored, key, salt):
 
 def bytes_of(text):
     """The bytes of a TEXT, as the top of known_answers.txt describes it."""
-    text = re.sub(r"(.)\*(\d+)", lambda match: match[1] * int(match[2]), "" if text == "-" else text)
+    text = "" if text == "-" else text
+    text = re.sub(r"(.)\*(\d+)", lambda match: match[1] * int(match[2]), text)
     return re.sub(rb"%(..)", lambda match: bytes.fromhex(match[1].decode()), text.encode())
 
 
@@ -104,7 +109,8 @@ class Vectors:
 
     def answer(self, name, key_file, clear, stored):
         salt, first, second = (self.settings[word] for word in ("salt", "first", "second"))
-        self.keys[name] = (bytes(a ^ b for a, b in zip(first, reversed(second))) if key_file == "default"
+        self.keys[name] = (bytes(a ^ b for a, b in zip(first, reversed(second)))
+                           if key_file == "default"
                            else initial_key(bytes.fromhex(key_file), salt))
         return verdict(stored.encode(), self.keys[name], salt), bytes.fromhex(clear)
 
@@ -114,7 +120,8 @@ class Vectors:
     @staticmethod
     def keyfile(_, text, kind, key):
         content = bytes_of(text)
-        expected = {"key": bytes.fromhex, "passphrase": lambda n: content[:int(n)], "refused": lambda _: b""}
+        expected = {"key": bytes.fromhex, "passphrase": lambda n: content[:int(n)],
+                    "refused": lambda _: b""}
         return classify(content), (kind, expected[kind](key))
 
 

@@ -1,4 +1,4 @@
-"""What became of a keystore.conf: new_content.py KEYFILE OLD FILE... prints the state of each FILE."""
+"""What became of a keystore.conf: new_content.py KEY OLD FILE... prints a state for each FILE."""
 import os
 import re
 import sys
@@ -11,7 +11,7 @@ KEYS = {b"crl.ldap.pass": b"crl", b"pem.password": b"pem", b"pkcs11.token_pin": 
 
 
 def state(path, old, key):
-    """Missing, old, new (every credential protected, all else as it was), or part: lost or in clear."""
+    """Missing, old, new (every credential protected, the rest unchanged), or part."""
     if not os.path.lexists(path):
         return "missing"
     text = open(path, "rb").read()

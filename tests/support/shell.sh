@@ -1,6 +1,7 @@
 # shellcheck shell=bash
-# tests/support/shell.sh - sourced by the tests in shell: a scratch folder as the working folder, which goes
-# when the test ends, and checks, which are counted. `report` is the last command of each.
+# tests/support/shell.sh - sourced by the tests in shell: a scratch folder as the working folder,
+# which goes when the test ends, and checks, which are counted. `report` is the last command of
+# each.
 set -uo pipefail
 scratch=$(mktemp -d)
 trap 'chmod -R u+w "$scratch"; rm -rf "$scratch"' EXIT
