@@ -49,7 +49,7 @@ bool readStream(FILE *stream, char **buffer, int32_t *errorNumber) {
         *errorNumber = errno;
         return false;
     }
-    (void)fread(*buffer, 1, size + 1, stream);
+    (void)!fread(*buffer, 1, size + 1, stream);
     // A file that has grown since it was measured fills the byte of the terminator too.
     (*buffer)[size] = '\0';
     if (ferror(stream) == 0)
