@@ -110,10 +110,13 @@ void beginLine(TraceLine *line, const char *kind, uint32_t component, uint32_t f
 }
 
 void endLine(TraceLine *line) {
-    // A text of the library may end in a newline of its own; the record is one line all the same.
+    // A text of the command may end in a newline of its own; the record is one line all the same.
+    char *const last = line->text + line->length - 1;
+    if (*last == '\n')
+        *last = ' ';
     for (size_t i = 0; i < line->length; ++i) {
         if (iscntrl(static_cast<unsigned char>(line->text[i])) != 0)
-            line->text[i] = line->text[i] == '\n' ? ' ' : '?';
+            line->text[i] = '?';
     }
     line->text[line->length++] = '\n';
     (void)!write(traceFile, line->text, line->length);

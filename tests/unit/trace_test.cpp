@@ -38,7 +38,7 @@ void traceTo(const std::string &path) {
     const pid_t child = fork();
     if (child == 0) {
         (void)setenv("ZTS_TRACE", path.c_str(), 1);
-        trc_FNC_text(16, 1, "a\tb \x1b[1m\x7f\n");
+        trc_FNC_text(16, 1, "a\tb\nc \x1b[1m\x7f\n");
         _exit(0);
     }
     EXPECT_EQ(child, waitpid(child, nullptr, 0));
@@ -62,7 +62,7 @@ TEST(Trace, IsWrittenForItsUserAloneAndDrivesNoTerminal) {
     EXPECT_EQ("", content()) << "under a second name";
     ASSERT_TRUE(unlink(other.c_str()) == 0 && chmod(file.path.c_str(), 0646) == 0);
     traceTo(file.path);
-    EXPECT_TRUE(content().ends_with(" a?b ?[1m? \n")) << content();
+    EXPECT_TRUE(content().ends_with(" a?b?c ?[1m? \n")) << content();
     struct stat status;
     ASSERT_EQ(0, stat(file.path.c_str(), &status));
     EXPECT_EQ(0600U, status.st_mode & 07777U);
