@@ -68,15 +68,13 @@ bool isOn(uint32_t flag) {
 
 // The block of this thread, or null when memory is exhausted: the record then has no depth.
 TrcThreadBlock *threadBlock() {
-    void *block = pthread_getspecific(thdThreadKey);
-    if (block != nullptr)
-        return static_cast<TrcThreadBlock *>(block);
-    block = calloc(1, sizeof(TrcThreadBlock));
-    if (block != nullptr && pthread_setspecific(thdThreadKey, block) != 0) {
-        free(block);
-        block = nullptr;
-    }
-    return static_cast<TrcThreadBlock *>(block);
+    void *const known = pthread_getspecific(thdThreadKey);
+    if (known != nullptr)
+        return static_cast<TrcThreadBlock *>(known);
+    Handle<void, free> made(calloc(1, sizeof(TrcThreadBlock)));
+    if (!made || pthread_setspecific(thdThreadKey, made.get()) != 0)
+        return nullptr;
+    return static_cast<TrcThreadBlock *>(made.take());
 }
 
 // The last byte is kept for the newline.
