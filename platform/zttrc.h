@@ -69,16 +69,6 @@ static inline int trcActive(uint32_t flags) {
  * TRC_PARMS records a text; TRC_PARMS_AT records a text that begins with "%s : %d  ", whose first
  * two inserts, source name and line, are supplied.
  */
-#define TRC_ENTRY(function)                                                                        \
-    do {                                                                                           \
-        if (trcActive(TRC_FUNCTIONS))                                                              \
-            trc_FNC_entry(SVC_COMPONENT_VEK, (function));                                          \
-    } while (0)
-#define TRC_RETCODE(function, returnCode)                                                          \
-    do {                                                                                           \
-        if (trcActive(TRC_FUNCTIONS))                                                              \
-            trc_FNC_retcode(SVC_COMPONENT_VEK, (function), (int64_t)(returnCode));                 \
-    } while (0)
 #define TRC_PARMS(...)                                                                             \
     do {                                                                                           \
         if (trcActive(TRC_PARAMETERS))                                                             \

@@ -137,21 +137,6 @@ template <typename Value> struct Wiping {
     }
 };
 
-// WipeAtEnd wipes memory that belongs to somebody else.
-class WipeAtEnd {
-public:
-    WipeAtEnd(void *wiped, size_t wipedLength) : memory(wiped), length(wipedLength) {}
-    WipeAtEnd(const WipeAtEnd &) = delete;
-    WipeAtEnd &operator=(const WipeAtEnd &) = delete;
-    ~WipeAtEnd() {
-        svcWipe(memory, length);
-    }
-
-private:
-    void *memory;
-    size_t length;
-};
-
 } // namespace ztm
 
 #endif
