@@ -19,23 +19,23 @@
 
 #define TRC_SOURCE "cmd/vek/runvekcred"
 
+namespace runvekcred {
+
 constexpr char PATH_MARKER[] = "@@_ZT_INSTALLATION_PATH_@@";
 constexpr size_t PATH_ROOM = 4096;
 
 // An installation to another prefix writes that prefix behind the marker, in the finished program.
 // The field has a name of its own outside this file, so that no compiler takes its text for a
 // constant.
-extern char ztInstallationPathField[sizeof PATH_MARKER - 1 + PATH_ROOM];
-char ztInstallationPathField[sizeof PATH_MARKER - 1 + PATH_ROOM] =
+extern char installationPathField[sizeof PATH_MARKER - 1 + PATH_ROOM];
+char installationPathField[sizeof PATH_MARKER - 1 + PATH_ROOM] =
     "@@_ZT_INSTALLATION_PATH_@@/opt/ztm";
 
 // The version identification of the command, for `what` and `strings`; nothing calls it.
-const char *runvekcredGetVersion();
-const char *runvekcredGetVersion() {
+const char *version();
+const char *version() {
     return "@(#) cmd/vek/runvekcred " VEK_VERSION;
 }
-
-using namespace runvekcred;
 
 namespace {
 
@@ -179,10 +179,14 @@ int32_t runCommand(Command *command, int argumentCount, char **arguments) {
 
 } // namespace
 
+} // namespace runvekcred
+
+using namespace runvekcred;
+
 int main(int argumentCount, char **arguments) {
     Command command;
     // Without a usable installation nothing else can be relied on, not even the exit status table.
-    const char *const installationPath = ztInstallationPathField + sizeof PATH_MARKER - 1;
+    const char *const installationPath = installationPathField + sizeof PATH_MARKER - 1;
     if (svcCheckConsistency(installationPath) != SVC_OK) {
         TRC_PARMS("Environment not configured correctly.");
         return REASON_NOT_CONSISTENT;
