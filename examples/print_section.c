@@ -3,8 +3,9 @@
  *
  *   print_section [--show-credentials] [-c CHANNEL] SECTION [FILE]
  *
- * SECTION is cms, ocsp, pem, pkcs11 or crl; FILE is keystore.conf in its standard place when it is not
- * given. With -c, the keys of one channel (cms and pem only). Credentials are shown as "(hidden)".
+ * SECTION is cms, ocsp, pem, pkcs11 or crl; FILE is keystore.conf in its standard place when it is
+ * not given. With -c, the keys of one channel (cms and pem only). Credentials are shown as
+ * "(hidden)".
  */
 #define _DEFAULT_SOURCE
 #include <ztvek.h>

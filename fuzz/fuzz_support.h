@@ -1,5 +1,5 @@
-// What the fuzz targets share. A target is one file NAME_fuzzer.cpp with LLVMFuzzerTestOneInput; it checks
-// properties with require(), and the stack of the abort shows which one failed.
+// What the fuzz targets share. A target is one file NAME_fuzzer.cpp with LLVMFuzzerTestOneInput; it
+// checks properties with require(), and the stack of the abort shows which one failed.
 #ifndef FUZZ_SUPPORT_H
 #define FUZZ_SUPPORT_H
 

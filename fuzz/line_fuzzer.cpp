@@ -1,5 +1,5 @@
-// The line transformation of the command. The first byte of the input chooses the algorithm, the rest is
-// the text of a file.
+// The line transformation of the command. The first byte of the input chooses the algorithm, the
+// rest is the text of a file.
 #include "fuzz_support.h"
 #include "runvekcred/credential_line.h"
 
@@ -18,8 +18,8 @@ std::string wordAt(std::string_view text, size_t start, const char *end) {
     return std::string(text.substr(start, stop - start));
 }
 
-// A line is copied, dropped as a marker, or encrypted behind a marker; only a failure copies a credential in
-// clear that no YES marker declares encrypted.
+// A line is copied, dropped as a marker, or encrypted behind a marker; only a failure copies a
+// credential in clear that no YES marker declares encrypted.
 void checkLine(std::string_view line, std::string_view written, int32_t result) {
     line = line.substr(0, line.find_first_of(std::string_view("\0\n", 2)));
     const std::string key = wordAt(line, 0, "="), value = wordAt(line, line.find('=') + 1, "");
@@ -39,8 +39,8 @@ void checkLine(std::string_view line, std::string_view written, int32_t result) 
     require(restore(openSession(1), written, &clear) == SVC_PBE_OK && clear == value);
 }
 
-// Runs over the text in pieces, as fgets cuts them, until one fails. `check` sees each piece, what was
-// written for it, and the result.
+// Runs over the text in pieces, as fgets cuts them, until one fails. `check` sees each piece, what
+// was written for it, and the result.
 template <typename Check>
 std::string run(std::string_view text, SvcPBESession *session, Check check) {
     forgetMarkers();

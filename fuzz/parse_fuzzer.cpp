@@ -30,8 +30,8 @@ void checkStrip(std::string text) {
     require(once == start && (once.empty() || strcspn(start, " \t\n\v\f\r") > 0));
 }
 
-// What is printed is parsed to the same items. A value whose last letter matches its first keeps the
-// blanks behind it, so a "#" says where it ends.
+// What is printed is parsed to the same items. A value whose last letter matches its first keeps
+// the blanks behind it, so a "#" says where it ends.
 void checkPrinted(const std::vector<Item> &items) {
     std::string text;
     for (const Item &item : items) {

@@ -1,5 +1,5 @@
-// Runs a fuzz target over the files named on the command line, and over each of them cut off anywhere.
-// It stands in for libFuzzer in the ordinary tests.
+// Runs a fuzz target over the files named on the command line, and over each of them cut off
+// anywhere. It stands in for libFuzzer in the ordinary tests.
 #include "fuzz_support.h"
 
 #include <cstdio>

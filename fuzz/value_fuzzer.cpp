@@ -1,5 +1,5 @@
-// The encrypted value. The first three bytes of the input choose the algorithm and a change; the rest is
-// read as an encrypted value, and then encrypted itself.
+// The encrypted value. The first three bytes of the input choose the algorithm and a change; the
+// rest is read as an encrypted value, and then encrypted itself.
 #include "fuzz_support.h"
 #include "pbe/algorithm.h"
 

@@ -16,8 +16,9 @@ struct Attribution {
     uint32_t function;
 };
 
-// allocate takes cleared memory, which is released with svcFreeMemFn; null after a failure, errno is then
-// that of the refusal. `module` and `line` stand in the failure record. Result: of svcGetMemFn.
+// allocate takes cleared memory, which is released with svcFreeMemFn; null after a failure, errno
+// is then that of the refusal. `module` and `line` stand in the failure record. Result: of
+// svcGetMemFn.
 [[nodiscard]] inline uint32_t allocate(const char *module, const Attribution &owner, size_t length,
                                        void **memory, int32_t line = __builtin_LINE()) {
     const uint32_t result = svcGetMemFn(/* subpool= */ 0, owner.component, owner.function, length,

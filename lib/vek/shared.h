@@ -1,6 +1,6 @@
 /*
- * shared.h - what the programs that write keystore.conf and the readers of it must agree on, each fact
- * once.
+ * shared.h - what the programs that write keystore.conf and the readers of it must agree on, each
+ * fact once.
  */
 #ifndef SHARED_H
 #define SHARED_H
@@ -41,11 +41,11 @@ inline constexpr char MARKER_NO[] = "NO";
 
 // ---- Credentials ---------------------------------------------------------------------------
 
-// A credential, and the marker that tells whether it is stored encrypted. Keys are whole keys, as they
-// stand in the file; the two channel keys end in a dot, and the channel's name follows.
+// A credential, and the marker that tells whether it is stored encrypted. Keys are whole keys, as
+// they stand in the file; the two channel keys end in a dot, and the channel's name follows.
 //
-// runvekcred compares the beginning of a line's key with `key` and `marker`, and knows nothing of the
-// marker that the reader of a channel looks at: before a channel's password it writes
+// runvekcred compares the beginning of a line's key with `key` and `marker`, and knows nothing of
+// the marker that the reader of a channel looks at: before a channel's password it writes
 // `writtenChannelMarker`, which no reader knows.
 struct Credential {
     const char *section;
@@ -116,7 +116,8 @@ struct Key {
     Form form;
 };
 
-// In the order in which they are read; the sections of the channel readers in that of the channel's.
+// In the order in which they are read; the sections of the channel readers in that of the
+// channel's.
 inline constexpr Key KEYS[] = {
     {CMS_SECTION, "keystore", Kind::text, Form::both},
     {CMS_SECTION, "certificate", Kind::text, Form::generalOrNamed},

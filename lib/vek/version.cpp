@@ -1,6 +1,6 @@
 /*
- * version.cpp - the version identification of each module, for whoever looks at a binary with `what` or
- * `strings`. Nothing calls these functions.
+ * version.cpp - the version identification of each module, for whoever looks at a binary with
+ * `what` or `strings`. Nothing calls these functions.
  */
 #include "version.h"
 

@@ -2,36 +2,38 @@
  * ztvek.h - configuration library of the security component (library libztvek_r), C99, C11 and
  * C++20.
  *
- * The library finds keystore.conf, reads and parses it, and fills one record per section. A caller of
- * the readers needs this header and -lztvek_r. The header includes ztsvc.h and ztpbe.h, whose functions
- * (svcWipe among them) are in -lztmcs_r; pkg-config and CMake name both. keystore.conf(5) describes the
- * file.
+ * The library finds keystore.conf, reads and parses it, and fills one record per section. A caller
+ * of the readers needs this header and -lztvek_r. The header includes ztsvc.h and ztpbe.h, whose
+ * functions (svcWipe among them) are in -lztmcs_r; pkg-config and CMake name both. keystore.conf(5)
+ * describes the file.
  *
  * Rules that hold everywhere:
- *  - Result codes. A function returns a code of enum SztuResult, 0 for success; a reader that decrypts
- *    may also return a reason code of the PBE service (enum SvcPBEReason) unchanged.
- *  - Null pointers. A pointer is not null unless its description says that it may be. A reader refuses
- *    a null record or channel name with 2. A null path means the standard location: the file named by
- *    ZTS_KEYSTORE_CONF, else $HOME/.zts/keystore.conf. A null error key means that none is wanted.
+ *  - Result codes. A function returns a code of enum SztuResult, 0 for success; a reader that
+ *    decrypts may also return a reason code of the PBE service (enum SvcPBEReason) unchanged.
+ *  - Null pointers. A pointer is not null unless its description says that it may be. A reader
+ *    refuses a null record or channel name with 2. A null path means the standard location: the
+ *    file named by ZTS_KEYSTORE_CONF, else $HOME/.zts/keystore.conf. A null error key means that
+ *    none is wanted.
  *  - Ownership. Records and buffers are the caller's; a reader allocates nothing that outlives the
  *    call. What sztucReadConfigFile and SztuListCreate hand over is released with svcFreeMemFn.
- *  - Integer keys. The digits at the start of the value count, and what follows them is ignored. Of 20
- *    characters or more the first 20 count; a number beyond 64 bits is taken as the largest or lowest
- *    of them; the low 32 bits of that are stored.
- *  - Text fields have a fixed capacity. A value shorter than the capacity is terminated and the rest of
- *    its field is zero; a value that is as long or longer fills the field WITHOUT a terminator. Clear
- *    the record first, and read a field with its capacity as limit.
- *  - After a failure the fields read before it keep their new values; fields after it are not written.
+ *  - Integer keys. The digits at the start of the value count, and what follows them is ignored. Of
+ *    20 characters or more the first 20 count; a number beyond 64 bits is taken as the largest or
+ *    lowest of them; the low 32 bits of that are stored.
+ *  - Text fields have a fixed capacity. A value shorter than the capacity is terminated and the
+ *    rest of its field is zero; a value that is as long or longer fills the field WITHOUT a
+ *    terminator. Clear the record first, and read a field with its capacity as limit.
+ *  - After a failure the fields read before it keep their new values; fields after it are not
+ *    written.
  *  - Error keys. A reader sets the buffer to its section's name and appends the key at fault, for
  *    example "pem.private"; an LDAP password that cannot be decrypted is "crl.token_pin". When the
  *    cipher session cannot be opened, the buffer says "vekcred" or "vekcred.keyfile".
  *    SZTOU_ERROR_KEY_CAPACITY bytes are enough for every reader.
  *  - Messages. Numbered messages go to standard error while sztUseLogErrorMessage is not 0.
- *  - Threads. Every function may be called from any thread with its own record, list and buffers. The
- *    channel cache has no lock: fill and release it while no reader runs. Set sztUseLogErrorMessage
- *    before the first reader runs.
- *  - Secrets. A record that a reader has filled can hold a credential in clear: wipe it (svcWipe) right
- *    after use.
+ *  - Threads. Every function may be called from any thread with its own record, list and buffers.
+ *    The channel cache has no lock: fill and release it while no reader runs. Set
+ *    sztUseLogErrorMessage before the first reader runs.
+ *  - Secrets. A record that a reader has filled can hold a credential in clear: wipe it (svcWipe)
+ *    right after use.
  */
 #ifndef ZTVEK_H
 #define ZTVEK_H
@@ -77,7 +79,8 @@ typedef struct SztuListNode {
 
 typedef struct SztuList SztuList;
 
-/* A predicate returns non-zero for a match. A callback must not remove the node that it is given. */
+/* A predicate returns non-zero for a match. A callback must not remove the node that it is
+ * given. */
 typedef int32_t SztuPredicate(void *item);
 typedef int32_t SztuPredicateWith(void *item, void *data);
 typedef void SztuVisitor(void *item);
@@ -86,8 +89,8 @@ typedef void SztuVisitorWith(void *item, void *data);
 /*
  * SztuList is a doubly linked list that carries its operations; each takes the list as its first
  * argument: list->SztuListAppend(list, item). The list owns its nodes, never the items. The pairs
- * ...With and ...WithData do the same. An item whose node cannot be allocated is silently not added:
- * a caller that must know compares SztuListCount before and after.
+ * ...With and ...WithData do the same. An item whose node cannot be allocated is silently not
+ * added: a caller that must know compares SztuListCount before and after.
  */
 struct SztuList {
     uint64_t count;
@@ -101,8 +104,8 @@ struct SztuList {
     void (*SztuListRemoveHead)(SztuList *list);
     void (*SztuListRemoveTail)(SztuList *list);
     void (*SztuListRemoveNode)(SztuList *list, SztuListNode *node);
-    /* Removes all nodes. For each, `destructor` (may be null) releases what the item points to, then,
-       with freeItems not 0, svcFreeMemFn releases the item itself. */
+    /* Removes all nodes. For each, `destructor` (may be null) releases what the item points to,
+       then, with freeItems not 0, svcFreeMemFn releases the item itself. */
     void (*SztuListRemoveAll)(SztuList *list, int32_t freeItems, SztuVisitor *destructor);
     /* Removes all nodes; the items stay with their owner. */
     void (*SztuListClear)(SztuList *list);
@@ -119,8 +122,8 @@ struct SztuList {
     uint32_t (*SztuListCountIfWithData)(SztuList *list, SztuPredicateWith *predicate, void *data);
 };
 
-/* SztuListCreate returns a new, empty list, or null when it cannot be allocated. The owner empties it
- * (SztuListRemoveAll or SztuListClear) and releases it with svcFreeMemFn. */
+/* SztuListCreate returns a new, empty list, or null when it cannot be allocated. The owner empties
+ * it (SztuListRemoveAll or SztuListClear) and releases it with svcFreeMemFn. */
 ZT_EXPORT SztuList *SztuListCreate(void);
 
 /* ---- Configuration file -------------------------------------------------------------------- */
@@ -136,7 +139,8 @@ typedef struct SztucConfigItem {
  *  path        SZTUC_PATH_CAPACITY bytes; always terminated; a longer path is cut silently.
  *  envVarName  variable that may name the file itself ("ZTS_KEYSTORE_CONF").
  *  fileName    name of the file in $HOME/.zts ("keystore.conf").
- * Result: SZTU_OK; SZTU_BAD_CONFIG when no home directory is known, `path` then holds nothing usable.
+ * Result: SZTU_OK; SZTU_BAD_CONFIG when no home directory is known, `path` then holds nothing
+ * usable.
  */
 ZT_EXPORT uint32_t sztucGetConfigFilePath(char *path, const char *envVarName, const char *fileName);
 
@@ -149,15 +153,16 @@ ZT_EXPORT uint32_t sztucGetConfigFilePath(char *path, const char *envVarName, co
  */
 ZT_EXPORT uint32_t sztucReadConfigFile(const char *path, char **buffer, int32_t *errorNumber);
 
-/* sztucStrip moves *text past leading white space and cuts trailing white space off in place, unless
- * the last character that is not white space equals the first one: then the end is kept. */
+/* sztucStrip moves *text past leading white space and cuts trailing white space off in place,
+ * unless the last character that is not white space equals the first one: then the end is kept. */
 ZT_EXPORT void sztucStrip(char **text);
 
 /*
  * sztucParseConfigFile appends one SztucConfigItem per key line of `text` to `list`. The items are
  * copies; what `text` holds afterwards is not defined.
- * Result: SZTU_OK; SZTU_CANNOT_PARSE when a line has no "=", a key part of 256 characters or more, or
- * no value, or when there is no key line at all, or no memory. The items appended before that stay in the list.
+ * Result: SZTU_OK; SZTU_CANNOT_PARSE when a line has no "=", a key part of 256 characters or more,
+ * or no value, or when there is no key line at all, or no memory. The items appended before that
+ * stay in the list.
  */
 ZT_EXPORT uint32_t sztucParseConfigFile(char *text, SztuList *list);
 
@@ -173,7 +178,8 @@ ZT_EXPORT int32_t sztucGetPrefix(char *prefix, const char *key);
  * frees all others. A null list or section does nothing. */
 ZT_EXPORT void sztucFilterPrefix(SztuList *list, const char *section);
 
-/* sztucFreeConfigItem releases the texts of an item (SztucConfigItem, may be null), not the item. */
+/* sztucFreeConfigItem releases the texts of an item (SztucConfigItem, may be null), not the
+ * item. */
 ZT_EXPORT void sztucFreeConfigItem(void *item);
 
 /* sztucFreeConfigList releases a list of items with everything in it; null does nothing. */
@@ -207,7 +213,8 @@ ZT_EXPORT uint32_t sztouGetKsConfig(SztouKsConfig *config, const char *keystoreP
  *  keystorePath  as above, but never null while the cache is filled.
  *  errorKey      null, or at least 45 bytes.
  * Result: SZTU_OK; SZTU_KEY_NOT_PRESENT when "keystore" or the channel's certificate is absent;
- *         SZTU_BAD_ARGUMENTS, SZTU_SECTION_EMPTY, SZTU_CANNOT_PARSE, SZTU_CANNOT_READ, SZTU_BAD_CONFIG.
+ *         SZTU_BAD_ARGUMENTS, SZTU_SECTION_EMPTY, SZTU_CANNOT_PARSE, SZTU_CANNOT_READ,
+ *         SZTU_BAD_CONFIG.
  */
 ZT_EXPORT uint32_t sztouGetMCAConfig(SztouKsConfig *config, const char *channelName,
                                      const char *keystorePath, char *errorKey);
@@ -258,19 +265,20 @@ ZT_EXPORT uint32_t sztouGetOcspConfig(SztouOcspConfig *config, const char *keyst
 /*
  * sztouGetVEKCredConfig reads "vekcred.keyfile", the path of an initial key file.
  *  keyFile   SZTUC_PATH_CAPACITY bytes, cleared by the caller; stays empty when the key is absent.
- *  itemName  null, or at least 16 bytes: "vekcred", or "vekcred.keyfile" after a failure of the key.
+ *  itemName  null, or at least 16 bytes: "vekcred", or "vekcred.keyfile" after a failure of the
+ *            key.
  * Result: SZTU_OK; SZTU_SECTION_EMPTY when the section has no entries; SZTU_BAD_ARGUMENTS,
  *         SZTU_CANNOT_PARSE, SZTU_CANNOT_READ, SZTU_BAD_CONFIG.
  */
 ZT_EXPORT uint32_t sztouGetVEKCredConfig(char *keyFile, const char *keystorePath, char *itemName);
 
 /*
- * sztouInitializePBE opens a cipher session with the initial key from, in this order, the file named
- * by ZTS_VEKCRED_KEYFILE, the file named by "vekcred.keyfile", or the built-in default key.
+ * sztouInitializePBE opens a cipher session with the initial key from, in this order, the file
+ * named by ZTS_VEKCRED_KEYFILE, the file named by "vekcred.keyfile", or the built-in default key.
  *  component, function  attribute memory and trace records.
  *  itemName  null, or at least 16 bytes.
- *  session   cleared, with `algorithm` set. A session that is open is left as it is, with its key and
- *            salt: SZTU_BAD_ARGUMENTS.
+ *  session   cleared, with `algorithm` set. A session that is open is left as it is, with its key
+ *            and salt: SZTU_BAD_ARGUMENTS.
  *  fips      1 asks for a FIPS provider.
  * Result: SZTU_OK, the session is open and is closed with sztouTermPBE; the code of
  * sztouGetVEKCredConfig when that is neither SZTU_OK nor SZTU_SECTION_EMPTY; SZTU_BAD_ARGUMENTS for
@@ -308,21 +316,21 @@ ZT_EXPORT uint32_t sztouGetPemConfig(SztouPemConfig *config, const char *keystor
                                      char *errorKey);
 
 /*
- * sztouGetMCAPemConfig reads the keys of one channel, "pem.private.channel.<channel>" and so on, with
- * "pem.fips" and "pem.forceFipsOff". It shows no message for an absent key.
+ * sztouGetMCAPemConfig reads the keys of one channel, "pem.private.channel.<channel>" and so on,
+ * with "pem.fips" and "pem.forceFipsOff". It shows no message for an absent key.
  *  channelName, keystorePath  as for sztouGetMCAConfig.
  *  errorKey  null, or at least 46 bytes.
  *
  * Two traps:
- *  - The password is decrypted only when "pem.encrypted.channel.<channel>" is YES. Without that marker
- *    an encrypted text is handed over as the password, with SZTU_OK. Write the marker for each channel;
- *    a password that begins with "<VEK>" and holds three "!" is not in clear.
- *  - While the channel cache is filled and serves keystorePath, the keys are looked up in the section
- *    "cms", which is the one that it holds, and mostly are not there: SZTU_KEY_NOT_PRESENT. Pass the
- *    path spelled otherwise ("//" for a "/"), or call sztouReleaseMCAKeyStoreConf first.
+ *  - The password is decrypted only when "pem.encrypted.channel.<channel>" is YES. Without that
+ *    marker an encrypted text is handed over as the password, with SZTU_OK. Write the marker for
+ *    each channel; a password that begins with "<VEK>" and holds three "!" is not in clear.
+ *  - While the channel cache is filled and serves keystorePath, the keys are looked up in the
+ *    section "cms", which is the one that it holds, and mostly are not there: SZTU_KEY_NOT_PRESENT.
+ *    Pass the path spelled otherwise ("//" for a "/"), or call sztouReleaseMCAKeyStoreConf first.
  *
- * Result: SZTU_OK; SZTU_KEY_NOT_PRESENT when the channel's private, public or password key is absent;
- *         SZTU_BAD_ARGUMENTS, SZTU_SECTION_EMPTY, SZTU_CANNOT_PARSE, SZTU_CANNOT_READ,
+ * Result: SZTU_OK; SZTU_KEY_NOT_PRESENT when the channel's private, public or password key is
+ *         absent; SZTU_BAD_ARGUMENTS, SZTU_SECTION_EMPTY, SZTU_CANNOT_PARSE, SZTU_CANNOT_READ,
  *         SZTU_BAD_CONFIG, or a reason code of svcPBERestore.
  */
 ZT_EXPORT uint32_t sztouGetMCAPemConfig(SztouPemConfig *config, const char *channelName,
@@ -381,8 +389,8 @@ typedef struct SztouCrlConfig {
 } SztouCrlConfig;
 
 /*
- * sztouGetCrlConfig reads the section "crl". Every key is optional, but a section that sets anything
- * needs "cdp" or "ldap.host". Port, user, password and version without a host are dropped.
+ * sztouGetCrlConfig reads the section "crl". Every key is optional, but a section that sets
+ * anything needs "cdp" or "ldap.host". Port, user, password and version without a host are dropped.
  *  errorKey  null, or at least 25 bytes.
  *  fips      1 asks for a FIPS provider to decrypt the password.
  * Result: SZTU_OK, SZTU_BAD_ARGUMENTS, SZTU_SECTION_EMPTY, SZTU_CANNOT_PARSE, SZTU_CANNOT_READ,

@@ -2,9 +2,10 @@
  * catalogue.cpp - the texts of all numbered messages, and of the reason codes that they end with.
  *
  * A text says first what happened, then what to do, in at most 240 characters without its inserts;
- * the rest stands in runvekcred(1) under the number. It is true in every case in which its number is
- * shown. Callers of the library see the numbers that it shows as well, so their texts do not speak of
- * the command or its options; those of 3056, 6349, 7027, 9105 and 9106 are the command's own.
+ * the rest stands in runvekcred(1) under the number. It is true in every case in which its number
+ * is shown. Callers of the library see the numbers that it shows as well, so their texts do not
+ * speak of the command or its options; those of 3056, 6349, 7027, 9105 and 9106 are the command's
+ * own.
  *
  * In a text, %1 and %2 stand for the string inserts, %c for numeric insert 1 as a code in
  * hexadecimal, %n for the same in decimal, %e for ": " and the system's text of that error number,

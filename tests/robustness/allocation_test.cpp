@@ -1,5 +1,6 @@
-// Every operation with every request for memory refused once, libcrypto's and stdio's included: no crash,
-// no leak, no wrong result that is called success, and a failure record for what the library asked for.
+// Every operation with every request for memory refused once, libcrypto's and stdio's included: no
+// crash, no leak, no wrong result that is called success, and a failure record for what the library
+// asked for.
 #include "support/keystore_file.h"
 #include "sztoumaa/built_in_key.h"
 
@@ -152,7 +153,8 @@ uint32_t recordCount() {
     return latest.count;
 }
 
-// Runs the operation with one request refused, and ends the services, which releases what they keep.
+// Runs the operation with one request refused, and ends the services, which releases what they
+// keep.
 uint32_t runRefusing(const Operation &operation, int request, bool *wasReached) {
     refusedRequest = request;
     const uint32_t result = operation.run();

@@ -1,5 +1,5 @@
-// Every reader from several threads at once, each with records of its own, on one file, one cache and
-// one trace.
+// Every reader from several threads at once, each with records of its own, on one file, one cache
+// and one trace.
 #include "support/keystore_file.h"
 
 #include <sstream>

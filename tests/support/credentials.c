@@ -1,5 +1,6 @@
-/* A caller in C with the public header as its only include of the product: prints the results of the
- * readers of credentials, and the credentials. credentials FILE [FIPS], where FIPS is "yes" or "no". */
+/* A caller in C with the public header as its only include of the product: prints the results of
+ * the readers of credentials, and the credentials. credentials FILE [FIPS], where FIPS is "yes" or
+ * "no". */
 #include <ztvek.h>
 
 #include <stdio.h>

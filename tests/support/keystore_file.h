@@ -41,8 +41,9 @@ template <typename Call> std::string shownBy(Call call) {
     return testing::internal::GetCapturedStderr();
 }
 
-// A file with every section, for the channel HUB too, and `credential` behind a marker of each. What
-// the reader of a channel looks for in "pem" stands in "cms" as well, where it looks in the cache.
+// A file with every section, for the channel HUB too, and `credential` behind a marker of each.
+// What the reader of a channel looks for in "pem" stands in "cms" as well, where it looks in the
+// cache.
 inline std::string everySection(const std::string &credential) {
     const std::string password = "password = " + credential;
     std::string lines = "cms.keystore = k\ncms.certificate = c\ncms.certificate.channel.HUB = h\n"

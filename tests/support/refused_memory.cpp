@@ -1,6 +1,7 @@
-// Takes the place of malloc, calloc, realloc and free in a whole process, libcrypto's requests included, and of
-// pthread_key_create: refuses one request and counts what is alive. Linked to a test, or preloaded into the command with the
-// number of the request in VEK_REFUSED_REQUEST; a refusal is then told on standard error.
+// Takes the place of malloc, calloc, realloc and free in a whole process, libcrypto's requests
+// included, and of pthread_key_create: refuses one request and counts what is alive. Linked to a
+// test, or preloaded into the command with the number of the request in VEK_REFUSED_REQUEST; a
+// refusal is then told on standard error.
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>

@@ -1,5 +1,5 @@
-// The channel cache. Each test caches a file, changes it on disk, and looks whether the old or the new
-// content is read.
+// The channel cache. Each test caches a file, changes it on disk, and looks whether the old or the
+// new content is read.
 #include "support/keystore_file.h"
 #include "sztoumaa/channel_cache.h"
 

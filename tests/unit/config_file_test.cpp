@@ -142,7 +142,8 @@ TEST_F(Items, ComeFromTheLines) {
         {"x.y = 1\nword\n", 11, "[x.y=1]"},
         {"x.y = 1\nw # a=b\n", 0, "[x.y=1][w # a=b]"},
         {string("x.y = 1\0word\n", 13), 0, "[x.y=1]"},
-        // The end of a text whose first and last letter match is kept, first of the line, then of the value.
+        // The end of a text whose first and last letter match is kept, first of the line, then of
+        // the value.
         {"k = ab", 0, "[k =ab]"},
         {"x.log = 1 # on", 0, "[x.log=1 ]"},
         {"x.y = aba \n", 0, "[x.y=aba]"},

@@ -42,8 +42,8 @@ class List : public ::testing::Test {
 protected:
     SztuList *list = SztuListCreate();
 
-    // One step: "+x" appends, "^x" prepends, ")xn" and "(xn" insert x after and before n, "-n" removes n,
-    // "<" and ">" remove head and tail, "!" clears.
+    // One step: "+x" appends, "^x" prepends, ")xn" and "(xn" insert x after and before n, "-n"
+    // removes n, "<" and ">" remove head and tail, "!" clears.
     void runStep(const std::string &step) {
         SztuListNode *const node = list->SztuListFindItem(list, letter(step.back()));
         char *const item = letter(step[1]);

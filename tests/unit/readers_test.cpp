@@ -1,6 +1,6 @@
-// The section readers. Each is described once, as the table of its keys; the same situations are then
-// walked through for every key of every reader. A record is filled with 0xFF before each call, so that
-// the bytes a reader must not touch are seen.
+// The section readers. Each is described once, as the table of its keys; the same situations are
+// then walked through for every key of every reader. A record is filled with 0xFF before each call,
+// so that the bytes a reader must not touch are seen.
 #include "support/keystore_file.h"
 
 #include <cstddef>

@@ -1,4 +1,5 @@
-// A file is replaced whole, with all that belongs to it, or stays as it was; whatever lies around it.
+// A file is replaced whole, with all that belongs to it, or stays as it was; whatever lies around
+// it.
 #include "vekctl/safe_replacement.h"
 
 #include <csignal>

@@ -1,5 +1,5 @@
-// The frozen vectors of known_answers.txt, through the product; known_answers_test tries them through
-// a program that shares no code with it.
+// The frozen vectors of known_answers.txt, through the product; known_answers_test tries them
+// through a program that shares no code with it.
 #include "shared.h"
 #include "sztoumaa/built_in_key.h"
 

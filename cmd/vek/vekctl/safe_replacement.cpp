@@ -170,8 +170,9 @@ bool SafeReplacement::followLinks() {
     return failWith(ELOOP, "cannot be read");
 }
 
-// In a folder of somebody else, that somebody could put other files in the way of each step. A file system
-// without locks is no reason to stop; a lock that another program has kept through the wait is one.
+// In a folder of somebody else, that somebody could put other files in the way of each step. A file
+// system without locks is no reason to stop; a lock that another program has kept through the wait
+// is one.
 bool SafeReplacement::openFolder() {
     folder_.emplace(path_.c_str());
     struct stat status;
@@ -284,7 +285,8 @@ bool SafeReplacement::verify(std::string_view content) {
            fail("the new file did not read back as it was written; the disk may be failing");
 }
 
-// Lists of rights come before the mode: with an inherited list, the mode would open the file to others.
+// Lists of rights come before the mode: with an inherited list, the mode would open the file to
+// others.
 bool SafeReplacement::copyAttributes() {
     const int file = temporary_.get();
     struct stat made;

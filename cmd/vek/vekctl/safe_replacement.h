@@ -1,9 +1,11 @@
 /*
- * safe_replacement.h - gives a file new content: at every moment the old file or the new one is there, whole.
+ * safe_replacement.h - gives a file new content: at every moment the old file or the new one is
+ * there, whole.
  *
- * Everything happens relative to one open and locked folder, so that nobody who moves folders or links
- * about can lead a step elsewhere. The steps of a change are open, read, and replaceWith or nothing; what
- * became of the file between open and replaceWith is looked at again before the old one goes.
+ * Everything happens relative to one open and locked folder, so that nobody who moves folders or
+ * links about can lead a step elsewhere. The steps of a change are open, read, and replaceWith or
+ * nothing; what became of the file between open and replaceWith is looked at again before the old
+ * one goes.
  */
 #ifndef VEKCTL_SAFE_REPLACEMENT_H
 #define VEKCTL_SAFE_REPLACEMENT_H
@@ -25,8 +27,8 @@ struct ReplacementRules {
 
 class SafeReplacement {
 public:
-    // Follows the symbolic links at the end of `path`, opens and locks the folder of the file that they
-    // lead to, removes what a killed run left there, and opens the file.
+    // Follows the symbolic links at the end of `path`, opens and locks the folder of the file that
+    // they lead to, removes what a killed run left there, and opens the file.
     [[nodiscard]] bool open(const std::string &path, const ReplacementRules &rules);
 
     // Bytes of the file as they were at opening.
@@ -35,9 +37,10 @@ public:
     // Reads the file; `content` has its size.
     [[nodiscard]] bool read(std::span<char> content);
 
-    // Puts a new file with this content, and with owner, group, mode and extended attributes (access
-    // lists among them) of the old one, in the old one's place. A signal that ends the program waits for
-    // the end of a step; the old file is then kept, and the temporary one removed.
+    // Puts a new file with this content, and with owner, group, mode and extended attributes
+    // (access lists among them) of the old one, in the old one's place. A signal that ends the
+    // program waits for the end of a step; the old file is then kept, and the temporary one
+    // removed.
     [[nodiscard]] bool replaceWith(std::string_view content);
 
     // Why the last step failed: what happened, and what to do; without the name of the file.

@@ -1,6 +1,6 @@
 /*
- * channel_cache.cpp - the channel cache: the section "cms" of the standard file, kept in memory for the
- * channel readers. It has no lock: it is filled and released while no reader runs.
+ * channel_cache.cpp - the channel cache: the section "cms" of the standard file, kept in memory for
+ * the channel readers. It has no lock: it is filled and released while no reader runs.
  */
 #include "sztoumaa/channel_cache.h"
 

@@ -8,8 +8,8 @@
 
 namespace vek {
 
-// cachedSection returns the cached section "cms" when it serves keystorePath, else null. `keystorePath`
-// must not be null while the cache is filled. The list stays the cache's.
+// cachedSection returns the cached section "cms" when it serves keystorePath, else null.
+// `keystorePath` must not be null while the cache is filled. The list stays the cache's.
 [[nodiscard]] SztuList *cachedSection(const char *keystorePath);
 
 } // namespace vek

@@ -11,8 +11,8 @@ struct ChannelKey {
     char text[48];
 };
 
-// buildChannelKey joins a channel key from its beginning and at most SZTOU_CHANNEL_LENGTH characters of the
-// name, cut at the first blank: a channel name may be padded to its fixed width.
+// buildChannelKey joins a channel key from its beginning and at most SZTOU_CHANNEL_LENGTH
+// characters of the name, cut at the first blank: a channel name may be padded to its fixed width.
 [[nodiscard]] ChannelKey buildChannelKey(const char *beginning, const char *channelName);
 
 } // namespace vek

@@ -111,8 +111,8 @@ uint32_t openSession(const Attribution &caller, const char *keystorePath, char *
         return result;
     result = takeSalt(caller, &session->salt);
     if (result != SZTU_OK) {
-        // The key is not in the record yet, and only what the record holds is released. Its bytes are
-        // wiped where they lie.
+        // The key is not in the record yet, and only what the record holds is released. Its bytes
+        // are wiped where they lie.
         svcWipe(key.bytes, static_cast<size_t>(key.length));
         return result;
     }

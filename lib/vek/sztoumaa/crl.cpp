@@ -45,8 +45,8 @@ void readCrl(Reading &reading, SztouCrlConfig *config, int32_t fips) {
     reading.readText("ldap.host", server->host, OPTIONAL);
     reading.readInt("ldap.port", &server->port);
     reading.readText("ldap.user", server->user, OPTIONAL);
-    // With "encrypted" an absent password is decrypted as an empty text all the same, which fails; and the
-    // error key names the credential as the reader of "pkcs11" does.
+    // With "encrypted" an absent password is decrypted as an empty text all the same, which fails;
+    // and the error key names the credential as the reader of "pkcs11" does.
     reading.readCredential("ldap.pass", server->pass, OPTIONAL,
                            {.encrypted = config->encrypted, .fips = fips, .errorKey = "token_pin"});
     reading.readInt("ldap.version", &server->version);

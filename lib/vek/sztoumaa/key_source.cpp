@@ -1,6 +1,6 @@
 /*
- * key_source.cpp - where the initial key of the readers comes from: the section "vekcred", and which source
- * wins.
+ * key_source.cpp - where the initial key of the readers comes from: the section "vekcred", and
+ * which source wins.
  */
 #include "sztoumaa/key_source.h"
 

@@ -47,8 +47,8 @@ uint32_t readText(const char *path, char **text, int32_t reportErrors) {
     return SZTU_CANNOT_READ;
 }
 
-// The caller's reference owns its list before and after: what it held goes, and the new list is stored
-// at once.
+// The caller's reference owns its list before and after: what it held goes, and the new list is
+// stored at once.
 uint32_t parseSection(const char *path, char *text, SztuList **list, const char *section,
                       int32_t reportErrors) {
     sztucFreeConfigList(*list);

@@ -9,10 +9,10 @@
 namespace vek {
 
 /*
- * loadSection locates (path null), reads and parses the file and keeps the items of one section, keys
- * without their prefix.
- *  list          must hold null or a list on entry, which is released; receives the section list, the
- *                caller's, released with sztucFreeConfigList, or null on every result but 0.
+ * loadSection locates (path null), reads and parses the file and keeps the items of one section,
+ * keys without their prefix.
+ *  list          must hold null or a list on entry, which is released; receives the section list,
+ *                the caller's, released with sztucFreeConfigList, or null on every result but 0.
  *  reportErrors  1: show messages (while sztUseLogErrorMessage is not 0).
  * Result: 0, 2 (empty section name), 7, 11, 12, 15.
  */

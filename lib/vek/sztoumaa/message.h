@@ -8,8 +8,9 @@
 
 namespace vek {
 
-// showMessage shows a numbered message (enum SvcMessageNumber) while sztUseLogErrorMessage is not 0.
-// `line` is the caller's source line. This is the only place where the library writes to standard error.
+// showMessage shows a numbered message (enum SvcMessageNumber) while sztUseLogErrorMessage is not
+// 0. `line` is the caller's source line. This is the only place where the library writes to
+// standard error.
 void showMessage(uint32_t number, const SvcMessageInserts &inserts,
                  int32_t line = __builtin_LINE());
 

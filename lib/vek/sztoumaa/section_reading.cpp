@@ -68,8 +68,8 @@ void Reading::stop(uint32_t result, const char *errorKey) {
     appendToErrorKey(errorKey, strlen(errorKey));
 }
 
-// The cached section is "cms": while the cache serves the file, the channel keys of every reader are looked
-// up there.
+// The cached section is "cms": while the cache serves the file, the channel keys of every reader
+// are looked up there.
 void Reading::load() {
     const bool isChannel = source.traceCached != nullptr;
     if (isChannel)

@@ -4,7 +4,8 @@
  *
  * A reader is a straight list of its keys in their order. Each call looks its key up and stores the
  * value, or what stands for an absent key. After a failure, or an early end, all further calls do
- * nothing. Nothing here knows which section it serves: what differs between the sections is an argument.
+ * nothing. Nothing here knows which section it serves: what differs between the sections is an
+ * argument.
  */
 #ifndef SZTOUMAA_SECTION_READING_H
 #define SZTOUMAA_SECTION_READING_H
@@ -23,8 +24,8 @@ struct ReadingSource {
     const char *section;
     const char *keystorePath; // null: the standard location
     char *errorKey;           // null: none is wanted
-    // Of the reader of a channel, null in the others: traces that the channel cache serves the reading.
-    // A channel without keys of its own is no fault, so its reader shows no message.
+    // Of the reader of a channel, null in the others: traces that the channel cache serves the
+    // reading. A channel without keys of its own is no fault, so its reader shows no message.
     void (*traceCached)(const SztuList *list) = nullptr;
 };
 
@@ -85,8 +86,8 @@ public:
     // Sets the error key to the name of the section.
     explicit Reading(const ReadingSource &readFrom);
 
-    // A reading of a list that the caller has made, and with a session that he has opened (null: one is
-    // opened for the first credential, as in a reading of the file). Both stay his.
+    // A reading of a list that the caller has made, and with a session that he has opened (null:
+    // one is opened for the first credential, as in a reading of the file). Both stay his.
     Reading(const ReadingSource &readFrom, SztuList *sectionList, SvcPBESession *openSession);
 
     Reading(const Reading &) = delete;
@@ -109,12 +110,12 @@ public:
     // An optional logical key. A failure stores its number and names the key.
     bool readLogical(const char *key, const LogicalNumbers &numbers, int32_t *field);
 
-    // An optional key whose value is one of a few words, in any case. Absent and refused: 0. A failed
-    // lookup does not name the key. An empty value ends the reading with success.
+    // An optional key whose value is one of a few words, in any case. Absent and refused: 0. A
+    // failed lookup does not name the key. An empty value ends the reading with success.
     bool readWord(const char *key, const WordRule &rule, int32_t *field);
 
-    // A credential; an encrypted one is decrypted into the field, one that is absent and optional as an
-    // empty text. The session stays open until the end of the reading.
+    // A credential; an encrypted one is decrypted into the field, one that is absent and optional
+    // as an empty text. The session stays open until the end of the reading.
     bool readCredential(const char *key, std::span<char> field, const TextRule &rule,
                         const Protection &protection);
 
@@ -154,8 +155,8 @@ private:
     uint32_t settled = SZTU_OK;
 };
 
-// readSection is an exported reader: loads the section and calls readKeys(reading). Without one of the
-// mandatory arguments (`isComplete` false) nothing is read: 2.
+// readSection is an exported reader: loads the section and calls readKeys(reading). Without one of
+// the mandatory arguments (`isComplete` false) nothing is read: 2.
 template <typename ReadKeys>
 [[nodiscard]] uint32_t readSection(const ReadingSource &source, bool isComplete,
                                    ReadKeys readKeys) {

@@ -1,6 +1,6 @@
 /*
- * sections.h - the keys of each section, as its reader reads them into its record; private to the library
- * and the programs. `reading` has its section list.
+ * sections.h - the keys of each section, as its reader reads them into its record; private to the
+ * library and the programs. `reading` has its section list.
  */
 #ifndef SZTOUMAA_SECTIONS_H
 #define SZTOUMAA_SECTIONS_H

@@ -10,8 +10,8 @@
  *   value    = 1*character                 stripped; may hold "=", never "#"
  *
  * White space is what isspace() says, so that a carriage return before LF is stripped like a blank.
- * The parser takes any key, an empty one too; section and name come apart in the prefix filter. Keys
- * that stand in several lines give several items.
+ * The parser takes any key, an empty one too; section and name come apart in the prefix filter.
+ * Keys that stand in several lines give several items.
  */
 #include "sztucona/parse.h"
 
@@ -37,8 +37,9 @@ bool isBlank(char character) {
     return isspace(static_cast<unsigned char>(character)) != 0;
 }
 
-// The part of a text that stripping keeps. The end stays as it is when the last character that is not
-// white space equals the first one, deliberately: "aba " and "k " keep their blank, "abc " does not.
+// The part of a text that stripping keeps. The end stays as it is when the last character that is
+// not white space equals the first one, deliberately: "aba " and "k " keep their blank, "abc " does
+// not.
 std::string_view stripped(std::string_view text) {
     const char *start = text.data();
     const char *const end = start + text.size();
@@ -122,8 +123,8 @@ Line parseLine(std::string_view line) {
     return {value.empty() ? LineKind::noValue : LineKind::setting, key, value};
 }
 
-// An item for which memory is short fails the file: a credential or a switch that silently went missing
-// would be worse.
+// An item for which memory is short fails the file: a credential or a switch that silently went
+// missing would be worse.
 uint32_t appendItem(SztuList *list, std::string_view key, std::string_view value) {
     OwnedItem item = makeItem(key, value);
     if (!item)

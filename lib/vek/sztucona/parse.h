@@ -26,8 +26,8 @@ struct Line {
     std::string_view value; // likewise, without the comment
 };
 
-// Takes the next line that is not empty from the text at *position and moves on; false at the end of the
-// text. What stands between two lines is newlines.
+// Takes the next line that is not empty from the text at *position and moves on; false at the end
+// of the text. What stands between two lines is newlines.
 [[nodiscard]] bool nextLine(const char **position, std::string_view *line);
 
 [[nodiscard]] Line parseLine(std::string_view line);

@@ -36,8 +36,8 @@ bool measure(FILE *stream, size_t *size, int32_t *errorNumber) {
     return true;
 }
 
-// Reads the open file; false when it failed or is empty. The buffer is the caller's as soon as it is
-// there, whatever happens afterwards.
+// Reads the open file; false when it failed or is empty. The buffer is the caller's as soon as it
+// is there, whatever happens afterwards.
 bool readStream(FILE *stream, char **buffer, int32_t *errorNumber) {
     // Without a stream buffer no copy of a credential is left in memory that nobody wipes.
     (void)setvbuf(stream, nullptr, _IONBF, 0);

@@ -98,8 +98,8 @@ void clear(SztuList *list) {
 
 // ---- Searching -------------------------------------------------------------------------------
 
-// The next pointer is read after the callback returns: a callback may add nodes, but must not remove
-// the node that it is given.
+// The next pointer is read after the callback returns: a callback may add nodes, but must not
+// remove the node that it is given.
 
 SztuListNode *findWith(SztuList *list, SztuPredicateWith *predicate, void *data) {
     ztm::TraceScope trace(FUNCTION_LIST_SEARCH);
@@ -157,7 +157,8 @@ uint32_t countIf(SztuList *list, SztuPredicate *predicate) {
 
 // ---- Creation --------------------------------------------------------------------------------
 
-// Each ...With and its ...WithData are two entries of one operation, and stay two: callers use both.
+// Each ...With and its ...WithData are two entries of one operation, and stay two: callers use
+// both.
 constexpr SztuList EMPTY_LIST = {
     .count = 0,
     .head = nullptr,
