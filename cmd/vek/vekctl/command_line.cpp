@@ -76,7 +76,15 @@ int refuseArgument(const CLI::App &program, const CLI::App &command, const std::
                   program);
 }
 
+int describeFindings() {
+    for (const FindingKind &kind : findingKinds())
+        std::cout << kind.name << " " << nameOf(kind.level) << "\n";
+    return STATUS_WELL;
+}
+
 int describe(const CLI::App &program, const std::string &topic) {
+    if (topic == "findings")
+        return describeFindings();
     const CLI::App *described = topic.empty() ? &program : nullptr;
     for (const CLI::App *const command : allCommands(program))
         if (command->get_name() == topic)
@@ -90,7 +98,7 @@ int describe(const CLI::App &program, const std::string &topic) {
 void addHelp(CLI::App &program, Run &run) {
     const auto topic = std::make_shared<std::string>();
     CLI::App *const command = program.add_subcommand("help", "Describes a command.");
-    command->add_option("COMMAND", *topic, "the command");
+    command->add_option("COMMAND", *topic, "the command, or \"findings\"");
     command->callback([&program, &run, topic] {
         run.action = [&program, topic] { return describe(program, *topic); };
     });
@@ -103,15 +111,19 @@ void addOutputOptions(CLI::App *command, CommonOptions *common) {
     command->add_flag("--quiet", common->quiet, "no answer, only the exit status and problems");
 }
 
-CLI::App *addCommand(CLI::App &program, const char *name, const char *description,
-                     CommonOptions *common) {
-    CLI::App *const command = program.add_subcommand(name, description);
+void addKeyOptions(CLI::App *command, CommonOptions *common) {
     command
         ->add_option("--key", common->key,
                      "the initial key file, or 'built-in'; else the readers' own choice")
         ->type_name("FILE");
-    addOutputOptions(command, common);
     command->add_flag("--fips", common->fips, "use a FIPS provider");
+}
+
+CLI::App *addCommand(CLI::App &program, const char *name, const char *description,
+                     CommonOptions *common) {
+    CLI::App *const command = program.add_subcommand(name, description);
+    addKeyOptions(command, common);
+    addOutputOptions(command, common);
     return command;
 }
 
@@ -121,7 +133,11 @@ int runCommandLine(int argumentCount, char **arguments) {
     program.set_version_flag("--version", "vekctl " VEK_VERSION);
     program.require_subcommand(0, 1);
     Run run;
+    addCheck(program, run);
+    addGet(program, run);
+    addShow(program, run);
     addKeygen(program, run);
+    addKeyinfo(program, run);
     addHelp(program, run);
     try {
         program.parse(argumentCount, arguments);

@@ -30,10 +30,16 @@ struct Run {
 [[nodiscard]] CLI::App *addCommand(CLI::App &program, const char *name, const char *description,
                                    CommonOptions *common);
 
-// --json and --quiet alone, for a command that needs no key.
+// Its halves: --json and --quiet for a command that needs no key, --key and --fips for one whose
+// answer is a value.
 void addOutputOptions(CLI::App *command, CommonOptions *common);
+void addKeyOptions(CLI::App *command, CommonOptions *common);
 
+void addCheck(CLI::App &program, Run &run);
+void addGet(CLI::App &program, Run &run);
 void addKeygen(CLI::App &program, Run &run);
+void addKeyinfo(CLI::App &program, Run &run);
+void addShow(CLI::App &program, Run &run);
 
 } // namespace vekctl
 

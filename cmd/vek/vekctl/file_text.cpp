@@ -4,6 +4,7 @@
 #include "vekctl/file_text.h"
 
 #include "shared/line_words.h"
+#include "sztucona/parse.h"
 #include "ztvek.h"
 
 #include <algorithm>
@@ -20,39 +21,28 @@ std::string textOfError(int errorNumber) {
     return errorNumber == 0 ? "it is empty" : strerror(errorNumber);
 }
 
-// The part of `line` that `copy` is a copy of, from `start` on.
-std::string_view locate(std::string_view line, const char *copy, size_t start) {
-    const std::string_view wanted = copy;
-    return wanted.empty() ? line.substr(start, 0)
-                          : line.substr(line.find(wanted, start), wanted.size());
-}
-
-Refusal whyRefused(std::string_view content) {
-    const size_t start = content.find_first_not_of(" \t\v\f\r");
-    const size_t equals = content.find('=');
-    if (equals == std::string_view::npos)
-        return Refusal::noEquals;
-    return equals - start >= SZTUC_KEY_CAPACITY ? Refusal::keyTooLong : Refusal::noValue;
-}
-
 // What the parser of the library says.
 void readAsReaders(std::string_view content, Reading *reading) {
-    Secret copy(content);
-    copy.append({"\0", 1});
-    SztuList *const list = SztuListCreate();
-    const uint32_t result = sztucParseConfigFile(copy.data(), list);
-    if (list->head != nullptr) {
-        const SztucConfigItem *const item = static_cast<const SztucConfigItem *>(list->head->item);
+    const vek::Line line = vek::parseLine(content);
+    switch (line.kind) {
+    case vek::LineKind::nothing:
+        return;
+    case vek::LineKind::setting:
         reading->kind = LineKind::setting;
-        reading->key = locate(content, item->key, 0);
-        reading->value = locate(content, item->value, content.find('=') + 1);
-    } else if (result != SZTU_OK) {
-        const size_t start = content.find_first_not_of(" \t\v\f\r");
-        const bool isNothing = start == std::string_view::npos || content[start] == '#';
-        reading->kind = isNothing ? LineKind::nothing : LineKind::refused;
-        reading->refusal = isNothing ? Refusal::none : whyRefused(content);
+        reading->key = line.key;
+        reading->value = line.value;
+        return;
+    case vek::LineKind::noEquals:
+        reading->refusal = Refusal::noEquals;
+        break;
+    case vek::LineKind::keyTooLong:
+        reading->refusal = Refusal::keyTooLong;
+        break;
+    case vek::LineKind::noValue:
+        reading->refusal = Refusal::noValue;
+        break;
     }
-    sztucFreeConfigList(list);
+    reading->kind = LineKind::refused;
 }
 
 } // namespace

@@ -5,6 +5,7 @@
 
 #include "shared.h"
 #include "sztoumaa/built_in_key.h"
+#include "sztoumaa/key_source.h"
 #include "ztsvc.h"
 
 namespace vekctl {
@@ -28,10 +29,15 @@ KeySource chooseKeySource(const std::string *option, const std::string &sectionP
         return {};
     if (option != nullptr)
         return {KeyOrigin::option, *option};
-    if (svcIsEnvironment(vek::KEY_FILE_VARIABLE) != 0)
-        return {KeyOrigin::environment, svcGetEnv(vek::KEY_FILE_VARIABLE)};
-    if (!sectionPath.empty())
-        return {KeyOrigin::section, sectionPath};
+    const vek::KeySource chosen = vek::chooseKeySource(sectionPath.c_str());
+    switch (chosen.origin) {
+    case vek::KeyOrigin::variable:
+        return {KeyOrigin::environment, chosen.path};
+    case vek::KeyOrigin::section:
+        return {KeyOrigin::section, chosen.path};
+    case vek::KeyOrigin::builtIn:
+        break;
+    }
     return {};
 }
 
@@ -94,10 +100,11 @@ uint32_t CipherSession::restore(std::string_view storedText, Secret *clearText) 
     return result;
 }
 
-CipherSession &KeyRing::session(const KeySource &source) {
-    std::unique_ptr<CipherSession> &kept = sessions[source];
+CipherSession &KeyRing::session(const KeySource &source, bool fips) {
+    const bool withFips = fips || fipsAlways;
+    std::unique_ptr<CipherSession> &kept = sessions[{source, withFips}];
     if (kept == nullptr)
-        kept = std::make_unique<CipherSession>(source, fips);
+        kept = std::make_unique<CipherSession>(source, withFips);
     return *kept;
 }
 

@@ -12,6 +12,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace vekctl {
 
@@ -73,13 +74,13 @@ private:
 // passphrase is stretched once.
 class KeyRing {
 public:
-    explicit KeyRing(bool withFips) : fips(withFips) {}
+    explicit KeyRing(bool withFips) : fipsAlways(withFips) {}
 
-    [[nodiscard]] CipherSession &session(const KeySource &source);
+    [[nodiscard]] CipherSession &session(const KeySource &source, bool fips = false);
 
 private:
-    bool fips;
-    std::map<KeySource, std::unique_ptr<CipherSession>> sessions;
+    bool fipsAlways;
+    std::map<std::pair<KeySource, bool>, std::unique_ptr<CipherSession>> sessions;
 };
 
 } // namespace vekctl

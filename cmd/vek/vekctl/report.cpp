@@ -152,6 +152,12 @@ void Report::note(const std::string &text) {
     }
 }
 
+void Report::answer(const std::string &line) {
+    clearProgress();
+    if (!asJson)
+        std::cout << line << "\n";
+}
+
 void Report::showProgress(size_t done, size_t all) {
     constexpr size_t STEP = 16;
     if (!withProgress || all == 1 || done % STEP != 0)

@@ -1,0 +1,107 @@
+/*
+ * check.cpp - the command that tells whether the readers get every credential, and whether it is
+ * safe.
+ */
+#include "vekctl/commands.h"
+#include "vekctl/key_file_look.h"
+#include "vekctl/report.h"
+#include "vekctl/verdict.h"
+
+#include <algorithm>
+#include <memory>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace vekctl {
+
+namespace {
+
+struct Options {
+    CommonOptions common;
+    std::vector<std::string> files;
+    bool strict = false;
+    bool noOpen = false;
+};
+
+class Check {
+public:
+    explicit Check(const Options &given)
+        : options(given), report("check", given.common), keys(given.common.fips) {}
+
+    int run() {
+        return report.overFiles(options.files,
+                                [this](const std::string &path) { return check(path); });
+    }
+
+private:
+    Outcome check(const std::string &path) {
+        FileText text;
+        Verdict verdict;
+        if (text.read(path)) {
+            verdict = judge(text, keys,
+                            {.opens = !options.noOpen,
+                             .keyOption = options.common.key ? &*options.common.key : nullptr});
+            lookAtKeyFile(&verdict);
+            if (path != "-")
+                lookAtFile(path, &verdict);
+        } else {
+            verdict.findings = {{Code::unreadable, Level::error, 0, "", text.problem()}};
+        }
+        for (const Finding &finding : verdict.findings)
+            report.finding(finding);
+        const Level counted = options.strict ? Level::warning : Level::error;
+        const bool isFound = std::ranges::any_of(
+            verdict.findings, [&](const Finding &finding) { return finding.level >= counted; });
+        return isFound ? Outcome::findings : Outcome::clean;
+    }
+
+    // What is said of a key file stands at the line that names it.
+    void lookAtKeyFile(Verdict *verdict) {
+        if (options.noOpen)
+            return;
+        auto [known, isNew] = looks.try_emplace(verdict->source);
+        if (isNew)
+            known->second = lookAtKey(verdict->source);
+        for (Finding finding : known->second.findings) {
+            finding.line = verdict->source.origin == KeyOrigin::section ? verdict->sourceLine : 0;
+            verdict->findings.push_back(std::move(finding));
+        }
+    }
+
+    static void lookAtFile(const std::string &path, Verdict *verdict) {
+        struct stat status = {};
+        if (stat(path.c_str(), &status) != 0)
+            return;
+        const auto add = [&](Code code, const char *detail) {
+            verdict->findings.push_back({code, Level::warning, 0, "", detail});
+        };
+        if ((status.st_mode & (S_IWGRP | S_IWOTH)) != 0)
+            add(Code::fileMode, "they can write it; chmod go-w takes that away");
+        else if (verdict->holdsClearText && (status.st_mode & S_IROTH) != 0)
+            add(Code::fileMode, "they can read a credential; chmod o-r takes that away");
+        if (access((path + ".bak").c_str(), F_OK) == 0)
+            add(Code::leftover, "");
+    }
+
+    const Options &options;
+    Report report;
+    KeyRing keys;
+    std::map<KeySource, KeyLook> looks;
+};
+
+} // namespace
+
+void addCheck(CLI::App &program, Run &run) {
+    const auto options = std::make_shared<Options>();
+    CLI::App *const command =
+        addCommand(program, "check", "Tells of every credential whether the readers get it.",
+                   &options->common);
+    command->add_option("FILE", options->files, "keystore.conf, or \"-\"; else the standard place")
+        ->type_name("");
+    command->add_flag("--strict", options->strict, "warnings count for the exit status");
+    command->add_flag("--no-open", options->noOpen, "look at the text only; no key is needed");
+    command->callback(
+        [&run, options] { run.action = [options] { return Check(*options).run(); }; });
+}
+
+} // namespace vekctl

@@ -1,0 +1,73 @@
+/*
+ * keyinfo.cpp - the command that tells which initial key is in force, and what is wrong with it.
+ */
+#include "vekctl/commands.h"
+#include "vekctl/key_file_look.h"
+#include "vekctl/loaded_file.h"
+
+#include <memory>
+
+namespace vekctl {
+
+namespace {
+
+struct Options {
+    CommonOptions common;
+    std::vector<std::string> files;
+};
+
+const char *nameOf(KeyOrigin origin) {
+    switch (origin) {
+    case KeyOrigin::option:
+        return "--key";
+    case KeyOrigin::environment:
+        return vek::KEY_FILE_VARIABLE;
+    case KeyOrigin::section:
+        return "vekcred.keyfile";
+    case KeyOrigin::builtIn:
+        break;
+    }
+    return "built-in";
+}
+
+Outcome tellKey(const Options &options, const std::string &path, Report &report) {
+    LoadedFile file;
+    KeySource source;
+    if (!file.load(path, &report) || !file.findSource(options.common, &report, &source))
+        return Outcome::failed;
+    const KeyLook look = lookAtKey(source);
+    const CipherSession session(source, options.common.fips);
+    report.json()["source"] = nameOf(source.origin);
+    report.json()["form"] = nameOf(look.form);
+    if (!source.isBuiltIn())
+        report.json()["path"] = shown(source.path);
+    if (session.reason() != SVC_PBE_OK) {
+        report.problem(session.problem());
+        return Outcome::failed;
+    }
+    report.note(shown(source.describe()) + ", " + nameOf(look.form));
+    for (const Finding &finding : look.findings)
+        report.finding(finding);
+    return look.findings.empty() ? Outcome::clean : Outcome::findings;
+}
+
+} // namespace
+
+void addKeyinfo(CLI::App &program, Run &run) {
+    const auto options = std::make_shared<Options>();
+    CLI::App *const command =
+        addCommand(program, "keyinfo", "Tells which initial key is in force, and its flaws.",
+                   &options->common);
+    command->add_option("FILE", options->files, "keystore.conf; else the standard place")
+        ->type_name("");
+    command->callback([&run, options] {
+        run.action = [options] {
+            Report report("keyinfo", options->common);
+            return report.overFiles(options->files, [&](const std::string &path) {
+                return tellKey(*options, path, report);
+            });
+        };
+    });
+}
+
+} // namespace vekctl

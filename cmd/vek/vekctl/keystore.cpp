@@ -1,0 +1,195 @@
+/*
+ * keystore.cpp - section lists, and the readers that run over them.
+ */
+#include "vekctl/keystore.h"
+
+#include "sztoumaa/lookup.h"
+#include "sztoumaa/sections.h"
+#include "sztucona/parse.h"
+
+#include <algorithm>
+#include <cstring>
+#include <new>
+#include <strings.h>
+
+namespace vekctl {
+
+namespace {
+
+bool isWord(std::string_view value, const char *word) {
+    return value.size() == strlen(word) && strncasecmp(value.data(), word, value.size()) == 0;
+}
+
+// As the cipher session of the readers does it: the key may be absent.
+uint32_t readKeyFileKey(SztuList *list, char *path) {
+    const uint32_t result = vek::getText(list, nullptr, "keyfile", {path, SZTUC_PATH_CAPACITY - 1},
+                                         SZTU_KEY_NOT_PRESENT);
+    return result == SZTU_KEY_NOT_PRESENT ? uint32_t{SZTU_OK} : result;
+}
+
+// Whether the two stand for the same credential of the same reader.
+bool belongTogether(const Item &one, const Item &other) {
+    return one.section == other.section && one.known.isOfChannel == other.known.isOfChannel &&
+           one.known.channel == other.known.channel;
+}
+
+} // namespace
+
+bool saysYes(std::string_view value) {
+    return isWord(value, vek::MARKER_YES);
+}
+
+bool saysNo(std::string_view value) {
+    return isWord(value, vek::MARKER_NO);
+}
+
+std::string_view credentialField(const Records &records, std::string_view section) {
+    const auto field = [](const auto &text) {
+        return std::string_view(text, strnlen(text, sizeof text));
+    };
+    if (section == vek::PEM_SECTION)
+        return field(records.pem.password);
+    if (section == vek::PKCS11_SECTION)
+        return field(records.pkcs11.token_pin);
+    if (section == vek::CRL_SECTION)
+        return field(records.crl.ldapServers[0].pass);
+    return {};
+}
+
+void Keystore::add(const Line &line, const Reading &reading) {
+    if (reading.kind != LineKind::setting)
+        return;
+    settingFound = true;
+    Item item = {line.number, reading, findKey(reading.key), nullptr, {}};
+    item.section = sectionOf(reading.key, &item.name);
+    if (item.section != nullptr)
+        kept.push_back(item);
+}
+
+std::vector<ReaderName> Keystore::readers() const {
+    std::vector<ReaderName> readers;
+    for (const std::string_view section : vek::SECTIONS) {
+        bool hasSection = false;
+        bool hasGeneralKey = false;
+        std::vector<std::string> channels;
+        for (const Item &item : kept) {
+            if (item.section != section)
+                continue;
+            hasSection = true;
+            if (isStrayMarker(item))
+                continue;
+            if (item.known.isOfChannel)
+                channels.emplace_back(item.known.channel);
+            else if (item.known.key != nullptr &&
+                     (item.known.key->form == vek::Form::general ||
+                      item.known.key->form == vek::Form::generalOrNamed))
+                hasGeneralKey = true;
+        }
+        std::ranges::sort(channels);
+        channels.erase(std::ranges::unique(channels).begin(), channels.end());
+        if (hasSection && (hasGeneralKey || channels.empty()))
+            readers.push_back({section, false, {}});
+        for (std::string &channel : channels)
+            readers.push_back({section, true, std::move(channel)});
+    }
+    return readers;
+}
+
+SztuList *Keystore::list(std::string_view section) {
+    std::unique_ptr<SztuList, FreeList> &made = lists[section];
+    if (made != nullptr)
+        return made.get();
+    made.reset(SztuListCreate());
+    if (made == nullptr)
+        throw std::bad_alloc();
+    for (const Item &item : kept) {
+        if (item.section != section || (!keepsMarkers && isSingleYes(item)))
+            continue;
+        if (vek::appendItem(made.get(), item.name, item.reading.value) != SZTU_OK)
+            throw std::bad_alloc();
+    }
+    return made.get();
+}
+
+ReaderResult Keystore::run(const ReaderName &reader, SvcPBESession *session, Records *records) {
+    char errorKey[SZTOU_ERROR_KEY_CAPACITY] = {};
+    if (reader.section == vek::KEY_SOURCE_SECTION)
+        return {readKeyFileKey(list(reader.section), records->keyFile), "vekcred.keyfile"};
+    const std::string section(reader.section);
+    const char *const channel = reader.channel.c_str();
+    vek::Reading reading(
+        {.function = 0, .section = section.c_str(), .keystorePath = nullptr, .errorKey = errorKey},
+        list(reader.section), session);
+    if (reader.section == vek::CMS_SECTION && reader.isOfChannel)
+        vek::readChannelCms(reading, &records->cms, channel);
+    else if (reader.section == vek::CMS_SECTION)
+        vek::readCms(reading, &records->cms);
+    else if (reader.section == vek::PEM_SECTION && reader.isOfChannel)
+        vek::readChannelPem(reading, &records->pem, channel);
+    else if (reader.section == vek::PEM_SECTION)
+        vek::readPem(reading, &records->pem);
+    else if (reader.section == vek::PKCS11_SECTION)
+        vek::readPkcs11(reading, &records->pkcs11);
+    else if (reader.section == vek::CRL_SECTION)
+        vek::readCrl(reading, &records->crl, session->fips);
+    else
+        vek::readOcsp(reading, &records->ocsp);
+    std::string key = errorKey;
+    return {reading.result(), key.substr(0, key.find('='))};
+}
+
+uint32_t Keystore::findKeyFile(std::string *path) {
+    ztm::Wiping<Records> records{};
+    SvcPBESession none = {};
+    const bool hasSection = std::ranges::any_of(kept, [](const Item &item) {
+        return item.section == std::string_view(vek::KEY_SOURCE_SECTION);
+    });
+    if (!hasSection)
+        return SZTU_OK;
+    const ReaderResult result = run({vek::KEY_SOURCE_SECTION, false, {}}, &none, &records.value);
+    *path = records.value.keyFile;
+    return result.code;
+}
+
+bool Keystore::wantsFips(std::string_view section) {
+    int32_t fips = 0;
+    return vek::getLogical(list(section), nullptr, "fips", &fips) == SZTU_OK && fips != 0;
+}
+
+const Item *Keystore::markerOf(const Item &credential, bool isYes) const {
+    for (const Item &item : kept)
+        if (item.known.isMarker() && belongTogether(item, credential) &&
+            (!isYes || saysYes(item.reading.value)))
+            return &item;
+    return nullptr;
+}
+
+const Item *Keystore::credentialOf(const Item &marker) const {
+    for (const Item &item : kept)
+        if (item.known.isCredential() && belongTogether(item, marker))
+            return &item;
+    return nullptr;
+}
+
+bool Keystore::isStrayMarker(const Item &item) const {
+    const vek::Credential *const credential = item.known.credential;
+    if (credential == nullptr || credential->writtenChannelMarker == nullptr ||
+        item.reading.key != credential->writtenChannelMarker)
+        return false;
+    return std::ranges::none_of(kept, [&](const Item &other) {
+        return other.reading.key != item.reading.key && belongTogether(other, item);
+    });
+}
+
+// A marker that its credential's reader accepts and obeys. One that stands twice stays in the list,
+// so that the reader fails as it would.
+bool Keystore::isSingleYes(const Item &marker) const {
+    if (!marker.known.isMarker() || !saysYes(marker.reading.value) ||
+        credentialOf(marker) == nullptr)
+        return false;
+    return std::ranges::count_if(kept, [&](const Item &other) {
+               return other.known.isMarker() && belongTogether(other, marker);
+           }) == 1;
+}
+
+} // namespace vekctl

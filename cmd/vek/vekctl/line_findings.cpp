@@ -1,0 +1,164 @@
+/*
+ * line_findings.cpp - text that is no setting, comments, and keys that nobody knows.
+ */
+#include "vekctl/line_findings.h"
+
+#include "vekctl/known_keys.h"
+#include "vekctl/suggestion.h"
+
+#include "shared/line_words.h"
+
+#include <algorithm>
+
+namespace vekctl {
+
+namespace {
+
+constexpr std::string_view BLANKS = " \t\v\f\r";
+
+std::string_view trimmed(std::string_view text) {
+    const size_t start = text.find_first_not_of(BLANKS);
+    if (start == std::string_view::npos)
+        return {};
+    return text.substr(start, text.find_last_not_of(BLANKS) + 1 - start);
+}
+
+class LineFinder {
+public:
+    LineFinder(const Line &looked, const Reading &read, std::vector<Finding> *found)
+        : line(looked), reading(read), findings(found) {}
+
+    void find() {
+        findStrangeText();
+        findComment();
+        if (reading.kind == LineKind::setting && findKey(reading.key).key == nullptr)
+            findUnknownKey();
+        if (reading.kind == LineKind::setting && findKey(reading.key).key != nullptr)
+            findQuotes();
+    }
+
+private:
+    void add(Code code, Level level, const std::string &key, const std::string &detail) {
+        findings->push_back({code, level, line.number, key, detail});
+    }
+    void addNotText(const std::string &detail) {
+        add(Code::notText, Level::error, "", detail);
+    }
+
+    void findStrangeText() {
+        const std::string_view content = trimmed(line.text);
+        if (content.find('\r') != std::string_view::npos)
+            addNotText("a carriage return stands inside the line; end lines with LF or CRLF");
+        if (reading.kind == LineKind::nothing)
+            return;
+        if (content.starts_with('['))
+            addNotText("there are no [section] lines; write the section in front of each key, as "
+                       "in 'pem.private = ...'");
+        else if (content.starts_with(';'))
+            addNotText("\";\" starts no comment; use \"#\"");
+        else if (hasColon(content))
+            addNotText("a key is followed by \"=\", not by \":\"");
+    }
+
+    // "pem.password: x", where a reader knows what stands in front of the colon.
+    bool hasColon(std::string_view content) const {
+        const size_t colon = content.find(':');
+        if (colon == std::string_view::npos || colon > content.find('='))
+            return false;
+        return findKey(trimmed(content.substr(0, colon))).key != nullptr;
+    }
+
+    // A comment is everything behind the first "#" of a value, or a line that begins with one.
+    void findComment() {
+        const std::string_view text = line.text;
+        const size_t from = reading.kind == LineKind::setting
+                                ? static_cast<size_t>(reading.value.end() - text.begin())
+                                : 0;
+        const size_t start =
+            reading.kind == LineKind::refused ? std::string_view::npos : text.find('#', from);
+        if (start == std::string_view::npos)
+            return;
+        const std::string_view comment = text.substr(start + 1);
+        for (const vek::Credential &credential : vek::CREDENTIALS) {
+            const size_t at = comment.find(credential.key);
+            if (at != std::string_view::npos && holdsClearValue(comment.substr(at)))
+                add(Code::comment, Level::warning, credential.key, "");
+        }
+    }
+
+    static bool holdsClearValue(std::string_view setting) {
+        vek::LineWords words;
+        return vek::cutWords(setting, &words) && !vek::isInEncryptedForm(words.value);
+    }
+
+    void findUnknownKey() {
+        const std::string_view key = reading.key;
+        const std::string_view bare = trimmed(key);
+        if (bare.size() < key.size() && findKey(bare).key != nullptr) {
+            add(Code::notFound, Level::error, std::string(bare), "");
+            return;
+        }
+        if (!reading.writerKey.empty() && takenByWriter(reading.writerKey) != nullptr) {
+            const std::string meant = meantKey(shownKey(key));
+            add(Code::lookAlike, Level::error, shownKey(key), suggestion(meant));
+            return;
+        }
+        const std::string meant = meantKey(shownKey(key));
+        const bool isClear = !vek::isInEncryptedForm(reading.value);
+        const bool isGrave = findKey(meant).isCredential() || (isClear && speaksOfSecret(key));
+        add(Code::unknownKey, isGrave ? Level::error : Level::warning, shownKey(key),
+            suggestion(meant));
+    }
+
+    static std::string suggestion(const std::string &meant) {
+        return meant.empty() ? "" : "did you mean " + meant + "?";
+    }
+
+    void findQuotes() {
+        const std::string_view value = reading.value;
+        if (value.size() > 1 && value.front() == value.back() &&
+            (value.front() == '"' || value.front() == '\''))
+            add(Code::notText, Level::warning, std::string(reading.key),
+                "the quotes around the value belong to it");
+    }
+
+    const Line &line;
+    const Reading &reading;
+    std::vector<Finding> *findings;
+};
+
+} // namespace
+
+const char *refusalText(Refusal refusal) {
+    switch (refusal) {
+    case Refusal::noEquals:
+        return "it has no \"=\"; write 'section.key = value', or \"#\" in front of a comment";
+    case Refusal::keyTooLong:
+        return "its key has more than 255 characters";
+    case Refusal::noValue:
+        return "it has no value; a line without one is taken out, or made a comment with \"#\"";
+    case Refusal::none:
+        break;
+    }
+    return "";
+}
+
+void findInLine(const Line &line, const Reading &reading, std::vector<Finding> *findings) {
+    LineFinder(line, reading, findings).find();
+}
+
+void findInText(const FileText &text, std::vector<Finding> *findings) {
+    const std::string_view start = text.text();
+    const auto add = [&](size_t line, const char *detail) {
+        findings->push_back({Code::notText, Level::error, line, "", detail});
+    };
+    if (start.starts_with("\xff\xfe") || start.starts_with("\xfe\xff"))
+        add(1, "the file is UTF-16; store it as UTF-8 without a byte order mark");
+    else if (start.starts_with("\xef\xbb\xbf"))
+        add(1, "a byte order mark stands in front of the first key; store the file without one");
+    if (text.hasNul())
+        add(static_cast<size_t>(std::ranges::count(start, '\n')) + 1,
+            "a NUL ends the file for the readers; nothing behind it counts");
+}
+
+} // namespace vekctl

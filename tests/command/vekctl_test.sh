@@ -1,0 +1,97 @@
+#!/usr/bin/env bash
+# vekctl as a person uses it: findings and exit statuses, bad input told in one line, and no value
+# shown.
+. "$VEK_SOURCE/tests/support/shell.sh"
+vekctl=$VEK_BUILD/bin/vekctl
+sample=$VEK_SOURCE/examples/keystore.conf
+
+# told NAME STATUS WORDS COMMAND... : the status, and words that the first line of the answer holds.
+# An empty WORDS means no answer.
+told() {
+    local answer status
+    answer=$("${@:4}" 2>&1 </dev/null)
+    status=$?
+    is "$1: status" "$2" "$status"
+    is "$1: answer" "$3" "$([[ -n $3 && ${answer%%$'\n'*} == *"$3"* ]] && echo "$3" ||
+        echo "${answer%%$'\n'*}")"
+}
+
+umask 077
+does 'a key' "$vekctl" keygen key
+is 'mode and length of a key' '600 32' "$(stat -c '%a %s' key)"
+cp key before
+told 'a key is never written over' 1 'something is there already' "$vekctl" keygen key
+is 'the key stays' '' "$(cmp key before 2>&1)"
+
+# Typing errors and arguments that are no names of ours, which may be secrets.
+told 'command' 2 "did you mean 'check'?" "$vekctl" chekc
+told 'option' 2 "did you mean '--strict'?" "$vekctl" check --stirct file
+told 'key' 2 "did you mean 'pem.password'?" "$vekctl" get "$sample" pem.pasword
+told 'section' 2 "did you mean 'pkcs11'?" "$vekctl" show pkcs1 "$sample"
+told 'no command' 2 'a command is missing' "$vekctl"
+is 'a value is not repeated' '' "$("$vekctl" get a b Hunter-2 2>&1 | grep Hunter)"
+
+# Text, finding and line. The value in each is Hunter-2.
+while IFS=$'\t' read -r code line text; do
+    printf '%b' "$text" >bad.conf
+    answer=$("$vekctl" check bad.conf 2>&1)
+    place=$(sed -n "s/^\(bad.conf:[0-9]*\): .*\[$code\]$/\1/p" <<<"$answer" | head -1)
+    is "$code in $text" "bad.conf:$line" "$place"
+    document=$("$vekctl" check --json bad.conf 2>&1)
+    is "$code shows no value" '' "$(grep Hunter <<<"$answer$document")"
+done <<'EOD'
+clear	1	pem.password = Hunter-2\n
+clear	1	pem.password = Hunter-2\r\n
+clear	2	#\npem.password = "Hunter-2"
+ambiguous	1	pem.password = Hunter-2 and more\n
+kept-clear	2	pem.encrypted = yes\npem.password = Hunter-2\n
+unmarked	1	crl.ldap.pass = <VEK>2!Hunter-2!Hunter-2!x\ncrl.ldap.host = h\n
+damaged	2	crl.encrypted = YES\ncrl.ldap.pass = <VEK>2!Hunter-2!Hunter-2!x\n
+duplicate	2	crl.ldap.pass = Hunter-2\ncrl.ldap.pass = Hunter-2\n
+bad-marker	1	crl.encrypted = Hunter-2\n
+look-alike	1	crl.ldap.password = Hunter-2\n
+look-alike	1	pem.password: Hunter-2 = x\n
+unknown-key	1	PEM.PASSWORD = Hunter-2\n
+unknown-key	1	Hunter-2 = x\n
+not-found	1	pem.password.channel.shop = Hunter-2\n
+not-text	1	[pem]\npem.password = Hunter-2\n
+not-text	1	pem.password: Hunter-2\n
+not-text	1	\xef\xbb\xbfpem.password = Hunter-2\n
+not-text	1	\xff\xfep\x00e\x00m\x00.\x00
+not-text	2	pem.fips = no\npem.\x00password = Hunter-2\n
+not-text	1	pem.fips = no\rpem.password = Hunter-2\r
+not-text	1	; pem.password = Hunter-2\n
+comment	2	pem.fips = no\n# pem.password = Hunter-2\n
+stray-marker	1	pem.password.channel.encrypted = YES\n
+unparsable	1	Hunter-2\n
+reader	2	ocsp.url = u\nocsp.unknown = Hunter-2\n
+EOD
+: >empty.conf
+told 'an empty file' 1 'it is empty [unreadable]' "$vekctl" check empty.conf
+told 'a missing file' 1 'No such file or directory [unreadable]' "$vekctl" check missing.conf
+told 'a folder' 1 'Is a directory [unreadable]' "$vekctl" check .
+printf '#\n' >comments.conf
+told 'no setting' 1 'the file has no setting at all [unparsable]' "$vekctl" check comments.conf
+
+# A protected file, its key and another one.
+cp "$sample" good.conf
+"$VEK_BUILD/bin/runvekcred" -f good.conf -sf key 2>err
+told 'all is well' 0 '' "$vekctl" check --key key good.conf
+told 'standard input' 0 '' bash -c "'$vekctl' check --key key --strict - <good.conf"
+told 'without a key' 0 '' "$vekctl" check --no-open good.conf
+told 'another key' 1 '[other-key]' "$vekctl" check good.conf
+is 'get' 'Winter-Harbour-42' "$("$vekctl" get --key key good.conf pem.password)"
+is 'show' 'password = (hidden)' "$("$vekctl" show --key key pem good.conf | grep password)"
+told 'several files' 1 '' bash -c "'$vekctl' check --quiet --key key good.conf bad.conf"
+is 'the last line counts' '3 files: 2 clean, 1 with findings' \
+    "$("$vekctl" check --key key good.conf good.conf bad.conf | tail -1)"
+printf 'short' >weak
+told 'a weak key' 1 'passphrase' "$vekctl" keyinfo --key weak good.conf
+chmod 666 key
+told 'a key that others can write' 1 '[key-mode]' "$vekctl" check --key key good.conf
+
+# The findings of the manual page are those of the program.
+page=$VEK_SOURCE/docs/man/vekctl.1
+documented=$(sed -n '/^\.Sh FINDINGS/,/^\.Sh /s/^\.It Li \([a-z-]*\) \(.*\)$/\1 \2/p' "$page")
+is 'findings of the manual page' "$("$vekctl" help findings)" "$documented"
+report
