@@ -4,6 +4,8 @@
  */
 #include "version.h"
 
+namespace vek {
+
 const char *sztucGetVersion() {
     return "@(#) lib/vek/sztucona " VEK_VERSION;
 }
@@ -15,3 +17,5 @@ const char *sztouGetVersion() {
 const char *SztuListGetVersion() {
     return "@(#) lib/vek/sztulisa " VEK_VERSION;
 }
+
+} // namespace vek

@@ -4,8 +4,12 @@
 #ifndef VERSION_H
 #define VERSION_H
 
+namespace vek {
+
 const char *sztucGetVersion();
 const char *sztouGetVersion();
 const char *SztuListGetVersion();
+
+} // namespace vek
 
 #endif
