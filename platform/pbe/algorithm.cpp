@@ -1,5 +1,5 @@
 /*
- * algorithm.cpp - the table of algorithms, and what they have in common.
+ * algorithm.cpp - what the algorithms have in common.
  */
 #include "pbe/algorithm.h"
 #include "pbe/key_derivation.h"
@@ -8,14 +8,6 @@
 #include <utility>
 
 namespace ztm {
-
-const Algorithm *findAlgorithm(int32_t digit) {
-    for (const Algorithm *const algorithm : {&AES_256_CBC_HMAC, &AES_256_GCM}) {
-        if (algorithm->digit == digit)
-            return algorithm;
-    }
-    return nullptr;
-}
 
 uint32_t openCipher(Cipher *cipher, const Libcrypto &libcrypto, const Algorithm &algorithm,
                     std::span<const uint8_t> initialKey, std::span<const uint8_t> salt,

@@ -54,8 +54,15 @@ struct Algorithm {
 extern const Algorithm AES_256_CBC_HMAC;
 extern const Algorithm AES_256_GCM;
 
-// findAlgorithm returns the row of a digit, or null when it is not supported.
-[[nodiscard]] const Algorithm *findAlgorithm(int32_t digit);
+// findAlgorithm returns the row of a digit, or null when it is not supported. The table stands here,
+// because the rows call the shared steps below, which must not know them.
+[[nodiscard]] inline const Algorithm *findAlgorithm(int32_t digit) {
+    for (const Algorithm *const algorithm : {&AES_256_CBC_HMAC, &AES_256_GCM}) {
+        if (algorithm->digit == digit)
+            return algorithm;
+    }
+    return nullptr;
+}
 
 // openCipher derives the key of an algorithm and opens its contexts.
 // Result: SVC_PBE_OK, SVC_PBE_NO_STORAGE, SVC_PBE_CRYPTO_FAILED; the cipher is then not open.
