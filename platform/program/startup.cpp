@@ -14,6 +14,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#define TRC_SOURCE "platform/program/startup.cpp"
+
 namespace ztm {
 
 namespace {
@@ -62,9 +64,8 @@ uint32_t svcProgramInit(int argumentCount, char **arguments, uint32_t options,
     (void)signal(SIGPIPE, SIG_IGN);
     (void)signal(SIGXFSZ, SIG_IGN);
     claimProcess();
-    if (trcActive(TRC_PARAMETERS))
-        trc_parms(__FILE__, __LINE__, "Program %s started, %d arguments, options %u, kind %u",
-                  argumentCount > 0 ? arguments[0] : "", argumentCount, options, programKind);
+    TRC_PARMS("Program %s started, %d arguments, options %u, kind %u",
+              argumentCount > 0 ? arguments[0] : "", argumentCount, options, programKind);
     return SVC_OK;
 }
 
@@ -76,9 +77,7 @@ uint32_t svcInitializeEx(uint32_t environment, uint32_t services, uint64_t reser
     const uint32_t result = startServices(services, reservedAreZero, context);
     if (result != SVC_OK)
         thdProcess.initReason = result;
-    if (trcActive(TRC_PARAMETERS))
-        trc_parms(__FILE__, __LINE__, "Services 0x%x of environment %u started: 0x%x", services,
-                  environment, result);
+    TRC_PARMS("Services 0x%x of environment %u started: 0x%x", services, environment, result);
     return result;
 }
 
