@@ -117,7 +117,7 @@ TEST(Answers, ComeOutAndNoTextWithAnotherCharacterDoes) {
         const std::string &stored = answer[3];
         Session session(answer);
         EXPECT_EQ(bytesOf(answer[2]), session.restore(stored));
-        EXPECT_EQ(stored[5] - '0' + 0U, session.algorithm);
+        EXPECT_EQ(static_cast<uint32_t>(stored[5] - '0'), session.algorithm);
         for (size_t i = 0; i < stored.size(); ++i) {
             std::string changed = stored;
             changed[i] = changed[i] == 'A' ? 'B' : 'A';
