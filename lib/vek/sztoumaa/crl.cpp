@@ -65,9 +65,10 @@ void readCrl(Reading &reading, SztouCrlConfig *config, int32_t fips) {
         memset(config->reserved, 0, sizeof config->reserved);
     reading.readLogical("log", FLAG, &config->log);
     // A section that sets nothing is accepted; "log" alone sets something, and is refused.
-    if (reading.refuseIf(reading.foundAny() && config->cdp == 0 && server->host[0] == '\0',
-                         "ldap.host"))
+    if (reading.goesOn() && reading.foundAny() && config->cdp == 0 && server->host[0] == '\0') {
+        reading.stop(SZTU_BAD_CONFIG, "ldap.host");
         TRC_PARMS_AT("%s : %d  CRL configuration is not usable.");
+    }
 }
 
 } // namespace vek

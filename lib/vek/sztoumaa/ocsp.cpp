@@ -46,16 +46,18 @@ void readOcsp(Reading &reading, SztouOcspConfig *config) {
     reading.readInt("timeout", &config->timeout);
     reading.readInt("signature", &config->signature);
     // A refused mode stays in the record.
-    if (reading.refuseIf(config->signature < LOWEST_SIGNATURE ||
-                             config->signature > HIGHEST_SIGNATURE,
-                         "signature"))
+    if (reading.goesOn() &&
+        (config->signature < LOWEST_SIGNATURE || config->signature > HIGHEST_SIGNATURE)) {
+        reading.stop(SZTU_BAD_CONFIG, "signature");
         TRC_PARMS_AT("%s : %d  Wrong OCSP SIGNATURE value");
+    }
     reading.readLogical("log", FLAG, &config->log);
     // "unknown" alone sets nothing; "log" alone does, and is refused.
-    if (reading.refuseIf(reading.foundAny() && config->enable == 0 && config->url[0] == '\0' &&
-                             config->httpProxyHost[0] == '\0',
-                         "url"))
+    if (reading.goesOn() && reading.foundAny() && config->enable == 0 && config->url[0] == '\0' &&
+        config->httpProxyHost[0] == '\0') {
+        reading.stop(SZTU_BAD_CONFIG, "url");
         TRC_PARMS_AT("%s : %d  Missing mandatory OCSP keys ");
+    }
 }
 
 } // namespace vek

@@ -226,11 +226,4 @@ bool Reading::readCredential(const char *key, std::span<char> field, const TextR
     return !isOver && restore(key, stored.value, field, protection);
 }
 
-bool Reading::refuseIf(bool isAtFault, const char *errorKey) {
-    if (isOver || !isAtFault)
-        return false;
-    stop(SZTU_BAD_CONFIG, errorKey);
-    return true;
-}
-
 } // namespace vek

@@ -119,13 +119,11 @@ public:
     bool readCredential(const char *key, std::span<char> field, const TextRule &rule,
                         const Protection &protection);
 
-    // Ends a reading that goes on with 15 when the record is at fault; tells whether it did.
-    bool refuseIf(bool isAtFault, const char *errorKey);
-
     // Ends the reading, and appends "." and `errorKey` (null: nothing) to the error key.
     void stop(uint32_t result, const char *errorKey = nullptr);
 
-    // False after a failure, and after an early end with success.
+    // False after a failure, and after an early end with success: the fields behind it are then the
+    // caller's, and may hold anything.
     [[nodiscard]] bool goesOn() const {
         return !isOver;
     }
