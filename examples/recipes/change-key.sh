@@ -2,7 +2,7 @@
 # change-key.sh FILE OLD_KEY NEW_KEY [OPTION...] - protects the credentials of FILE, a
 # keystore.conf, with the key file NEW_KEY instead of OLD_KEY, and lets vekcred.keyfile, if FILE has
 # it, name NEW_KEY in the same step. The options go to runvekcred. RUNVEKCRED names the command,
-# PRINT_SECTION the example program print_section.
+# PRINT_SECTION print_section, a program of the tests.
 #
 # runvekcred does not decrypt; the readers do. Meanwhile the credentials stand in clear in a folder
 # of their own in memory (SCRATCH, else /dev/shm). The new file is read back and compared before it
