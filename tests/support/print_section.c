@@ -1,11 +1,11 @@
 /*
  * print_section.c - prints one section of keystore.conf as the readers of the library see it.
  *
- *   print_section [--show-credentials] [-c CHANNEL] SECTION [FILE]
+ *   print_section [--show-credentials] [--cache] [-c CHANNEL] SECTION [FILE]
  *
  * SECTION is cms, ocsp, pem, pkcs11 or crl; FILE is keystore.conf in its standard place when it is
- * not given. With -c, the keys of one channel (cms and pem only). Credentials are shown as
- * "(hidden)".
+ * not given. With -c, the keys of one channel (cms and pem only); with --cache, the channel cache is
+ * filled first. Credentials are shown as "(hidden)".
  */
 #define _DEFAULT_SOURCE
 #include <ztvek.h>
@@ -124,6 +124,7 @@ struct Request {
     const char *channel; /* or null */
     const char *path;    /* or null: the standard place */
     int showCredentials;
+    int fillsCache;
 };
 
 /* Reads the section into *record. Returns its fields, or null for a section that is not known. */
@@ -238,6 +239,7 @@ static int scanArguments(int argumentCount, char **arguments, struct Request *re
     static const struct option LONG_OPTIONS[] = {
         {"channel", required_argument, NULL, 'c'},
         {"show-credentials", no_argument, NULL, 's'},
+        {"cache", no_argument, NULL, 'C'},
         {NULL, 0, NULL, 0},
     };
     int option;
@@ -247,6 +249,8 @@ static int scanArguments(int argumentCount, char **arguments, struct Request *re
             request->channel = optarg;
         else if (option == 's')
             request->showCredentials = 1;
+        else if (option == 'C')
+            request->fillsCache = 1;
         else
             return 0;
     }
@@ -259,16 +263,23 @@ static int scanArguments(int argumentCount, char **arguments, struct Request *re
 
 int main(int argumentCount, char **arguments) {
     static union Record record;
-    struct Request request = {NULL, NULL, NULL, 0};
+    struct Request request = {NULL, NULL, NULL, 0, 0};
     int status;
     if (!scanArguments(argumentCount, arguments, &request)) {
-        (void)fputs("usage: print_section [--show-credentials] [-c CHANNEL] SECTION [FILE]\n",
-                    stderr);
+        (void)fputs(
+            "usage: print_section [--show-credentials] [--cache] [-c CHANNEL] SECTION [FILE]\n",
+            stderr);
         return EXIT_FAILURE;
     }
     if (request.showCredentials)
         (void)fputs("print_section: credentials are shown in clear.\n", stderr);
+    if (request.fillsCache) {
+        thdProcess.processKind = 12;
+        (void)sztouCacheMCAKeystoreConf();
+    }
     status = printSection(&request, &record);
+    if (request.fillsCache)
+        sztouReleaseMCAKeyStoreConf();
     /* The record can hold a credential, after a failure too. */
     explicit_bzero(&record, sizeof record);
     return status;
