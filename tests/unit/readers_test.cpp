@@ -1,8 +1,10 @@
 // The section readers. Each is described once, as the table of its keys; the same situations are
 // then walked through for every key of every reader. A record is filled with 0xFF before each call,
 // so that the bytes a reader must not touch are seen.
+#include "shared.h"
 #include "support/keystore_file.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstring>
 #include <vector>
@@ -285,6 +287,26 @@ TEST_P(Readers, StoreEveryKeyInItsFieldAndNothingElse) {
     expectReading(lines, 0, reader.section, recordOf());
 }
 
+// Each key as the letter of its kind and its name.
+TEST_P(Readers, ReadTheKeysThatProgramsAreTold) {
+    std::vector<std::string> told, read;
+    for (const vek::Key &key : vek::KEYS) {
+        const bool isNamed = reader.quiet && key.form == vek::Form::generalOrNamed;
+        if (key.section == std::string(reader.section) &&
+            key.form != (reader.quiet ? vek::Form::general : vek::Form::channel))
+            told.push_back("tilwmc"[static_cast<size_t>(key.kind)] + std::string(key.name) +
+                           (isNamed ? vek::CHANNEL_PART + std::string(CHANNEL) : ""));
+    }
+    for (const Key &key : reader.keys) {
+        const bool isSecret = reader.secret != nullptr && strcmp(key.name, reader.secret) == 0;
+        const char textKind = isSecret ? 'c' : 't', wordKind = reader.secret != nullptr ? 'm' : 'w';
+        const char kinds[] = {textKind, 'i', 'l', wordKind};
+        if (key.value != nullptr)
+            read.push_back(kinds[static_cast<size_t>(key.kind)] + std::string(key.name));
+    }
+    EXPECT_EQ(told, read);
+}
+
 TEST_P(Readers, RefuseAKeyThatIsMissingOrWrittenTwiceAndStopThere) {
     forEachKey([&](size_t i, const Key &key, Lines changed) {
         changed[i] += changed[i];
@@ -435,7 +457,7 @@ INSTANTIATE_TEST_SUITE_P(Section, CredentialReaders, testing::ValuesIn(readersOf
 
 TEST(ReaderRules, HoldForSectionsThatSayLittle) {
     const struct {
-        size_t reader;
+        const char *reader;
         const char *text;
         uint32_t result;
         const char *errorKey;
@@ -443,36 +465,40 @@ TEST(ReaderRules, HoldForSectionsThatSayLittle) {
         int32_t number;
     } cases[] = {
         // "unknown" does not count as setting something, "log" does.
-        {2, "ocsp.unknown = ACCEPT", 0, "ocsp", FIELD(SztouOcspConfig, unknown), 2},
-        {2, "ocsp.log = yes", 15, "ocsp.url", FIELD(SztouOcspConfig, log), 1},
-        {2, "ocsp.timeout = 5", 15, "ocsp.url", FIELD(SztouOcspConfig, timeout), 5},
-        {2, "ocsp.enable = no", 0, "ocsp", FIELD(SztouOcspConfig, enable), 1},
-        {2, "ocsp.http.proxy.host = p", 0, "ocsp", FIELD(SztouOcspConfig, enable), 0},
-        {2, "ocsp.unknown = rejecT", 0, "ocsp", FIELD(SztouOcspConfig, unknown), 1},
-        {2, "ocsp.unknown = REJECTED", 15, "ocsp.unknown=REJECTED", FIELD(SztouOcspConfig, unknown),
-         0},
-        {2, "ocsp.unknown = abcdefghijk", 15, "ocsp.unknown=ABCDEFGHIj",
+        {"Ocsp", "ocsp.unknown = ACCEPT", 0, "ocsp", FIELD(SztouOcspConfig, unknown), 2},
+        {"Ocsp", "ocsp.log = yes", 15, "ocsp.url", FIELD(SztouOcspConfig, log), 1},
+        {"Ocsp", "ocsp.timeout = 5", 15, "ocsp.url", FIELD(SztouOcspConfig, timeout), 5},
+        {"Ocsp", "ocsp.enable = no", 0, "ocsp", FIELD(SztouOcspConfig, enable), 1},
+        {"Ocsp", "ocsp.http.proxy.host = p", 0, "ocsp", FIELD(SztouOcspConfig, enable), 0},
+        {"Ocsp", "ocsp.unknown = rejecT", 0, "ocsp", FIELD(SztouOcspConfig, unknown), 1},
+        {"Ocsp", "ocsp.unknown = REJECTED", 15, "ocsp.unknown=REJECTED",
          FIELD(SztouOcspConfig, unknown), 0},
-        {2, "ocsp.enable = on\nocsp.signature = -1", 0, "ocsp", FIELD(SztouOcspConfig, signature),
-         -1},
+        {"Ocsp", "ocsp.unknown = abcdefghijk", 15, "ocsp.unknown=ABCDEFGHIj",
+         FIELD(SztouOcspConfig, unknown), 0},
+        {"Ocsp", "ocsp.enable = on\nocsp.signature = -1", 0, "ocsp",
+         FIELD(SztouOcspConfig, signature), -1},
         // A refused mode stays in the record.
-        {2, "ocsp.signature = 3", 15, "ocsp.signature", FIELD(SztouOcspConfig, signature), 3},
-        {2, "ocsp.signature = -2", 15, "ocsp.signature", FIELD(SztouOcspConfig, signature), -2},
-        {6, "crl.encrypted = NO", 0, "crl", FIELD(SztouCrlConfig, httpTimeout), -1},
-        {6, "crl.log = true", 15, "crl.ldap.host", FIELD(SztouCrlConfig, log), 1},
-        {6, "crl.http.timeout = 9", 15, "crl.ldap.host", FIELD(SztouCrlConfig, httpTimeout), 9},
-        {6, "crl.cdp = false", 0, "crl", FIELD(SztouCrlConfig, cdp), 1},
+        {"Ocsp", "ocsp.signature = 3", 15, "ocsp.signature", FIELD(SztouOcspConfig, signature), 3},
+        {"Ocsp", "ocsp.signature = -2", 15, "ocsp.signature", FIELD(SztouOcspConfig, signature),
+         -2},
+        {"Crl", "crl.encrypted = NO", 0, "crl", FIELD(SztouCrlConfig, httpTimeout), -1},
+        {"Crl", "crl.log = true", 15, "crl.ldap.host", FIELD(SztouCrlConfig, log), 1},
+        {"Crl", "crl.http.timeout = 9", 15, "crl.ldap.host", FIELD(SztouCrlConfig, httpTimeout), 9},
+        {"Crl", "crl.cdp = false", 0, "crl", FIELD(SztouCrlConfig, cdp), 1},
         // Port, user, password and version without a host are dropped.
-        {6, "crl.cdp = 1\ncrl.ldap.port = 3\ncrl.ldap.version = 3", 0, "crl", SERVER(port), -1},
-        {6, "crl.cdp = 1\ncrl.ldap.version = 3", 0, "crl", SERVER(version), -1},
-        {6, "crl.cdp = 1\ncrl.ldap.user = uuuu", 0, "crl", SERVER(user), 0},
-        {6, "crl.cdp = 1\ncrl.ldap.pass = pppp", 0, "crl", SERVER(pass), 0},
+        {"Crl", "crl.cdp = 1\ncrl.ldap.port = 3\ncrl.ldap.version = 3", 0, "crl", SERVER(port), -1},
+        {"Crl", "crl.cdp = 1\ncrl.ldap.version = 3", 0, "crl", SERVER(version), -1},
+        {"Crl", "crl.cdp = 1\ncrl.ldap.user = uuuu", 0, "crl", SERVER(user), 0},
+        {"Crl", "crl.cdp = 1\ncrl.ldap.pass = pppp", 0, "crl", SERVER(pass), 0},
         // An absent password is decrypted all the same, and named like the PIN of a token.
-        {6, "crl.encrypted = YES", SVC_PBE_MALFORMED_TEXT, "crl.token_pin", SERVER(port), -1},
+        {"Crl", "crl.encrypted = YES", SVC_PBE_MALFORMED_TEXT, "crl.token_pin", SERVER(port), -1},
     };
     sztUseLogErrorMessage = 0;
     for (const auto &row : cases) {
-        const Reader &reader = READERS[row.reader];
+        const Reader &reader =
+            *std::find_if(READERS.begin(), READERS.end(), [&](const Reader &candidate) {
+                return strcmp(candidate.name, row.reader) == 0;
+            });
         const TemporaryFile file(row.text);
         Bytes record(reader.recordSize);
         char errorKey[SZTOU_ERROR_KEY_CAPACITY];
