@@ -3,6 +3,7 @@
  */
 #include "sztoumaa/load.h"
 
+#include "allocation.h"
 #include "common/guards.h"
 #include "shared.h"
 #include "sztoumaa/message.h"
@@ -13,6 +14,10 @@
 
 namespace vek {
 namespace {
+
+void releaseText(char *text) {
+    release(FUNCTION_LOAD_CONFIG_SECTION, text);
+}
 
 void showFileMessage(uint32_t number, const char *file, int32_t reportErrors,
                      int32_t line = __builtin_LINE()) {
@@ -84,7 +89,7 @@ uint32_t load(const char *path, SztuList **list, const char *section, int32_t re
 
 uint32_t loadSection(const char *path, SztuList **list, const char *section, int32_t reportErrors) {
     ztm::TraceScope trace(FUNCTION_LOAD_CONFIG_SECTION);
-    ztm::Memory<char> text;
+    ztm::Handle<char, releaseText> text;
     const uint32_t result = load(path, list, section, reportErrors, text.receive());
     if (result != SZTU_OK) {
         sztucFreeConfigList(*list);
