@@ -4,6 +4,7 @@
 #include "sztoumaa/key_source.h"
 #include "sztoumaa/load.h"
 #include "sztoumaa/lookup.h"
+#include "zttrc.h"
 
 #include <sched.h>
 #include <sstream>
@@ -217,8 +218,18 @@ TEST(Session, TakesItsKeyFromTheFirstSourceThatIsNamed) {
         EXPECT_EQ(0U, sztouTermPBE(&session)); // also without key and salt
     }
     unsetenv("ZTS_VEKCRED_KEYFILE");
-    EXPECT_EQ(2, sztouInitializePBE(SVC_COMPONENT_VEK, 369, nullptr, nullptr, nullptr, 0));
     EXPECT_EQ(SVC_PBE_BAD_ARGUMENTS + 0U, sztouTermPBE(nullptr));
+}
+
+TEST(Session, IsTracedWhenItIsRefusedToo) {
+    if ((thdProcess.traceFlags & TRC_UNSETTLED) == 0)
+        GTEST_SKIP() << "another test of this process came first";
+    const TemporaryFile trace("");
+    setenv("ZTS_TRACE", trace.path.c_str(), 1);
+    EXPECT_EQ(2, sztouInitializePBE(SVC_COMPONENT_VEK, 369, nullptr, nullptr, nullptr, 0));
+    std::ostringstream records;
+    records << std::ifstream(trace.path).rdbuf();
+    EXPECT_NE(string::npos, records.str().find("exit  16:369 rc=2")) << records.str();
 }
 
 } // namespace

@@ -134,10 +134,10 @@ uint32_t openSession(const Attribution &caller, const char *keystorePath, char *
 
 int32_t sztouInitializePBE(uint16_t component, uint32_t function, const char *keystorePath,
                            char *itemName, SvcPBESession *session, int32_t fips) {
+    ztm::TraceScope trace(function, component);
     // Key and salt of an open session are not to be overwritten.
     if (session == nullptr || session->serviceState != nullptr)
-        return SZTU_BAD_ARGUMENTS;
-    ztm::TraceScope trace(function, component);
+        return static_cast<int32_t>(trace.returns(uint32_t{SZTU_BAD_ARGUMENTS}));
     const uint32_t result =
         vek::openSession({component, function}, keystorePath, itemName, session, fips);
     if (result != SZTU_OK)
