@@ -2,6 +2,7 @@
 #ifndef KEYSTORE_FILE_H
 #define KEYSTORE_FILE_H
 
+#include "sztoumaa/load.h"
 #include "ztvek.h"
 
 #include <cstdlib>
@@ -39,6 +40,22 @@ template <typename Call> std::string shownBy(Call call) {
     testing::internal::CaptureStderr();
     call();
     return testing::internal::GetCapturedStderr();
+}
+
+// `part` is in what was shown; when it is empty, nothing was.
+inline void expectMessage(const std::string &part, const std::string &shown) {
+    if (part.empty())
+        EXPECT_EQ("", shown);
+    else
+        EXPECT_NE(std::string::npos, shown.find(part))
+            << "'" << shown << "' lacks '" << part << "'";
+}
+
+// The section of a file with this content; the caller's.
+inline SztuList *loaded(const std::string &content, const char *section) {
+    SztuList *list = nullptr;
+    EXPECT_EQ(0U, vek::loadSection(TemporaryFile(content).path.c_str(), &list, section, 1));
+    return list;
 }
 
 // A file with every section, for the channel HUB too, and `credential` behind a marker of each.

@@ -1,0 +1,58 @@
+// Loading a section.
+#include "support/keystore_file.h"
+#include "sztoumaa/load.h"
+
+#include <sched.h>
+
+namespace {
+
+using std::string;
+
+TEST(LoadSection, HandsOverTheSectionOrNothing) {
+    const TemporaryFile file("");
+    const string atFault = "ZTM9062E The file '" + file.path + "'";
+    const struct {
+        const char *content;
+        const char *section;
+        uint32_t result;
+        string message;
+    } cases[] = {{"x.a=1\ny.b=2", "x", 0, ""},
+                 {"x.a=1\ny.b=2", "z", 7, ""},
+                 {"x.a=1\nword", "x", 11, atFault},
+                 {"", "x", 12, atFault},
+                 {"x.a=1", "", 2, ""}};
+    for (const auto &row : cases) {
+        file.write(row.content);
+        for (const uint32_t switches : {0U, 1U, 2U, 3U}) {
+            SztuList *list = loaded("old.a=1", "old"); // goes, whatever happens
+            sztUseLogErrorMessage = switches & 1;
+            const string shown = shownBy([&] {
+                EXPECT_EQ(row.result, vek::loadSection(file.path.c_str(), &list, row.section,
+                                                       (switches & 2) != 0));
+            });
+            sztUseLogErrorMessage = 1;
+            expectMessage(switches == 3 ? row.message : "", shown);
+            EXPECT_EQ(row.result != 0, list == nullptr) << row.content;
+            sztucFreeConfigList(list);
+        }
+    }
+}
+
+TEST(LoadSection, NeedsAPlace) {
+    if (system("unshare -U true 2>/dev/null") != 0)
+        GTEST_SKIP() << "namespaces of users are not permitted here";
+    // In the namespace this user has a number that the password database does not know.
+    const string map = "54321 " + std::to_string(geteuid()) + " 1";
+    EXPECT_EXIT(
+        {
+            SztuList *list = nullptr;
+            unsetenv("HOME");
+            unsetenv("ZTS_KEYSTORE_CONF");
+            if (unshare(CLONE_NEWUSER) == 0 && std::ofstream("/proc/self/uid_map")
+                                                   << map << std::flush)
+                exit(static_cast<int>(vek::loadSection(nullptr, &list, "x", 1)));
+        },
+        testing::ExitedWithCode(15), "ZTM9083E .*'keystore.conf'");
+}
+
+} // namespace
