@@ -136,6 +136,10 @@ int runCommandLine(int argumentCount, char **arguments) {
     addCheck(program, run);
     addGet(program, run);
     addShow(program, run);
+    addProtect(program, run);
+    addRekey(program, run);
+    addSet(program, run);
+    addUnprotect(program, run);
     addKeygen(program, run);
     addKeyinfo(program, run);
     addHelp(program, run);
@@ -146,6 +150,8 @@ int runCommandLine(int argumentCount, char **arguments) {
     } catch (const CLI::ExtrasError &) {
         return refuseArgument(program, chosenCommand(program), program.remaining(true).front());
     } catch (const CLI::RequiredError &error) {
+        return refuse(error.what(), chosenCommand(program));
+    } catch (const UsageError &error) {
         return refuse(error.what(), chosenCommand(program));
     } catch (const CLI::ParseError &) {
         // The text of other errors repeats the argument.

@@ -18,6 +18,7 @@
 
 #include <CLI/App.hpp>
 #include <functional>
+#include <stdexcept>
 
 namespace vekctl {
 
@@ -35,11 +36,20 @@ struct Run {
 void addOutputOptions(CLI::App *command, CommonOptions *common);
 void addKeyOptions(CLI::App *command, CommonOptions *common);
 
+// Options that do not go together; a callback throws it. The text repeats no argument.
+struct UsageError : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
 void addCheck(CLI::App &program, Run &run);
 void addGet(CLI::App &program, Run &run);
 void addKeygen(CLI::App &program, Run &run);
 void addKeyinfo(CLI::App &program, Run &run);
+void addProtect(CLI::App &program, Run &run);
+void addRekey(CLI::App &program, Run &run);
+void addSet(CLI::App &program, Run &run);
 void addShow(CLI::App &program, Run &run);
+void addUnprotect(CLI::App &program, Run &run);
 
 } // namespace vekctl
 

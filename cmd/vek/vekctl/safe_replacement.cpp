@@ -53,6 +53,22 @@ std::string folderOf(const std::string &path) {
     return path.substr(0, path.rfind('/') + 1);
 }
 
+// Removes a file at its end; one that has got another name by then is not there any more.
+class RemovedAtEnd {
+public:
+    RemovedAtEnd(const replacement::LockedDirectory &folder, const std::string &path)
+        : folder_(folder), path_(path) {}
+    RemovedAtEnd(const RemovedAtEnd &) = delete;
+    RemovedAtEnd &operator=(const RemovedAtEnd &) = delete;
+    ~RemovedAtEnd() {
+        (void)folder_.remove(path_.c_str());
+    }
+
+private:
+    const replacement::LockedDirectory &folder_;
+    const std::string &path_;
+};
+
 bool isSameFile(const struct stat &one, const struct stat &other) {
     return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
 }
@@ -230,11 +246,12 @@ bool SafeReplacement::replaceWith(std::string_view content) {
     temporary_.reset(folder_->createAnew(temporaryPath_.c_str(), PRIVATE_MODE));
     if (!temporary_)
         return failWith(errno, "no new file can be made in its folder");
-    problem_.clear();
-    if (build(content) && !signals.isPending() && putInPlace())
-        return true;
-    (void)folder_->remove(temporaryPath_.c_str());
-    return problem_.empty() ? fail("stopped by a signal; it is as it was") : false;
+    const RemovedAtEnd leftover(*folder_, temporaryPath_);
+    if (!build(content))
+        return false;
+    if (signals.isPending())
+        return fail("stopped by a signal; it is as it was");
+    return putInPlace();
 }
 
 bool SafeReplacement::build(std::string_view content) {

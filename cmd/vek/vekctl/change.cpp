@@ -1,0 +1,141 @@
+#include "vekctl/change.h"
+
+#include "ztsvc.h"
+
+#include <set>
+
+namespace vekctl {
+namespace {
+
+constexpr char NO_KEY[] =
+    "there is no key; name its file with --key, or make one with 'vekctl keygen "
+    "FILE' (--built-in uses the one that everybody has who has this program)";
+
+Secret keyOf(CipherSession *session) {
+    const SvcPBESession *const record = session->record();
+    return Secret(
+        {reinterpret_cast<const char *>(record->key), static_cast<size_t>(record->keyLength)});
+}
+
+std::string listOfKeys(const std::vector<Deed> &deeds) {
+    std::set<std::string> told;
+    std::string list;
+    for (const Deed &deed : deeds)
+        if (roleOfKey(deed.key).role != KeyRole::marker && told.insert(deed.key).second)
+            list += (list.empty() ? "" : ", ") + deed.key;
+    return list;
+}
+
+} // namespace
+
+bool isSameKey(CipherSession *one, CipherSession *other) {
+    return keyOf(one).equals(keyOf(other).view());
+}
+
+void addChangeOptions(CLI::App *command, ChangeOptions *options) {
+    command->add_flag("--dry-run", options->dryRun, "say what would be done, and change nothing");
+    command->add_flag("--break-links", options->breakLinks,
+                      "replace a file with a second hard link under this name only");
+}
+
+bool Change::open(const std::string &path, OpenedFile *file) {
+    SafeReplacement &replacement = file->replacement;
+    Secret content;
+    bool isRead =
+        replacement.open(path, {.breakLinks = options_.breakLinks, .dryRun = options_.dryRun});
+    if (isRead) {
+        content.resize(replacement.size());
+        isRead = replacement.read({content.data(), content.size()});
+    }
+    if (!isRead) {
+        report_.problem(replacement.problem());
+        return false;
+    }
+    FileText text;
+    text.take(std::move(content));
+    if (file->lines.take(std::move(text)))
+        return true;
+    const Problem &problem = file->lines.problem();
+    report_.problem(problem.text, problem.line, problem.key);
+    return false;
+}
+
+CipherSession *Change::session(const KeySource &source) {
+    CipherSession &session = keys_.session(source);
+    if (session.reason() == SVC_PBE_OK)
+        return &session;
+    report_.problem(session.problem());
+    return nullptr;
+}
+
+CipherSession *Change::sessionFor(const CredentialLines &lines) {
+    const KeySource source = options_.common.keySource(lines.keyFile());
+    if (source.isBuiltIn() && !options_.builtIn && !options_.common.key) {
+        report_.problem(NO_KEY);
+        keyIsMissing_ = true;
+        return nullptr;
+    }
+    CipherSession *const found = session(source);
+    return found != nullptr && checkNamedKey(lines, found) ? found : nullptr;
+}
+
+// Values under another key than the one that the file names would be lost to the readers. A named
+// file that is not here belongs to the host that the file is made for.
+bool Change::checkNamedKey(const CredentialLines &lines, CipherSession *session) {
+    if (!options_.common.key || lines.keyFile().empty() || options_.nameKey ||
+        svcIsEnvironment(vek::KEY_FILE_VARIABLE) != 0)
+        return true;
+    CipherSession &named = keys_.session({KeyOrigin::section, lines.keyFile()});
+    if (named.reason() != SVC_PBE_OK || isSameKey(session, &named))
+        return true;
+    report_.problem("names another key than --key; leave --key away, or use vekctl rekey",
+                    lines.keyFileLine().number, "vekcred.keyfile");
+    return false;
+}
+
+Outcome Change::refuse(const ChangePlan &plan) {
+    const Problem &problem = plan.problem();
+    report_.problem(problem.text, problem.line, problem.key);
+    return Outcome::failed;
+}
+
+bool Change::prove(ChangePlan *plan, const Secret &text) {
+    if (plan->prove(text)) {
+        tellDeeds(*plan);
+        return true;
+    }
+    (void)refuse(*plan);
+    return false;
+}
+
+void Change::tellDeeds(const ChangePlan &plan) {
+    if (options_.common.json)
+        for (const Deed &deed : plan.deeds())
+            report_.json()["changes"].push_back(
+                {{"line", deed.line}, {"key", deed.key}, {"change", deed.text}});
+    else if (options_.dryRun)
+        for (const Deed &deed : plan.deeds())
+            report_.note("would change: " + deed.key + ": " + deed.text);
+}
+
+Outcome Change::carryOut(OpenedFile *file, ChangePlan *plan) {
+    if (plan->isNothing()) {
+        report_.note("nothing to do");
+        return Outcome::already;
+    }
+    const Secret text = plan->text();
+    if (!prove(plan, text))
+        return Outcome::failed;
+    if (options_.dryRun)
+        return Outcome::changed;
+    if (!file->replacement.replaceWith(text.view())) {
+        report_.problem(file->replacement.problem());
+        return Outcome::failed;
+    }
+    const std::string keys = listOfKeys(plan->deeds());
+    if (!options_.common.json)
+        report_.note(keys.empty() ? "changed: markers" : "changed: " + keys);
+    return Outcome::changed;
+}
+
+} // namespace vekctl

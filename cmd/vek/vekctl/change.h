@@ -1,0 +1,78 @@
+/*
+ * change.h - the way that every command takes which changes a file: open and read it, choose the
+ * key, plan, prove, replace, and say what was done.
+ */
+#ifndef VEKCTL_CHANGE_H
+#define VEKCTL_CHANGE_H
+
+#include "vekctl/change_plan.h"
+#include "vekctl/commands.h"
+#include "vekctl/report.h"
+#include "vekctl/safe_replacement.h"
+
+namespace vekctl {
+
+struct ChangeOptions {
+    CommonOptions common;
+    std::vector<std::string> files;
+    bool dryRun = false;
+    bool breakLinks = false;
+    bool builtIn = false; // the built-in key is allowed
+    bool nameKey = false; // vekcred.keyfile shall name the key of --key
+};
+
+// The options --dry-run and --break-links.
+void addChangeOptions(CLI::App *command, ChangeOptions *options);
+
+// A file that may be replaced, and what it says.
+struct OpenedFile {
+    SafeReplacement replacement;
+    CredentialLines lines;
+};
+
+// The functions that return bool or a pointer tell the report why when they fail.
+class Change {
+public:
+    Change(const char *command, const ChangeOptions &options)
+        : options_(options), report_(command, options.common), keys_(options.common.fips) {}
+
+    [[nodiscard]] Report &report() {
+        return report_;
+    }
+
+    [[nodiscard]] bool open(const std::string &path, OpenedFile *file);
+
+    // The session for a key source; null when the key cannot be used.
+    [[nodiscard]] CipherSession *session(const KeySource &source);
+    // The session of the key that the readers of the file will use, or of --key; null when there is
+    // none. Only the built-in key that was asked for is one.
+    [[nodiscard]] CipherSession *sessionFor(const CredentialLines &lines);
+
+    // Refuses with the plan's problem.
+    [[nodiscard]] Outcome refuse(const ChangePlan &plan);
+    // Proves the plan and replaces the file, unless there is nothing to do.
+    [[nodiscard]] Outcome carryOut(OpenedFile *file, ChangePlan *plan);
+    // Proves the plan and lists what it does in the document.
+    [[nodiscard]] bool prove(ChangePlan *plan, const Secret &text);
+
+    // The exit status of a run: 2 when a file had no key.
+    [[nodiscard]] int status(int ofFiles) const {
+        return keyIsMissing_ ? STATUS_USAGE : ofFiles;
+    }
+
+private:
+    [[nodiscard]] bool checkNamedKey(const CredentialLines &lines, CipherSession *session);
+    void tellDeeds(const ChangePlan &plan);
+
+    const ChangeOptions &options_;
+    Report report_;
+    KeyRing keys_;
+    bool keyIsMissing_ = false;
+};
+
+// Whether two sessions have the same initial key; takes as long in either case.
+[[nodiscard]] bool isSameKey(CipherSession *one, CipherSession *other);
+
+} // namespace vekctl
+
+#endif

@@ -1,0 +1,377 @@
+#include "vekctl/change_plan.h"
+
+#include "shared/line_words.h"
+#include "vekctl/report.h"
+
+#include <algorithm>
+#include <cctype>
+#include <strings.h>
+
+namespace vekctl {
+
+// The settings of a text as the library's parser hands them to the readers.
+class ReadersView {
+public:
+    explicit ReadersView(std::string_view text) : copy_(text), list_(SztuListCreate()) {
+        copy_.append({"\0", 1});
+        if (list_ == nullptr)
+            throw std::bad_alloc();
+        isWhole_ = sztucParseConfigFile(copy_.data(), list_) == SZTU_OK;
+    }
+    ReadersView(const ReadersView &) = delete;
+    ReadersView &operator=(const ReadersView &) = delete;
+    ~ReadersView() {
+        sztucFreeConfigList(list_);
+    }
+
+    [[nodiscard]] bool isWhole() const {
+        return isWhole_;
+    }
+    [[nodiscard]] std::vector<std::string_view> valuesOf(const std::string &key) const {
+        std::vector<std::string_view> values;
+        for (const SztuListNode *node = list_->head; node != nullptr; node = node->next) {
+            const auto *const item = static_cast<const SztucConfigItem *>(node->item);
+            if (key == item->key)
+                values.emplace_back(item->value);
+        }
+        return values;
+    }
+
+private:
+    Secret copy_;
+    SztuList *list_;
+    bool isWhole_ = false;
+};
+
+namespace {
+
+constexpr char KEY_FILE_KEY[] = "vekcred.keyfile";
+constexpr char NOT_PROVED[] =
+    "the new text does not say the same as the old one; nothing was changed";
+
+bool saysYes(const std::vector<std::string_view> &values) {
+    const std::string_view yes = vek::MARKER_YES;
+    return values.size() == 1 && values.front().size() == yes.size() &&
+           strncasecmp(values.front().data(), yes.data(), yes.size()) == 0;
+}
+
+// Why a clear value is not surely the one that was meant, or null.
+const char *doubtIn(const KeyLine &credential) {
+    const std::string_view value = credential.reading.value;
+    const Line &line = credential.line;
+    const char *const behind = value.data() + value.size();
+    const bool isControl = std::any_of(value.begin(), value.end(), [](char character) {
+        return character != '\t' && iscntrl(static_cast<unsigned char>(character)) != 0;
+    });
+    if (behind < line.text.data() + line.text.size() && *behind == '#')
+        return "its value is cut at the \"#\" for the readers; vekctl set stores the one that is "
+               "meant";
+    if (vek::isBlank(value.back()))
+        return "the readers keep the blank behind its value; remove it, or vekctl set stores the "
+               "value "
+               "that is meant";
+    if (isControl)
+        return "its value holds a control character; vekctl set stores the one that is meant";
+    if (value.size() > credential.name.row->capacity)
+        return "its value is longer than the field of its reader";
+    return nullptr;
+}
+
+// Walks the lines that are neither credential nor marker, nor the one that names the key file if
+// that changes.
+class OtherLines {
+public:
+    OtherLines(const CredentialLines &lines, bool keyFileChanges) : lines_(lines) {
+        for (const auto *const list : {&lines.credentials(), &lines.markers()})
+            for (const KeyLine &each : *list)
+                left_.insert(each.line.number);
+        if (keyFileChanges)
+            left_.insert(lines.keyFileLine().number);
+    }
+    // Null at the end.
+    const Line *next() {
+        while (lines_.next(&line_))
+            if (!left_.contains(line_.number))
+                return &line_;
+        return nullptr;
+    }
+
+private:
+    const CredentialLines &lines_;
+    std::set<size_t> left_;
+    Line line_;
+};
+
+// The last line of a file without a last line end gets one when something follows it.
+bool isSameLine(const Line &before, const Line &now) {
+    return before.text == now.text && (before.end == now.end || before.end.empty());
+}
+
+std::string textOf(uint32_t reason) {
+    const char *const text = svcPBEReasonText(reason);
+    return text == nullptr ? "unknown reason" : text;
+}
+
+std::string shownKey(const KeyLine &line) {
+    std::string_view key = line.reading.key;
+    while (vek::isBlank(key.back()))
+        key.remove_suffix(1);
+    return shown(key);
+}
+
+} // namespace
+
+bool ChangePlan::fail(std::string text, const KeyLine &line) {
+    problem_ = {std::move(text), line.line.number, shownKey(line)};
+    return false;
+}
+
+bool ChangePlan::checkDuplicates() {
+    for (const KeyLine &line : lines_.credentials()) {
+        const KeyLine *const first = lineOf(line.name);
+        if (first->line.number != line.line.number && !lines_.mayBeWrittenMarker(line))
+            return fail("stands a second time (first in line " +
+                            std::to_string(first->line.number) +
+                            "), so that its reader fails; keep one of the lines",
+                        line);
+    }
+    return true;
+}
+
+bool ChangePlan::checkLookAlikes() {
+    if (lines_.lookAlikes().empty())
+        return true;
+    const KeyLine &line = lines_.lookAlikes().front();
+    return fail("no reader knows this key, but runvekcred takes it for a credential or a marker; "
+                "correct or remove it",
+                line);
+}
+
+const KeyLine *ChangePlan::lineOf(const CredentialName &name) const {
+    const auto &all = lines_.credentials();
+    const auto found = std::find_if(all.begin(), all.end(),
+                                    [&](const KeyLine &line) { return line.name == name; });
+    return found == all.end() ? nullptr : &*found;
+}
+
+bool ChangePlan::open(const KeyLine &credential, CipherSession &key, Secret *clearText) {
+    const uint32_t reason = key.restore(credential.reading.value, clearText);
+    if (reason == SVC_PBE_OK)
+        return true;
+    return fail("does not open with " + key.source().describe() + ": " + textOf(reason),
+                credential);
+}
+
+bool ChangePlan::takeClear(const KeyLine &credential, Secret *clearText) {
+    if (const char *const doubt = doubtIn(credential); doubt != nullptr)
+        return fail(doubt, credential);
+    *clearText = Secret(credential.reading.value);
+    return true;
+}
+
+bool ChangePlan::encrypt(const CredentialName &name, size_t line, std::string_view clearText,
+                         std::string *stored) {
+    const uint32_t reason = session_.save(clearText, stored);
+    if (reason == SVC_PBE_OK)
+        return true;
+    problem_ = {"cannot be encrypted: " + textOf(reason), line, name.key()};
+    return false;
+}
+
+bool ChangePlan::store(const KeyLine &credential, Secret clearText, const char *deed, Tail tail) {
+    std::string stored;
+    if (!encrypt(credential.name, credential.line.number, clearText.view(), &stored))
+        return false;
+    change_.replaceValue(credential.line, credential.reading, stored, tail);
+    rewritten_.insert(credential.line.number);
+    deeds_.push_back({credential.line.number, credential.name.key(), deed});
+    expected_.push_back(
+        {credential.name, std::move(clearText), /* isStored= */ true, Marking::asBefore});
+    return true;
+}
+
+bool ChangePlan::storeNew(const CredentialName &name, Secret clearText) {
+    std::string stored;
+    if (!encrypt(name, /* line= */ 0, clearText.view(), &stored))
+        return false;
+    for (const KeyLine &marker : lines_.markers())
+        if (marker.name == name)
+            remove(marker, "marker moved");
+    const Line last = lines_.lastLineOf(name.row->section);
+    // The marker of a channel comes behind: in front, it would keep runvekcred from later clear
+    // values.
+    if (name.channel.empty())
+        change_.insertBehind(last, name.marker(), vek::MARKER_YES);
+    change_.insertBehind(last, name.key(), stored);
+    if (!name.channel.empty())
+        change_.insertBehind(last, name.marker(), vek::MARKER_YES);
+    deeds_.push_back({/* line= */ 0, name.key(), "stored"});
+    expected_.push_back({name, std::move(clearText), /* isStored= */ true, Marking::yes});
+    return true;
+}
+
+bool ChangePlan::writeClear(const KeyLine &credential, Secret clearText) {
+    const Line &line = credential.line;
+    const char *const value = credential.reading.value.data();
+    Secret text(line.text.substr(0, static_cast<size_t>(value - line.text.data())));
+    text.append(clearText.view());
+    text.append(line.text.substr(static_cast<size_t>(value - line.text.data()) +
+                                 credential.reading.value.size()));
+    const size_t length = text.size();
+    text.append(line.end);
+    KeyLine written = {credential.name,
+                       {line.number, text.view().substr(0, length), text.view().substr(length)},
+                       {}};
+    written.reading = readLine(written.line);
+    if (doubtIn(written) != nullptr || !clearText.equals(written.reading.value))
+        return fail("its value cannot stand in clear: the readers would take another one",
+                    credential);
+    change_.replaceValue(line, credential.reading, clearText.view(), Tail::stays);
+    deeds_.push_back({line.number, credential.name.key(), "in clear"});
+    expected_.push_back(
+        {credential.name, std::move(clearText), /* isStored= */ false, Marking::none});
+    return true;
+}
+
+void ChangePlan::keep(const KeyLine &credential, Secret clearText) {
+    if (credential.isHidden()) {
+        change_.replaceValue(credential.line, credential.reading, credential.reading.value,
+                             Tail::stays);
+        deeds_.push_back({credential.line.number, credential.name.key(), "made visible"});
+    }
+    expected_.push_back(
+        {credential.name, std::move(clearText), /* isStored= */ true, Marking::asBefore});
+}
+
+void ChangePlan::leave(const KeyLine &credential) {
+    if (!credential.isHidden())
+        expected_.push_back({credential.name, Secret(credential.reading.value),
+                             /* isStored= */ false, Marking::asBefore});
+}
+
+void ChangePlan::remove(const KeyLine &line, const char *deed) {
+    change_.remove(line.line);
+    removed_.insert(line.line.number);
+    deeds_.push_back({line.line.number, shownKey(line), deed});
+}
+
+// A marker of a section is in its place in front of its credential; where it stands matters to
+// runvekcred alone, so one that is right is not moved for its own sake.
+bool ChangePlan::isInPlace(const KeyLine &marker, const KeyLine &credential) const {
+    return marker.isRightMarker() &&
+           (!marker.name.channel.empty() || !rewritten_.contains(credential.line.number) ||
+            marker.line.number < credential.line.number);
+}
+
+void ChangePlan::mark(const KeyLine &credential) {
+    bool isThere = false;
+    for (const KeyLine &marker : lines_.markers()) {
+        if (marker.name != credential.name)
+            continue;
+        if (!isThere && isInPlace(marker, credential))
+            isThere = true;
+        else
+            remove(marker, "marker removed");
+    }
+    if (!isThere)
+        insertMarker(credential);
+    for (Expected &expected : expected_)
+        if (expected.name == credential.name)
+            expected.marking = Marking::yes;
+}
+
+// The marker of a channel that runvekcred meets in front of a clear value keeps it from that value,
+// so it stands behind the last credential of its section.
+void ChangePlan::insertMarker(const KeyLine &credential) {
+    const CredentialName &name = credential.name;
+    deeds_.push_back({/* line= */ 0, name.marker(), "marker added"});
+    if (name.channel.empty())
+        return change_.insertBefore(credential.line, name.marker(), vek::MARKER_YES);
+    const Line *last = &credential.line;
+    for (const KeyLine &other : lines_.credentials())
+        if (other.name.row == name.row && !removed_.contains(other.line.number) &&
+            other.line.number > last->number)
+            last = &other.line;
+    change_.insertBehind(*last, name.marker(), vek::MARKER_YES);
+}
+
+bool ChangePlan::nameKeyFile(const std::string &path) {
+    if (lines_.keyFile() == path)
+        return true;
+    const bool isTaken = std::none_of(path.begin(), path.end(), [](char character) {
+        return character == '#' || iscntrl(static_cast<unsigned char>(character)) != 0;
+    });
+    if (path.empty() || !isTaken || vek::isBlank(path.front()) || vek::isBlank(path.back()) ||
+        path.size() >= SZTUC_PATH_CAPACITY - 1) {
+        problem_ = {
+            "the path of the key file cannot stand in the file; it must not hold a \"#\", a "
+            "control character, or a blank at an end",
+            lines_.keyFileLine().number, KEY_FILE_KEY};
+        return false;
+    }
+    if (lines_.keyFileLine().number == 0) {
+        change_.insertBehind(Line{}, KEY_FILE_KEY, path);
+    } else {
+        const Line &line = lines_.keyFileLine();
+        change_.replaceValue(line, readLine(line), path, Tail::stays);
+    }
+    keyFile_ = path;
+    deeds_.push_back({lines_.keyFileLine().number, KEY_FILE_KEY, "names the key file"});
+    return true;
+}
+
+bool ChangePlan::prove(const Secret &newText) {
+    const ReadersView before(lines_.text());
+    const ReadersView now(newText.view());
+    if (!now.isWhole() && expected_.empty()) {
+        problem_ = {"holds nothing but markers that no reader looks at; remove it", 0, {}};
+        return false;
+    }
+    FileText copy;
+    copy.take(Secret(newText.view()));
+    CredentialLines result;
+    const bool isRead = now.isWhole() && result.take(std::move(copy));
+    const auto isProved = [&](const Expected &each) { return isReadBack(each, before, now); };
+    if (isRead && std::all_of(expected_.begin(), expected_.end(), isProved) && hasSameLines(result))
+        return true;
+    problem_ = {NOT_PROVED, /* line= */ 0, /* key= */ {}};
+    return false;
+}
+
+bool ChangePlan::isReadBack(const Expected &expected, const ReadersView &before,
+                            const ReadersView &now) {
+    const auto values = now.valuesOf(expected.name.key());
+    if (values.size() != 1)
+        return false;
+    Secret opened;
+    if (expected.isStored && session_.restore(values.front(), &opened) != SVC_PBE_OK)
+        return false;
+    if (!expected.value.equals(expected.isStored ? opened.view() : values.front()))
+        return false;
+    const auto markers = now.valuesOf(expected.name.marker());
+    switch (expected.marking) {
+    case Marking::yes:
+        return saysYes(markers);
+    case Marking::none:
+        return markers.empty();
+    case Marking::asBefore:
+        break;
+    }
+    return markers == before.valuesOf(expected.name.marker());
+}
+
+bool ChangePlan::hasSameLines(const CredentialLines &result) const {
+    if (keyFile_ && result.keyFile() != *keyFile_)
+        return false;
+    OtherLines before(lines_, keyFile_.has_value());
+    OtherLines now(result, keyFile_.has_value());
+    const Line *old = before.next();
+    const Line *fresh = now.next();
+    while (old != nullptr && fresh != nullptr && isSameLine(*old, *fresh)) {
+        old = before.next();
+        fresh = now.next();
+    }
+    return old == nullptr && fresh == nullptr;
+}
+
+} // namespace vekctl

@@ -1,0 +1,122 @@
+/*
+ * credential_lines.h - the lines of a keystore.conf that is to be changed: its credentials, their
+ * markers, and what stands in the way of a change.
+ *
+ * A credential or marker is taken by the key that the readers look up. A key that only begins like
+ * one is a look-alike: runvekcred takes it for one, and the readers do not.
+ */
+#ifndef VEKCTL_CREDENTIAL_LINES_H
+#define VEKCTL_CREDENTIAL_LINES_H
+
+#include "vekctl/file_text.h"
+
+#include "shared.h"
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace vekctl {
+
+// What keeps a file from being changed: what happened and what to do.
+struct Problem {
+    std::string text;
+    size_t line = 0; // 0: the whole file
+    std::string key;
+};
+
+// A credential that the readers know, by its whole key: "pem.password",
+// "pem.password.channel.TO.HUB".
+struct CredentialName {
+    const vek::Credential *row = nullptr;
+    std::string channel; // empty: the general one
+
+    [[nodiscard]] std::string key() const;
+    [[nodiscard]] std::string marker() const;
+    bool operator==(const CredentialName &) const = default;
+};
+
+enum class KeyRole { none, credential, marker, lookAlike };
+
+struct NamedKey {
+    KeyRole role = KeyRole::none;
+    CredentialName name;
+};
+
+// What a key is to the readers, and to runvekcred where that is another thing.
+[[nodiscard]] NamedKey roleOfKey(std::string_view key);
+
+// The line of a credential or of a marker.
+struct KeyLine {
+    CredentialName name;
+    Line line;
+    Reading reading;
+
+    // The value in encrypted form, or what begins like one.
+    [[nodiscard]] bool isStored() const;
+    // The stripping rule keeps the blank behind the key, so that no reader finds it.
+    [[nodiscard]] bool isHidden() const;
+    // A marker that says YES to its reader and to runvekcred.
+    [[nodiscard]] bool isRightMarker() const;
+};
+
+class CredentialLines {
+public:
+    // Takes the whole text of a file. False: the readers cannot use it either; problem() says why.
+    [[nodiscard]] bool take(FileText text);
+
+    [[nodiscard]] const Problem &problem() const {
+        return problem_;
+    }
+    [[nodiscard]] std::string_view text() const {
+        return text_.text();
+    }
+    // Takes the next line, as FileText does.
+    [[nodiscard]] bool next(Line *line) const {
+        return text_.next(line);
+    }
+    [[nodiscard]] const std::vector<KeyLine> &credentials() const {
+        return credentials_;
+    }
+    [[nodiscard]] const std::vector<KeyLine> &markers() const {
+        return markers_;
+    }
+    [[nodiscard]] const std::vector<KeyLine> &lookAlikes() const {
+        return lookAlikes_;
+    }
+    // The line of vekcred.keyfile and its value; number 0 and "" without one.
+    [[nodiscard]] const Line &keyFileLine() const {
+        return keyFileLine_;
+    }
+    [[nodiscard]] std::string keyFile() const {
+        return std::string(keyFile_);
+    }
+    // Whether a line could be the marker that runvekcred writes before a channel's password, which
+    // no reader looks at. Its key is that of the password of a channel called "encrypted" as well;
+    // it is the password when that channel has other keys.
+    [[nodiscard]] bool mayBeWrittenMarker(const KeyLine &line) const;
+
+    // The last setting of a section; number 0 without one.
+    [[nodiscard]] Line lastLineOf(std::string_view section) const;
+    // The line end that a new line gets behind or in front of this one.
+    [[nodiscard]] std::string_view endFor(const Line &line) const;
+
+private:
+    [[nodiscard]] bool fail(std::string text, size_t line = 0, std::string key = {});
+    [[nodiscard]] bool failAtRefusedLine();
+    void sortIn(const Line &line);
+    [[nodiscard]] bool takeKeyFile(const Line &line);
+
+    FileText text_;
+    std::vector<KeyLine> credentials_;
+    std::vector<KeyLine> markers_;
+    std::vector<KeyLine> lookAlikes_;
+    bool hasChannelCalledEncrypted_ = false;
+    Line keyFileLine_;
+    std::string_view keyFile_;
+    Problem problem_;
+};
+
+} // namespace vekctl
+
+#endif

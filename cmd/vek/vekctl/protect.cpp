@@ -1,0 +1,141 @@
+/*
+ * protect.cpp - the command that encrypts the clear credentials of a file, in a form that all
+ * readers find and open.
+ */
+#include "vekctl/protect.h"
+
+#include "vekctl/change.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <strings.h>
+
+namespace vekctl {
+namespace {
+
+bool isMarkerWord(std::string_view value) {
+    for (const std::string_view word :
+         {std::string_view(vek::MARKER_YES), std::string_view(vek::MARKER_NO)})
+        if (value.size() == word.size() && strncasecmp(value.data(), word.data(), word.size()) == 0)
+            return true;
+    return false;
+}
+
+// A marker of runvekcred that no reader looks at; its second run encrypts the YES of the first.
+bool isWrittenMarker(const CredentialLines &lines, const KeyLine &line, CipherSession *session) {
+    if (!lines.mayBeWrittenMarker(line))
+        return false;
+    Secret opened;
+    return !line.isStored() || (session->restore(line.reading.value, &opened) == SVC_PBE_OK &&
+                                isMarkerWord(opened.view()));
+}
+
+bool planCredential(ChangePlan *plan, const KeyLine &line, CipherSession *session) {
+    Secret clearText;
+    if (line.isStored()) {
+        if (!plan->open(line, *session, &clearText))
+            return false;
+        plan->keep(line, std::move(clearText));
+    } else if (!plan->takeClear(line, &clearText) ||
+               !plan->store(line, std::move(clearText), "encrypted", Tail::stays)) {
+        return false;
+    }
+    return true;
+}
+
+} // namespace
+
+bool planProtection(const CredentialLines &lines, ChangePlan *plan, CipherSession *session) {
+    if (!plan->checkLookAlikes() || !plan->checkDuplicates())
+        return false;
+    std::vector<const KeyLine *> credentials;
+    for (const KeyLine &line : lines.credentials()) {
+        if (isWrittenMarker(lines, line, session)) {
+            plan->remove(line, "stray marker removed");
+            continue;
+        }
+        if (!planCredential(plan, line, session))
+            return false;
+        credentials.push_back(&line);
+    }
+    for (const KeyLine &marker : lines.markers())
+        if (std::none_of(credentials.begin(), credentials.end(),
+                         [&](const KeyLine *line) { return line->name == marker.name; }))
+            plan->remove(marker, "stray marker removed");
+    for (const KeyLine *const line : credentials)
+        plan->mark(*line);
+    return true;
+}
+
+namespace {
+
+class Protect {
+public:
+    explicit Protect(const ChangeOptions &options)
+        : options_(options), change_("protect", options) {}
+
+    int run() {
+        const int status = change_.report().overFiles(
+            options_.files, [this](const std::string &path) { return protect(path); });
+        return change_.status(status);
+    }
+
+private:
+    Outcome protect(const std::string &path) {
+        OpenedFile file;
+        if (!change_.open(path, &file))
+            return Outcome::failed;
+        CipherSession *const session = sessionFor(file.lines);
+        if (session == nullptr)
+            return Outcome::failed;
+        ChangePlan plan(file.lines, *session);
+        if (!planProtection(file.lines, &plan, session) || !nameKey(&plan))
+            return change_.refuse(plan);
+        const Outcome outcome = change_.carryOut(&file, &plan);
+        if (outcome != Outcome::failed)
+            tellOfKey(file.lines);
+        return outcome;
+    }
+
+    // Where there is nothing to encrypt, no key is needed; any session does.
+    CipherSession *sessionFor(const CredentialLines &lines) {
+        return lines.credentials().empty() ? change_.session({}) : change_.sessionFor(lines);
+    }
+
+    bool nameKey(ChangePlan *plan) const {
+        return !options_.nameKey ||
+               plan->nameKeyFile(
+                   std::filesystem::absolute(*options_.common.key).lexically_normal());
+    }
+
+    // The readers know nothing of --key.
+    void tellOfKey(const CredentialLines &lines) {
+        if (options_.common.key && !options_.nameKey && lines.keyFile().empty() &&
+            svcIsEnvironment(vek::KEY_FILE_VARIABLE) == 0 && *options_.common.key != "built-in")
+            change_.report().note(
+                "the readers need " + std::string(vek::KEY_FILE_VARIABLE) +
+                " or vekcred.keyfile to find the key; --name-key writes the latter");
+    }
+
+    const ChangeOptions &options_;
+    Change change_;
+};
+
+} // namespace
+
+void addProtect(CLI::App &program, Run &run) {
+    const auto options = std::make_shared<ChangeOptions>();
+    CLI::App *const command = addCommand(
+        program, "protect", "Encrypts the credentials that stand in clear.", &options->common);
+    command->add_option("FILE", options->files, "the files; none: the standard place");
+    command->add_flag("--built-in", options->builtIn, "allow the built-in key, which is no secret");
+    command->add_flag("--name-key", options->nameKey, "let vekcred.keyfile name the file of --key");
+    addChangeOptions(command, options.get());
+    command->callback([&run, options] {
+        if (options->nameKey && (!options->common.key || *options->common.key == "built-in"))
+            throw UsageError("--name-key needs --key and a file");
+        run.action = [options] { return Protect(*options).run(); };
+    });
+}
+
+} // namespace vekctl

@@ -1,0 +1,91 @@
+/*
+ * rekey.cpp - the command that moves files from one initial key to another. The new key is tried
+ * first, so a run that was stopped is finished by starting it again.
+ */
+#include "vekctl/change.h"
+
+namespace vekctl {
+namespace {
+
+struct RekeyOptions : ChangeOptions {
+    std::string from;
+    std::string to;
+    std::string keyFile; // --set-keyfile
+};
+
+class Rekey {
+public:
+    explicit Rekey(const RekeyOptions &options) : options_(options), change_("rekey", options) {}
+
+    int run() {
+        from_ = change_.session(chooseKeySource(&options_.from, ""));
+        to_ = change_.session(chooseKeySource(&options_.to, ""));
+        if (from_ == nullptr || to_ == nullptr)
+            return STATUS_USAGE;
+        return change_.report().overFiles(options_.files,
+                                          [this](const std::string &path) { return rekey(path); });
+    }
+
+private:
+    Outcome rekey(const std::string &path) {
+        OpenedFile file;
+        if (!change_.open(path, &file))
+            return Outcome::failed;
+        ChangePlan plan(file.lines, *to_);
+        if (!planValues(file.lines, &plan) ||
+            (!options_.keyFile.empty() && !plan.nameKeyFile(options_.keyFile)))
+            return change_.refuse(plan);
+        return change_.carryOut(&file, &plan);
+    }
+
+    bool planValues(const CredentialLines &lines, ChangePlan *plan) {
+        if (!plan->checkLookAlikes() || !plan->checkDuplicates())
+            return false;
+        for (const KeyLine &line : lines.credentials())
+            if (!planValue(plan, line))
+                return false;
+        return true;
+    }
+
+    // A value in clear stays: this command changes keys, protect encrypts.
+    bool planValue(ChangePlan *plan, const KeyLine &line) {
+        Secret clearText;
+        if (!line.isStored()) {
+            plan->leave(line);
+            return true;
+        }
+        if (to_->restore(line.reading.value, &clearText) == SVC_PBE_OK) {
+            plan->leave(line);
+            return true;
+        }
+        return plan->open(line, *from_, &clearText) &&
+               plan->store(line, std::move(clearText), "encrypted with the new key", Tail::stays);
+    }
+
+    const RekeyOptions &options_;
+    Change change_;
+    CipherSession *from_ = nullptr;
+    CipherSession *to_ = nullptr;
+};
+
+} // namespace
+
+void addRekey(CLI::App &program, Run &run) {
+    const auto options = std::make_shared<RekeyOptions>();
+    CLI::App *const command =
+        addCommand(program, "rekey", "Moves files to another initial key; may be run again.",
+                   &options->common);
+    command->add_option("FILE", options->files, "the files; none: the standard place");
+    command->add_option("--from", options->from, "the old key file, or 'built-in'")->required();
+    command->add_option("--to", options->to, "the new key file, or 'built-in'")->required();
+    command->add_option("--set-keyfile", options->keyFile,
+                        "let vekcred.keyfile name this file in the same step");
+    addChangeOptions(command, options.get());
+    command->callback([&run, options] {
+        if (options->common.key)
+            throw UsageError("--key rekey takes --from and --to");
+        run.action = [options] { return Rekey(*options).run(); };
+    });
+}
+
+} // namespace vekctl

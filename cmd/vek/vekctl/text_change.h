@@ -1,0 +1,47 @@
+/*
+ * text_change.h - changes single lines of a keystore.conf; every other byte stays as it is.
+ */
+#ifndef VEKCTL_TEXT_CHANGE_H
+#define VEKCTL_TEXT_CHANGE_H
+
+#include "vekctl/credential_lines.h"
+
+namespace vekctl {
+
+// What becomes of the text behind a value: a comment as a rule.
+enum class Tail { stays, goes };
+
+class TextChange {
+public:
+    // `lines` must outlive the change.
+    explicit TextChange(const CredentialLines &lines) : lines_(lines) {}
+
+    // Puts another value into a line. A key that the stripping rule hides becomes visible.
+    void replaceValue(const Line &line, const Reading &reading, std::string_view value, Tail tail);
+    void remove(const Line &line);
+    void insertBefore(const Line &line, const std::string &key, std::string_view value);
+    // Behind a line, or behind the last one of the file when the line's number is 0.
+    void insertBehind(const Line &line, const std::string &key, std::string_view value);
+
+    [[nodiscard]] bool isNothing() const {
+        return edits_.empty();
+    }
+    // The new text.
+    [[nodiscard]] Secret text() const;
+
+private:
+    struct Edit {
+        size_t offset;
+        size_t removed;
+        Secret inserted;
+    };
+    void edit(std::string_view replaced, std::string_view inserted);
+    [[nodiscard]] Line lastLine() const;
+
+    const CredentialLines &lines_;
+    std::vector<Edit> edits_;
+};
+
+} // namespace vekctl
+
+#endif

@@ -1,0 +1,156 @@
+/*
+ * unprotect.cpp - the command that writes a file with its credentials in clear, and without
+ * markers.
+ */
+#include "vekctl/change.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+
+namespace vekctl {
+namespace {
+
+struct UnprotectOptions : ChangeOptions {
+    std::string output;
+    bool inPlace = false;
+    bool yes = false;
+};
+
+constexpr mode_t PRIVATE_MODE = 0600;
+
+bool writeAll(int file, std::string_view text) {
+    while (!text.empty()) {
+        const ssize_t length = write(file, text.data(), text.size());
+        if (length < 0 && errno != EINTR)
+            return false;
+        text.remove_prefix(static_cast<size_t>(std::max<ssize_t>(length, 0)));
+    }
+    return true;
+}
+
+// A new file, of nobody else and for nobody else. Result: 0 or an error number.
+int writeNewFile(const std::string &path, std::string_view text) {
+    constexpr int FLAGS = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC;
+    const ztm::Descriptor file(open(path.c_str(), FLAGS, PRIVATE_MODE));
+    if (!file)
+        return errno;
+    if (writeAll(file.get(), text) && fsync(file.get()) == 0)
+        return 0;
+    const int error = errno;
+    (void)unlink(path.c_str());
+    return error;
+}
+
+bool planClearText(const CredentialLines &lines, ChangePlan *plan, CipherSession *session) {
+    if (!plan->checkLookAlikes() || !plan->checkDuplicates())
+        return false;
+    for (const KeyLine &line : lines.credentials()) {
+        Secret clearText;
+        if (lines.mayBeWrittenMarker(line)) {
+            plan->remove(line, "marker removed");
+            continue;
+        }
+        const bool isTaken = line.isStored() ? plan->open(line, *session, &clearText)
+                                             : plan->takeClear(line, &clearText);
+        if (!isTaken || !plan->writeClear(line, std::move(clearText)))
+            return false;
+    }
+    for (const KeyLine &marker : lines.markers())
+        plan->remove(marker, "marker removed");
+    return true;
+}
+
+class Unprotect {
+public:
+    explicit Unprotect(const UnprotectOptions &options)
+        : options_(options), change_("unprotect", options) {}
+
+    int run() {
+        const int status = change_.report().overFiles(
+            options_.files, [this](const std::string &path) { return unprotect(path); });
+        return change_.status(status);
+    }
+
+private:
+    Outcome unprotect(const std::string &path) {
+        OpenedFile file;
+        if (!(options_.inPlace ? change_.open(path, &file) : read(path, &file.lines)))
+            return Outcome::failed;
+        CipherSession *const session = change_.sessionFor(file.lines);
+        if (session == nullptr)
+            return Outcome::failed;
+        ChangePlan plan(file.lines, *session);
+        if (!planClearText(file.lines, &plan, session))
+            return change_.refuse(plan);
+        return options_.inPlace ? change_.carryOut(&file, &plan) : writeOut(&plan);
+    }
+
+    // What is not replaced may lie anywhere.
+    bool read(const std::string &path, CredentialLines *lines) {
+        FileText text;
+        if (!text.read(path)) {
+            change_.report().problem(text.problem());
+            return false;
+        }
+        if (lines->take(std::move(text)))
+            return true;
+        const Problem &problem = lines->problem();
+        change_.report().problem(problem.text, problem.line, problem.key);
+        return false;
+    }
+
+    Outcome writeOut(ChangePlan *plan) {
+        const Secret text = plan->text();
+        if (!change_.prove(plan, text))
+            return Outcome::failed;
+        if (options_.dryRun)
+            return Outcome::clean;
+        if (options_.output.empty()) {
+            if (writeAll(STDOUT_FILENO, text.view()))
+                return Outcome::clean;
+            change_.report().problem(std::string("standard output cannot be written: ") +
+                                     strerror(errno));
+            return Outcome::failed;
+        }
+        if (const int error = writeNewFile(options_.output, text.view()); error != 0) {
+            change_.report().problem("the output '" + shown(options_.output) +
+                                     "' cannot be made: " + strerror(error));
+            return Outcome::failed;
+        }
+        return Outcome::clean;
+    }
+
+    const UnprotectOptions &options_;
+    Change change_;
+};
+
+void checkOptions(const UnprotectOptions &options) {
+    if (options.inPlace != options.yes)
+        throw UsageError(
+            "--in-place and --yes need each other: the file will hold its credentials in clear");
+    if (options.inPlace && !options.output.empty())
+        throw UsageError("--output excludes --in-place");
+    if (options.common.json && !options.inPlace && options.output.empty() && !options.dryRun)
+        throw UsageError("--json needs --output or --in-place");
+}
+
+} // namespace
+
+void addUnprotect(CLI::App &program, Run &run) {
+    const auto options = std::make_shared<UnprotectOptions>();
+    CLI::App *const command = addCommand(
+        program, "unprotect", "Writes a file with its credentials in clear.", &options->common);
+    command->add_option("FILE", options->files, "the file; none: the standard place")
+        ->expected(0, 1);
+    command->add_option("--output", options->output, "a new file, instead of standard output");
+    command->add_flag("--in-place", options->inPlace, "change the file itself; needs --yes");
+    command->add_flag("--yes", options->yes, "yes, leave the credentials in clear in the file");
+    addChangeOptions(command, options.get());
+    command->callback([&run, options] {
+        checkOptions(*options);
+        run.action = [options] { return Unprotect(*options).run(); };
+    });
+}
+
+} // namespace vekctl
