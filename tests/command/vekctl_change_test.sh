@@ -137,6 +137,8 @@ is 'what is done is not touched' "$before\n0" state many3
 for i in 1 2 3; do is "under the new key, $i" "secret $i\n0" value other many$i pem.password; done
 is 'from the built-in key' "0" "$VEKCTL" rekey --quiet --from built-in --to other --set-keyfile "$scratch/other" built
 is 'with its name' "vekcred.keyfile = $scratch/other\n0" tail -n 1 built
+is 'a file that names the old key' 'built: changed: crl.ldap.pass\nbuilt: vekcred.keyfile does not name the new key, and the readers go by it; --set-keyfile changes it\n0' \
+    "$VEKCTL" rekey --from other --to key built
 says 'neither key opens' 1 'many1:4: pem.password: does not open' "$VEKCTL" rekey --from key --to key many1
 
 # --- set: what no editor can write, and what is refused

@@ -29,6 +29,9 @@ told 'option' 2 "did you mean '--strict'?" "$vekctl" check --stirct file
 told 'key' 2 "did you mean 'pem.password'?" "$vekctl" get "$sample" pem.pasword
 told 'section' 2 "did you mean 'pkcs11'?" "$vekctl" show pkcs1 "$sample"
 told 'no command' 2 'a command is missing' "$vekctl"
+told 'no key of a run' 2 "vekctl: the key file 'absent'" "$vekctl" rekey --json --from absent --to key
+told 'help' 0 'Keeps the credentials' "$vekctl" help
+is 'help of a command' 'Usage: vekctl set [OPTIONS] FILE KEY' "$("$vekctl" help set | sed -n 2p)"
 is 'a value is not repeated' '' "$("$vekctl" get a b Hunter-2 2>&1 | grep Hunter)"
 
 # Text, finding and line. The value in each is Hunter-2.
@@ -76,9 +79,9 @@ told 'no setting' 1 'the file has no setting at all [unparsable]' "$vekctl" chec
 # A protected file, its key and another one.
 cp "$sample" good.conf
 "$VEK_BUILD/bin/runvekcred" -f good.conf -sf key 2>err
-told 'all is well' 0 '' "$vekctl" check --key key good.conf
-told 'standard input' 0 '' bash -c "'$vekctl' check --key key --strict - <good.conf"
-told 'without a key' 0 '' "$vekctl" check --no-open good.conf
+told 'all is well' 0 'every credential is encrypted' "$vekctl" check --key key good.conf
+told 'standard input' 0 '-: no findings' bash -c "'$vekctl' check --key key --strict - <good.conf"
+told 'without a key' 0 'no value was opened' "$vekctl" check --no-open good.conf
 told 'another key' 1 '[other-key]' "$vekctl" check good.conf
 is 'get' 'Winter-Harbour-42' "$("$vekctl" get --key key good.conf pem.password)"
 is 'show' 'password = (hidden)' "$("$vekctl" show --key key pem good.conf | grep password)"

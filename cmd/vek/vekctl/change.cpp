@@ -2,6 +2,7 @@
 
 #include "ztsvc.h"
 
+#include <filesystem>
 #include <set>
 
 namespace vekctl {
@@ -30,6 +31,10 @@ std::string listOfKeys(const std::vector<Deed> &deeds) {
 
 bool isSameKey(CipherSession *one, CipherSession *other) {
     return keyOf(one).equals(keyOf(other).view());
+}
+
+std::string absolutePath(const std::string &path) {
+    return std::filesystem::absolute(path).lexically_normal();
 }
 
 void addChangeOptions(CLI::App *command, ChangeOptions *options) {
@@ -79,14 +84,17 @@ CipherSession *Change::sessionFor(const CredentialLines &lines) {
     return found != nullptr && checkNamedKey(lines, found) ? found : nullptr;
 }
 
-// Values under another key than the one that the file names would be lost to the readers. A named
-// file that is not here belongs to the host that the file is made for.
-bool Change::checkNamedKey(const CredentialLines &lines, CipherSession *session) {
-    if (!options_.common.key || lines.keyFile().empty() || options_.nameKey ||
-        svcIsEnvironment(vek::KEY_FILE_VARIABLE) != 0)
-        return true;
+// A named file that is not here belongs to the host that the file is made for.
+bool Change::namesAnotherKey(const CredentialLines &lines, CipherSession *session) {
+    if (lines.keyFile().empty() || svcIsEnvironment(vek::KEY_FILE_VARIABLE) != 0)
+        return false;
     CipherSession &named = keys_.session({KeyOrigin::section, lines.keyFile()});
-    if (named.reason() != SVC_PBE_OK || isSameKey(session, &named))
+    return named.reason() == SVC_PBE_OK && !isSameKey(session, &named);
+}
+
+// Values under another key than the one that the file names would be lost to the readers.
+bool Change::checkNamedKey(const CredentialLines &lines, CipherSession *session) {
+    if (!options_.common.key || options_.nameKey || !namesAnotherKey(lines, session))
         return true;
     report_.problem("names another key than --key; leave --key away, or use vekctl rekey",
                     lines.keyFileLine().number, "vekcred.keyfile");

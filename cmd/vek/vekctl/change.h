@@ -60,6 +60,10 @@ public:
         return keyIsMissing_ ? STATUS_USAGE : ofFiles;
     }
 
+    // Whether the file names a key file that is here and holds another key, and the readers go by
+    // it.
+    [[nodiscard]] bool namesAnotherKey(const CredentialLines &lines, CipherSession *session);
+
 private:
     [[nodiscard]] bool checkNamedKey(const CredentialLines &lines, CipherSession *session);
     void tellDeeds(const ChangePlan &plan);
@@ -72,6 +76,9 @@ private:
 
 // Whether two sessions have the same initial key; takes as long in either case.
 [[nodiscard]] bool isSameKey(CipherSession *one, CipherSession *other);
+
+// The path of a key file as a program with any working folder finds it.
+[[nodiscard]] std::string absolutePath(const std::string &path);
 
 } // namespace vekctl
 

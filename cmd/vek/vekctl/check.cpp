@@ -49,6 +49,10 @@ private:
         }
         for (const Finding &finding : verdict.findings)
             report.finding(finding);
+        if (verdict.findings.empty() && options.files.size() <= 1)
+            report.note(options.noOpen
+                            ? "no findings in the text; no value was opened"
+                            : "no findings: every credential is encrypted, and its reader gets it");
         const Level counted = options.strict ? Level::warning : Level::error;
         const bool isFound = std::ranges::any_of(
             verdict.findings, [&](const Finding &finding) { return finding.level >= counted; });

@@ -21,6 +21,17 @@ namespace {
 constexpr const char *DESCRIPTION =
     "Keeps the credentials of keystore.conf encrypted, and tells whether its readers get them.";
 
+constexpr const char *FIRST_STEPS =
+    R"(A key, once; encrypt what stands in clear; ask whether the readers get it:
+  vekctl keygen initial.key
+  vekctl protect --key initial.key --name-key keystore.conf
+  vekctl check keystore.conf
+Another password, which is asked for and may hold blanks; another key:
+  vekctl set keystore.conf pem.password
+  vekctl keygen next.key
+  vekctl rekey --from initial.key --to next.key --set-keyfile next.key keystore.conf
+'vekctl help COMMAND' has the options.)";
+
 std::vector<const CLI::App *> allCommands(const CLI::App &program) {
     return program.get_subcommands([](const CLI::App *) { return true; });
 }
@@ -86,19 +97,23 @@ int describe(const CLI::App &program, const std::string &topic) {
     if (topic == "findings")
         return describeFindings();
     const CLI::App *described = topic.empty() ? &program : nullptr;
+    std::string name = program.get_name();
     for (const CLI::App *const command : allCommands(program))
-        if (command->get_name() == topic)
+        if (command->get_name() == topic) {
             described = command;
+            name += " " + topic;
+        }
     if (described == nullptr)
         return refuseArgument(program, program, topic);
-    std::cout << described->help();
+    // App::help would describe the command that was given, which is this one.
+    std::cout << program.get_formatter()->make_help(described, name, CLI::AppFormatMode::Normal);
     return STATUS_WELL;
 }
 
 void addHelp(CLI::App &program, Run &run) {
     const auto topic = std::make_shared<std::string>();
     CLI::App *const command = program.add_subcommand("help", "Describes a command.");
-    command->add_option("COMMAND", *topic, "the command, or \"findings\"");
+    command->add_option("COMMAND", *topic, "the command, or \"findings\"")->type_name("");
     command->callback([&program, &run, topic] {
         run.action = [&program, topic] { return describe(program, *topic); };
     });
@@ -130,19 +145,20 @@ CLI::App *addCommand(CLI::App &program, const char *name, const char *descriptio
 int runCommandLine(int argumentCount, char **arguments) {
     CLI::App program(DESCRIPTION, "vekctl");
     program.set_help_flag("--help", "Describes the program or a command.");
-    program.set_version_flag("--version", "vekctl " VEK_VERSION);
+    program.set_version_flag("--version", "vekctl " VEK_VERSION, "Shows the version.");
     program.require_subcommand(0, 1);
     Run run;
-    addCheck(program, run);
-    addGet(program, run);
-    addShow(program, run);
-    addProtect(program, run);
-    addRekey(program, run);
-    addSet(program, run);
-    addUnprotect(program, run);
     addKeygen(program, run);
+    addProtect(program, run);
+    addCheck(program, run);
+    addSet(program, run);
+    addGet(program, run);
+    addRekey(program, run);
+    addUnprotect(program, run);
+    addShow(program, run);
     addKeyinfo(program, run);
     addHelp(program, run);
+    program.footer(FIRST_STEPS); // a command that is added later would have it too
     try {
         program.parse(argumentCount, arguments);
     } catch (const CLI::Success &success) { // --help, --version

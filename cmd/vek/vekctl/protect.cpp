@@ -7,7 +7,6 @@
 #include "vekctl/change.h"
 
 #include <algorithm>
-#include <filesystem>
 #include <strings.h>
 
 namespace vekctl {
@@ -103,9 +102,7 @@ private:
     }
 
     bool nameKey(ChangePlan *plan) const {
-        return !options_.nameKey ||
-               plan->nameKeyFile(
-                   std::filesystem::absolute(*options_.common.key).lexically_normal());
+        return !options_.nameKey || plan->nameKeyFile(absolutePath(*options_.common.key));
     }
 
     // The readers know nothing of --key.
@@ -127,7 +124,8 @@ void addProtect(CLI::App &program, Run &run) {
     const auto options = std::make_shared<ChangeOptions>();
     CLI::App *const command = addCommand(
         program, "protect", "Encrypts the credentials that stand in clear.", &options->common);
-    command->add_option("FILE", options->files, "the files; none: the standard place");
+    command->add_option("FILE", options->files, "the files; none: the standard place")
+        ->type_name("");
     command->add_flag("--built-in", options->builtIn, "allow the built-in key, which is no secret");
     command->add_flag("--name-key", options->nameKey, "let vekcred.keyfile name the file of --key");
     addChangeOptions(command, options.get());

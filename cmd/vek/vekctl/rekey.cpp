@@ -33,9 +33,19 @@ private:
             return Outcome::failed;
         ChangePlan plan(file.lines, *to_);
         if (!planValues(file.lines, &plan) ||
-            (!options_.keyFile.empty() && !plan.nameKeyFile(options_.keyFile)))
+            (!options_.keyFile.empty() && !plan.nameKeyFile(absolutePath(options_.keyFile))))
             return change_.refuse(plan);
-        return change_.carryOut(&file, &plan);
+        const Outcome outcome = change_.carryOut(&file, &plan);
+        if (outcome != Outcome::failed && options_.keyFile.empty())
+            tellOfNamedKey(file.lines);
+        return outcome;
+    }
+
+    // The key file at that path may be about to be replaced, so this is no reason to refuse.
+    void tellOfNamedKey(const CredentialLines &lines) {
+        if (!lines.credentials().empty() && change_.namesAnotherKey(lines, to_))
+            change_.report().note("vekcred.keyfile does not name the new key, and the readers go "
+                                  "by it; --set-keyfile changes it");
     }
 
     bool planValues(const CredentialLines &lines, ChangePlan *plan) {
@@ -75,15 +85,22 @@ void addRekey(CLI::App &program, Run &run) {
     CLI::App *const command =
         addCommand(program, "rekey", "Moves files to another initial key; may be run again.",
                    &options->common);
-    command->add_option("FILE", options->files, "the files; none: the standard place");
-    command->add_option("--from", options->from, "the old key file, or 'built-in'")->required();
-    command->add_option("--to", options->to, "the new key file, or 'built-in'")->required();
-    command->add_option("--set-keyfile", options->keyFile,
-                        "let vekcred.keyfile name this file in the same step");
+    command->add_option("FILE", options->files, "the files; none: the standard place")
+        ->type_name("");
+    command->add_option("--from", options->from, "the old key file, or 'built-in'")
+        ->required()
+        ->type_name("FILE");
+    command->add_option("--to", options->to, "the new key file, or 'built-in'")
+        ->required()
+        ->type_name("FILE");
+    command
+        ->add_option("--set-keyfile", options->keyFile,
+                     "let vekcred.keyfile name this file in the same step")
+        ->type_name("PATH");
     addChangeOptions(command, options.get());
     command->callback([&run, options] {
         if (options->common.key)
-            throw UsageError("--key rekey takes --from and --to");
+            throw UsageError("rekey takes --from and --to in place of --key");
         run.action = [options] { return Rekey(*options).run(); };
     });
 }

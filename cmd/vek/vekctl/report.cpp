@@ -130,7 +130,7 @@ void Report::finding(const Finding &finding) {
 }
 
 void Report::problem(const std::string &text, size_t line, const std::string &key) {
-    if (asJson) {
+    if (asJson && !fileDocument.is_null()) {
         fileDocument["problem"] = text;
         if (line != 0)
             fileDocument["line"] = line;
@@ -139,8 +139,8 @@ void Report::problem(const std::string &text, size_t line, const std::string &ke
         return;
     }
     clearProgress();
-    std::cerr << "vekctl: " << place(file, line) << ": " << (key.empty() ? "" : key + ": ") << text
-              << "\n";
+    std::cerr << "vekctl: " << (file.empty() ? "" : place(file, line) + ": ")
+              << (key.empty() ? "" : key + ": ") << text << "\n";
 }
 
 void Report::note(const std::string &text) {

@@ -41,7 +41,7 @@ public:
     // ---- About the file that is being treated ----
     void finding(const Finding &finding);
     // Why the file could not be treated: what happened and what to do. `line` 0 and `key` "" are
-    // left out.
+    // left out. Before the first file it is said of the run, on standard error in any case.
     void problem(const std::string &text, size_t line = 0, const std::string &key = {});
     // Something that was done, for a person who waits; not with --quiet.
     void note(const std::string &text);

@@ -119,9 +119,10 @@ void addSet(CLI::App &program, Run &run) {
     CLI::App *const command = addCommand(
         program, "set", "Stores one credential, from the terminal or from standard input.",
         &options->common);
-    command->add_option("FILE", options->file, "the file")->required();
+    command->add_option("FILE", options->file, "the file")->required()->type_name("");
     command->add_option("KEY", options->key, "the whole key, such as pem.password.channel.TO.HUB")
-        ->required();
+        ->required()
+        ->type_name("");
     command->add_flag("--built-in", options->builtIn, "allow the built-in key, which is no secret");
     addChangeOptions(command, options.get());
     command->callback([&run, options] { run.action = [options] { return Set(*options).run(); }; });

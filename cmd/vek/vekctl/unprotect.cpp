@@ -142,8 +142,10 @@ void addUnprotect(CLI::App &program, Run &run) {
     CLI::App *const command = addCommand(
         program, "unprotect", "Writes a file with its credentials in clear.", &options->common);
     command->add_option("FILE", options->files, "the file; none: the standard place")
-        ->expected(0, 1);
-    command->add_option("--output", options->output, "a new file, instead of standard output");
+        ->expected(0, 1)
+        ->type_name("");
+    command->add_option("--output", options->output, "a new file, instead of standard output")
+        ->type_name("FILE");
     command->add_flag("--in-place", options->inPlace, "change the file itself; needs --yes");
     command->add_flag("--yes", options->yes, "yes, leave the credentials in clear in the file");
     addChangeOptions(command, options.get());
