@@ -86,6 +86,17 @@ functions = re.findall(r" T ((?:szt|Szt|svc)\w+)", symbols.stdout)
 same_set("prototypes of ztvek(3)", (name for _, name, _ in prototypes), functions)
 same_set("names of ztvek(3)", re.findall(r"^\.Nm (\w+)", section_3, re.M), functions)
 
+# Options of vekctl.
+def vekctl_help(*topic):
+    return subprocess.run([BUILD / "bin/vekctl", "help", *topic], check=True, capture_output=True,
+                          text=True).stdout
+
+
+commands = re.findall(r"^  (\w+)  +\w", section(vekctl_help(), "Subcommands:"), re.M)
+OPTION = r"(?<![-\w])--[a-z][a-z-]*"
+same_set("options of vekctl(1)", re.findall(OPTION, rendered("vekctl.1")),
+         re.findall(OPTION, "".join(map(vekctl_help, commands))) + ["--version"])
+
 # What documents show: a "$" in front of a command, its output behind it. A file that is shown
 # before it is there is taken from the document. Encrypted values and fingerprints differ from run
 # to run; the folder of the documents is /etc/ztm.
