@@ -14,15 +14,11 @@ import subprocess
 import sys
 import tempfile
 
-from new_content import state
+from new_content import KEY, OLD, state
 
 os.environ["ZTS_TRACE"] = ""
 COMMAND = os.path.join(os.environ["VEK_BUILD"], "bin/runvekcred")
 MEMORY = os.path.join(os.environ["VEK_BUILD"], "tests/librefused_memory.so")
-KEY = bytes(range(7, 39))
-FILLING = b"".join(b"cms.certificate.channel.C%04d = label\n" % i for i in range(1000))
-OLD = (b"pem.password = secret-of-pem\n" + FILLING + b"pkcs11.token_pin = secret-of-token\n" +
-       FILLING + b"crl.ldap.pass = secret-of-server\n")
 EARLIER = b"of an earlier run"
 IN_PLACE, TO_OUTPUT = [], ["-o", "out"]
 SKIPPED = 77

@@ -5,6 +5,12 @@ import sys
 
 import decrypt_value
 
+# A key, and a text of more than one block with a credential of each section that has one.
+KEY = bytes(range(7, 39))
+FILLING = b"".join(b"cms.certificate.channel.C%04d = label\n" % i for i in range(1000))
+OLD = (b"pem.password = secret-of-pem\n" + FILLING + b"pkcs11.token_pin = secret-of-token\n" +
+       FILLING + b"crl.ldap.pass = secret-of-server\n")
+
 ANSWERS = os.path.join(os.environ["VEK_SOURCE"], "tests/data/known_answers.txt")
 SALT = bytes.fromhex(re.search(r"^salt (\w+)", open(ANSWERS).read(), re.MULTILINE)[1])
 KEYS = {b"crl.ldap.pass": b"crl", b"pem.password": b"pem", b"pkcs11.token_pin": b"pkcs11"}
