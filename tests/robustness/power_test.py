@@ -27,7 +27,7 @@ CUTS = {"journal flushed": 1, "journal lost": 2}
 TRACE_ME, SYSTEM_CALL, SET_OPTIONS, SYSTEM_CALL_INFO = 0, 24, 0x4200, 0x420E
 MARK_SYSTEM_CALLS, KILL_WITH_TRACER = 1, 1 << 20
 SYSTEM_CALL_STOP, ENTRY = signal.SIGTRAP | 0x80, b"\1"
-NEW_MOUNTS, PRIVATE_BELOW = 1 << 17, 1 << 18 | 1 << 14
+NEW_MOUNTS, PRIVATE_BELOW, END_WITH_PARENT = 1 << 17, 1 << 18 | 1 << 14, 1
 
 # A program over the files of a disk, and what may be there after a cut: the state of keystore.conf,
 # and that of the new content under its temporary name. Each must be met, and no other may be.
@@ -215,6 +215,10 @@ def cut_everywhere(task):
     return task, ends, failures
 
 
+def end_with_parent():
+    must(libc.prctl(END_WITH_PARENT, signal.SIGKILL))
+
+
 def hindrance(kind):
     """Why this machine cannot try it, or None."""
     try:
@@ -237,7 +241,8 @@ def main():
         print(f"skipped: {kind}: {problem}")
     tasks = itertools.product(FILE_SYSTEMS.keys() - left_out.keys(), PROGRAMS)
     failures = []
-    with concurrent.futures.ProcessPoolExecutor(os.cpu_count()) as pool:
+    workers = concurrent.futures.ProcessPoolExecutor(os.cpu_count(), initializer=end_with_parent)
+    with workers as pool:
         for task, ends, bad in pool.map(cut_everywhere, tasks):
             print(f"{sum(ends.values()):5} cuts: {', '.join(task)}: {dict(ends)}")
             failures += bad
