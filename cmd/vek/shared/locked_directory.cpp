@@ -85,9 +85,9 @@ int LockedDirectory::remove(const char *path) const {
 }
 
 int LockedDirectory::moveOnto(const char *path, const char *target) const {
-    const Place from = placeOf(path);
-    const Place to = placeOf(target);
-    return renameat(from.directory, from.name, to.directory, to.name);
+    const Place source = placeOf(path);
+    const Place destination = placeOf(target);
+    return renameat(source.directory, source.name, destination.directory, destination.name);
 }
 
 void LockedDirectory::sync() const {

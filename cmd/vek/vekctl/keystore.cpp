@@ -86,7 +86,7 @@ std::vector<ReaderName> Keystore::readers() const {
                 hasGeneralKey = true;
         }
         std::ranges::sort(channels);
-        channels.erase(std::ranges::unique(channels).begin(), channels.end());
+        channels.erase(std::unique(channels.begin(), channels.end()), channels.end());
         if (hasSection && (hasGeneralKey || channels.empty()))
             readers.push_back({section, false, {}});
         for (std::string &channel : channels)
