@@ -26,6 +26,8 @@ is 'the key stays' '' "$(cmp key before 2>&1)"
 # Typing errors and arguments that are no names of ours, which may be secrets.
 told 'command' 2 "did you mean 'check'?" "$vekctl" chekc
 told 'option' 2 "did you mean '--strict'?" "$vekctl" check --stirct file
+told 'option in front' 2 '--json stands behind the command' "$vekctl" --json check file
+told 'option without its value' 2 'lacks its value' "$vekctl" check --key
 told 'key' 2 "did you mean 'pem.password'?" "$vekctl" get "$sample" pem.pasword
 told 'section' 2 "did you mean 'pkcs11'?" "$vekctl" show pkcs1 "$sample"
 told 'no command' 2 'a command is missing' "$vekctl"

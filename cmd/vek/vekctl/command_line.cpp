@@ -11,6 +11,7 @@
 #include "vekctl/suggestion.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <iostream>
 #include <memory>
 
@@ -70,7 +71,10 @@ std::string meant(const std::string &word, const std::vector<std::string> &candi
 
 int refuseOption(const std::string &argument, const CLI::App &command) {
     const std::string option = argument.substr(0, argument.find('='));
-    const std::string suggestion = meant(option, optionNames(command));
+    const std::vector<std::string> known = optionNames(command);
+    if (std::ranges::count(known, option) != 0)
+        return refuse(option + " stands behind the command, not in front of it", command);
+    const std::string suggestion = meant(option, known);
     return refuse(suggestion.empty() ? "there is no such option"
                                      : "there is no option '" + shown(option) + "'" + suggestion,
                   command);
@@ -169,6 +173,9 @@ int runCommandLine(int argumentCount, char **arguments) {
         return refuse(error.what(), chosenCommand(program));
     } catch (const UsageError &error) {
         return refuse(error.what(), chosenCommand(program));
+    } catch (const CLI::ArgumentMismatch &) {
+        return refuse("an option lacks its value, or there are too many files",
+                      chosenCommand(program));
     } catch (const CLI::ParseError &) {
         // The text of other errors repeats the argument.
         return refuse("the options cannot be understood", chosenCommand(program));

@@ -40,7 +40,7 @@ constexpr FindingKind KINDS[] = {
      "is no encrypted value although its marker says YES; vekctl set stores it anew"},
     {Code::tooLong, "too-long", ERROR, READING,
      "is longer than its reader's field, or than what can be encrypted"},
-    {Code::noKey, "no-key", ERROR, READING, "the initial key cannot be used"},
+    {Code::noKey, "no-key", ERROR, READING, "the readers have no initial key"},
     {Code::reader, "reader", ERROR, READING, "the reader of the section fails"},
     {Code::lookAlike, "look-alike", ERROR, SAFETY,
      "only begins like a credential or a marker; runvekcred takes it for one"},

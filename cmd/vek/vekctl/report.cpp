@@ -49,6 +49,14 @@ std::string place(const std::string &file, size_t line) {
     return line == 0 ? shown(file) : shown(file) + ":" + std::to_string(line);
 }
 
+// Most texts of findings go on from the key; one with an article is a sentence of its own.
+std::string sentence(const std::string &key, const std::string &text) {
+    if (key.empty())
+        return text;
+    const bool isWhole = text.starts_with("the ") || text.starts_with("a ");
+    return key + (isWhole ? ": " : " ") + text;
+}
+
 int statusOf(const std::vector<size_t> &counts) {
     const bool allWell = counts[static_cast<size_t>(Outcome::findings)] == 0 &&
                          counts[static_cast<size_t>(Outcome::failed)] == 0;
@@ -107,7 +115,7 @@ int Report::overFiles(std::vector<std::string> files,
 
 void Report::finding(const Finding &finding) {
     const FindingKind &kind = kindOf(finding.code);
-    std::string text = finding.key.empty() ? kind.text : finding.key + " " + kind.text;
+    std::string text = sentence(finding.key, kind.text);
     if (!finding.detail.empty())
         text += ": " + finding.detail;
     if (asJson) {
