@@ -39,7 +39,7 @@ value() {
 masked() { sed -E 's/<VEK>2![^[:space:]]*/<VEK>/; s/\r/\\r/' "$1"; [ -z "$(tail -c 1 "$1")" ] || printf '\n(no line end)\n'; }
 state() { stat -c '%i %a %u %g %Y' "$1"; }
 base=('pem.private = /p' 'pem.public = /c')
-"$VEKCTL" keygen --quiet key && "$VEKCTL" keygen --quiet other || exit 1
+for name in key other third; do "$VEKCTL" keygen --quiet $name || exit 1; done
 
 # --- protect: file in, file out. "|" ends a line; a later run of each program changes nothing.
 while IFS='@' read -r name before after; do
@@ -77,6 +77,7 @@ is 'no stray marker' '0\n1' grep -c channel.encrypted conf
 # --- Refused with the line; the file stays
 while IFS='@' read -r line text pattern; do
     printf %b "pem.private = /p\n${text//|/\\n}\n" >conf
+    [ "$line" != 1 ] || printf %b "$text" >conf
     cp -p conf before
     kept=$(state conf)
     says "protect: $text" 1 "vekctl: conf:$line: .*$pattern" "$VEKCTL" protect --key key conf
@@ -93,12 +94,30 @@ done <<'TABLE'
 3@pem.password = a|pem.password = b@second time (first in line 2)
 2@pem.password = <VEK>2!AAAA!AAAA!AAAA@does not open
 2@pem.password@has no "="
+2@[pem]|password = a@no \[section\] lines
+2@pem.password: a@followed by "="
+1@\xff\xfep\0e\0m\0@UTF-16
 2@pem.password =@no value
 3@pem.password = a|vekcred.keyfile@no "="
 3@vekcred.keyfile = k|vekcred.keyfile = l@second time
 TABLE
 printf 'pem.password = %0257d\n' 1 >conf
 says 'a value longer than its field' 1 'conf:1: pem.password: .*field' "$VEKCTL" protect --key key conf
+# What may be meant as a credential stays as it is and is told, with status 1; so is what was protected with
+# quotes, and an old value in a comment. No value is shown.
+while IFS='@' read -r status text pattern; do
+    printf %b "$text\npkcs11.token_pin = Hunter-2\n" >conf
+    "$VEKCTL" protect --key key conf >out 2>&1
+    is "told of $text" "$status 1 0\n0" echo "$?" "$(grep -c -e "$pattern" out)" "$(grep -c Hunter out)"
+    is "$text stays, the other is protected" '1 1\n0' echo \
+        "$(grep -cF "$(printf %b "${text%% *}")" conf)" "$(grep -c '^pkcs11.token_pin = <VEK>' conf)"
+done <<'TABLE'
+1@PEM.PASSWORD = Hunter-1@^conf:1: error: PEM.PASSWORD .*did you mean pem.password
+1@pkcs11.pin = Hunter-1@^conf:1: error: pkcs11.pin .*\[unknown-key]
+1@; pem.password = Hunter-1@^conf:1: error: .*";" starts no comment
+0@# pem.password = Hunter-1@^conf:1: warning: pem.password.*\[comment]
+0@pem.password = "Hunter-1"@^conf:1: warning: pem.password.*the quotes around the value
+TABLE
 printf '\xef\xbb\xbfpem.password = a\n' >conf
 says 'a byte order mark' 1 'byte order mark' "$VEKCTL" protect --key key conf
 printf 'pem.password = a\0\n' >conf
@@ -132,14 +151,35 @@ for i in 1 2 3; do printf '%s\n' "${base[@]}" "pem.password = secret $i" >many$i
 "$VEKCTL" protect --quiet --key key many1 many2 && "$VEKCTL" protect --quiet --key other many3
 before=$(state many3)
 is 'one of them is done' 'many1: changed: pem.password\nmany2: changed: pem.password\nmany3: nothing to do\n3 files: 2 changed, 1 already\n0' \
-    "$VEKCTL" rekey --from key --to other many1 many2 many3
+    env ZTS_VEKCRED_KEYFILE=other "$VEKCTL" rekey --from key --to other many1 many2 many3
 is 'what is done is not touched' "$before\n0" state many3
 for i in 1 2 3; do is "under the new key, $i" "secret $i\n0" value other many$i pem.password; done
 is 'from the built-in key' "0" "$VEKCTL" rekey --quiet --from built-in --to other --set-keyfile "$scratch/other" built
 is 'with its name' "vekcred.keyfile = $scratch/other\n0" tail -n 1 built
-is 'a file that names the old key' 'built: changed: crl.ldap.pass\nbuilt: vekcred.keyfile does not name the new key, and the readers go by it; --set-keyfile changes it\n0' \
-    "$VEKCTL" rekey --from other --to key built
-says 'neither key opens' 1 'many1:4: pem.password: does not open' "$VEKCTL" rekey --from key --to key many1
+says 'neither key opens' 1 'many1:4: pem.password: does not open' "$VEKCTL" rekey --from key --to third many1
+says 'one key twice' 2 'the same key' "$VEKCTL" rekey --from key --to key many1
+# The readers would not find the new key: one line says what they need.
+printf 'vekcred.keyfile = %s\n' "$scratch/other" >>many2 && printf 'crl.ldap.pass = clear\n' >many4
+while IFS='@' read -r file variable pattern; do
+    env ${variable:+"ZTS_VEKCRED_KEYFILE=$variable"} "$VEKCTL" rekey --dry-run --from other --to third $file >out
+    is "$file, variable '$variable': told" "1\n0" grep -c -e "$pattern" out
+done <<'TABLE'
+many1@@^many1: the readers need ZTS_VEKCRED_KEYFILE or vekcred.keyfile .*--set-keyfile
+many2@@^many2: the key file '/.*/other' that vekcred.keyfile names holds another key; .*--set-keyfile
+many2@key@^many2: the key file 'key' that ZTS_VEKCRED_KEYFILE names holds another key; the readers need this one there$
+many2@absent@^many2: the key file 'absent' .* cannot be used: .*; the readers need the key there
+many4@third@^many4:1: crl.ldap.pass: stands in clear as before; vekctl protect
+TABLE
+# What runvekcred has written for two channels, and encrypted at its second run
+printf '%s\n' pem.{private,public}.channel.{A,B}=/p pem.password.channel.{A,B}=secret >many5
+for run in 1 2; do
+    "$RUNVEKCRED" -f many5 -sf key 2>/dev/null
+    cp many5 many6
+    is "rekeyed after $run runs" 0 "$VEKCTL" rekey --quiet --from key --to other many6
+    is "opened by the new key after $run runs" 0 "$VEKCTL" protect --quiet --key other many6
+    is "read after $run runs" 'secret\n0' value other many6 pem.password.channel.B
+    is "set beside them after $run runs" 0 bash -c "cp many5 many6; echo x | '$VEKCTL' set --quiet --key key many6 crl.ldap.pass"
+done
 
 # --- set: what no editor can write, and what is refused
 printf '%s\n' "${base[@]}" 'pem.password = old#hint' '# end' >conf
@@ -218,6 +258,7 @@ is 'to a new file' '600\n0' bash -c "'$VEKCTL' unprotect --key key --output out.
 says 'never over a file' 1 'File exists' "$VEKCTL" unprotect --key key --output out.clear conf
 says 'in place only when said twice' 2 'need each other' "$VEKCTL" unprotect --key key --in-place conf
 is 'still protected' 0 cmp before conf
+is 'under the built-in key' 'pem.password = x\n0' bash -c "echo 'pem.password = x' >built; '$VEKCTL' protect --quiet --built-in built && '$VEKCTL' unprotect built"
 is 'in place' 0 bash -c "'$VEKCTL' unprotect --quiet --key key --in-place --yes conf && cmp conf clear"
 echo 'a # b' | "$VEKCTL" set --quiet --key key conf pem.password
 says 'a value that cannot stand in clear' 1 'conf:4: pem.password: .*cannot stand in clear' "$VEKCTL" unprotect --key key conf
@@ -239,6 +280,6 @@ if mkdir disk && mount -t tmpfs -o size=64k,mode=755 none disk 2>/dev/null; then
 else
     echo 'not tried: a full disk and a read-only one, which need the right to mount'
 fi
-is 'nothing but what was made here' 'before\nbuilt\nc1\nc2\nclear\nconf\ndisk\nerr\nkey\nmany1\nmany2\nmany3\nother\nout\nout.clear\n0' ls -A
+is 'nothing but what was made here' 'before\nbuilt\nc1\nc2\nclear\nconf\ndisk\nerr\nkey\nmany1\nmany2\nmany3\nmany4\nmany5\nmany6\nother\nout\nout.clear\nthird\n0' ls -A
 
 [ "$failures" = 0 ] || { echo "$failures failures"; exit 1; }

@@ -1,10 +1,13 @@
 // protect, over all small files that can be made of a set of lines. The readers of the library are
 // the judges: whatever they handed out before, they hand out afterwards, and after a run of
-// runvekcred behind it; and nothing is left in clear. Or the file is refused with a reason.
+// runvekcred behind it; nothing is left in clear, and check finds no error in what protect has to
+// do with. Or the file is refused with a reason.
 #include "runvekcred/copy_lines.h"
 #include "runvekcred/credential_line.h"
 #include "support/keystore_file.h"
+#include "vekctl/known_keys.h"
 #include "vekctl/protect.h"
+#include "vekctl/verdict.h"
 
 #include <array>
 #include <cstring>
@@ -99,6 +102,19 @@ protected:
         return false;
     }
 
+    // All errors but what the readers say of other keys, and of those that are missing.
+    std::string errorsIn(const std::string &text) {
+        FileText content;
+        content.take(Secret(text));
+        std::string errors;
+        for (const Finding &finding : judge(content, keys, {}).findings)
+            if (finding.level == Level::error &&
+                (finding.code != Code::reader ||
+                 (finding.line != 0 && findKey(finding.key).credential != nullptr)))
+                errors += std::string(kindOf(finding.code).name) + " " + finding.key + "\n";
+        return errors;
+    }
+
     void check(const std::string &text) {
         std::string after;
         if (!protect(text, session, &after)) {
@@ -120,6 +136,7 @@ protected:
                                                         << text << "after\n"
                                                         << after;
         ASSERT_EQ(std::string::npos, after.find("Winter")) << after;
+        ASSERT_EQ("", errorsIn(after)) << text << "after\n" << after;
         const std::string behind = rewritten(after);
         ASSERT_EQ(now, passwordsIn(behind)) << after << "became\n" << behind;
         std::string again;
@@ -155,6 +172,7 @@ protected:
     size_t changed = 0;
     size_t kept = 0;
     CipherSession session{KeySource{}, /* fips= */ false};
+    KeyRing keys{/* withFips= */ false};
     const std::string stored = ::protect("Winter-Harbour-42");
 };
 

@@ -69,7 +69,7 @@ CipherSession *Change::session(const KeySource &source) {
     CipherSession &session = keys_.session(source);
     if (session.reason() == SVC_PBE_OK)
         return &session;
-    report_.problem(session.problem());
+    report_.problem(shown(session.problem()));
     return nullptr;
 }
 
@@ -84,17 +84,34 @@ CipherSession *Change::sessionFor(const CredentialLines &lines) {
     return found != nullptr && checkNamedKey(lines, found) ? found : nullptr;
 }
 
-// A named file that is not here belongs to the host that the file is made for.
-bool Change::namesAnotherKey(const CredentialLines &lines, CipherSession *session) {
-    if (lines.keyFile().empty() || svcIsEnvironment(vek::KEY_FILE_VARIABLE) != 0)
-        return false;
-    CipherSession &named = keys_.session({KeyOrigin::section, lines.keyFile()});
-    return named.reason() == SVC_PBE_OK && !isSameKey(session, &named);
+bool Change::mayHold(const KeySource &source, CipherSession *session) {
+    CipherSession &other = keys_.session(source);
+    return other.reason() != SVC_PBE_OK || isSameKey(session, &other);
 }
 
-// Values under another key than the one that the file names would be lost to the readers.
+void Change::tellOfKey(const std::string &keyFile, CipherSession *session, const char *option) {
+    const KeySource chosen = chooseKeySource(/* option= */ nullptr, keyFile);
+    CipherSession &found = keys_.session(chosen);
+    if (found.reason() != SVC_PBE_OK)
+        report_.note(shown(found.problem()) + "; the readers need the key there");
+    else if (isSameKey(session, &found))
+        return;
+    else if (chosen.isBuiltIn())
+        report_.note("the readers need " + std::string(vek::KEY_FILE_VARIABLE) +
+                     " or vekcred.keyfile to find the key; " + option + " writes the latter");
+    else
+        report_.note(
+            shown(chosen.describe()) + " holds another key; the readers need this one there" +
+            (chosen.origin == KeyOrigin::section ? std::string(", or run again with ") + option
+                                                 : ""));
+}
+
+// Values under another key than the one that the file names would be lost to the readers. A named
+// file that is not here belongs to the host that the file is made for.
 bool Change::checkNamedKey(const CredentialLines &lines, CipherSession *session) {
-    if (!options_.common.key || options_.nameKey || !namesAnotherKey(lines, session))
+    if (!options_.common.key || lines.keyFile().empty() || options_.nameKey ||
+        svcIsEnvironment(vek::KEY_FILE_VARIABLE) != 0 ||
+        mayHold({KeyOrigin::section, lines.keyFile()}, session))
         return true;
     report_.problem("names another key than --key; leave --key away, or use vekctl rekey",
                     lines.keyFileLine().number, "vekcred.keyfile");
@@ -138,6 +155,7 @@ Outcome Change::carryOut(OpenedFile *file, ChangePlan *plan) {
         return Outcome::changed;
     if (!file->replacement.replaceWith(text.view())) {
         report_.problem(file->replacement.problem());
+        report_.json().erase("changes");
         return Outcome::failed;
     }
     const std::string keys = listOfKeys(plan->deeds());

@@ -47,6 +47,9 @@ public:
     // The session of the key that the readers of the file will use, or of --key; null when there is
     // none. Only the built-in key that was asked for is one.
     [[nodiscard]] CipherSession *sessionFor(const CredentialLines &lines);
+    // Says what the readers need when they would not choose the key of the session themselves.
+    // `keyFile` is the value of vekcred.keyfile; `option` is the one that writes it.
+    void tellOfKey(const std::string &keyFile, CipherSession *session, const char *option);
 
     // Refuses with the plan's problem.
     [[nodiscard]] Outcome refuse(const ChangePlan &plan);
@@ -60,11 +63,9 @@ public:
         return keyIsMissing_ ? STATUS_USAGE : ofFiles;
     }
 
-    // Whether the file names a key file that is here and holds another key, and the readers go by
-    // it.
-    [[nodiscard]] bool namesAnotherKey(const CredentialLines &lines, CipherSession *session);
-
 private:
+    // Whether a key source has the key of a session, or cannot be looked at from here.
+    [[nodiscard]] bool mayHold(const KeySource &source, CipherSession *session);
     [[nodiscard]] bool checkNamedKey(const CredentialLines &lines, CipherSession *session);
     void tellDeeds(const ChangePlan &plan);
 

@@ -1,11 +1,11 @@
 #include "vekctl/change_plan.h"
 
 #include "shared/line_words.h"
+#include "vekctl/keystore.h"
 #include "vekctl/report.h"
 
 #include <algorithm>
 #include <cctype>
-#include <strings.h>
 
 namespace vekctl {
 
@@ -49,12 +49,6 @@ constexpr char KEY_FILE_KEY[] = "vekcred.keyfile";
 constexpr char NOT_PROVED[] =
     "the new text does not say the same as the old one; nothing was changed";
 
-bool saysYes(const std::vector<std::string_view> &values) {
-    const std::string_view yes = vek::MARKER_YES;
-    return values.size() == 1 && values.front().size() == yes.size() &&
-           strncasecmp(values.front().data(), yes.data(), yes.size()) == 0;
-}
-
 // Why a clear value is not surely the one that was meant, or null.
 const char *doubtIn(const KeyLine &credential) {
     const std::string_view value = credential.reading.value;
@@ -68,12 +62,11 @@ const char *doubtIn(const KeyLine &credential) {
                "meant";
     if (vek::isBlank(value.back()))
         return "the readers keep the blank behind its value; remove it, or vekctl set stores the "
-               "value "
-               "that is meant";
+               "value that is meant";
     if (isControl)
         return "its value holds a control character; vekctl set stores the one that is meant";
     if (value.size() > credential.name.row->capacity)
-        return "its value is longer than the field of its reader";
+        return "its value is longer than the field of its reader; vekctl set stores a shorter one";
     return nullptr;
 }
 
@@ -158,8 +151,17 @@ bool ChangePlan::open(const KeyLine &credential, CipherSession &key, Secret *cle
     const uint32_t reason = key.restore(credential.reading.value, clearText);
     if (reason == SVC_PBE_OK)
         return true;
-    return fail("does not open with " + key.source().describe() + ": " + textOf(reason),
+    return fail("does not open with " + shown(key.source().describe()) + ": " + textOf(reason) +
+                    "; name its key, or remove the line and use vekctl set",
                 credential);
+}
+
+bool ChangePlan::isWrittenMarker(const KeyLine &line, CipherSession &key) const {
+    if (!lines_.mayBeWrittenMarker(line))
+        return false;
+    Secret opened;
+    return !line.isStored() || (key.restore(line.reading.value, &opened) == SVC_PBE_OK &&
+                                (saysYes(opened.view()) || saysNo(opened.view())));
 }
 
 bool ChangePlan::takeClear(const KeyLine &credential, Secret *clearText) {
@@ -243,8 +245,9 @@ void ChangePlan::keep(const KeyLine &credential, Secret clearText) {
         {credential.name, std::move(clearText), /* isStored= */ true, Marking::asBefore});
 }
 
+// What runvekcred has written may stand there more than once, and has no reader.
 void ChangePlan::leave(const KeyLine &credential) {
-    if (!credential.isHidden())
+    if (!credential.isHidden() && !lines_.mayBeWrittenMarker(credential))
         expected_.push_back({credential.name, Secret(credential.reading.value),
                              /* isStored= */ false, Marking::asBefore});
 }
@@ -351,7 +354,7 @@ bool ChangePlan::isReadBack(const Expected &expected, const ReadersView &before,
     const auto markers = now.valuesOf(expected.name.marker());
     switch (expected.marking) {
     case Marking::yes:
-        return saysYes(markers);
+        return markers.size() == 1 && saysYes(markers.front());
     case Marking::none:
         return markers.empty();
     case Marking::asBefore:

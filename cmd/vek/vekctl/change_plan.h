@@ -38,6 +38,9 @@ public:
     // ---- What a credential's line holds ----
     // Opens a value in encrypted form with a key.
     [[nodiscard]] bool open(const KeyLine &credential, CipherSession &key, Secret *clearText);
+    // Whether a line is a marker of runvekcred that no reader looks at; its second run encrypts the
+    // YES of the first.
+    [[nodiscard]] bool isWrittenMarker(const KeyLine &line, CipherSession &key) const;
     // Takes a clear value as the readers do; refuses what may be meant otherwise, and what is too
     // long.
     [[nodiscard]] bool takeClear(const KeyLine &credential, Secret *clearText);

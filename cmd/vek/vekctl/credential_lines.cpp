@@ -1,19 +1,16 @@
 #include "vekctl/credential_lines.h"
 
 #include "shared/line_words.h"
+#include "vekctl/keystore.h"
+#include "vekctl/line_findings.h"
 
 #include <algorithm>
-#include <strings.h>
+#include <cstring>
 
 namespace vekctl {
 namespace {
 
-constexpr std::string_view BYTE_ORDER_MARK = "\xef\xbb\xbf";
 constexpr std::string_view KEY_FILE_KEY = "vekcred.keyfile";
-// Keys of a channel that would be called as the end of the marker that runvekcred writes.
-constexpr std::string_view KEYS_OF_CHANNEL_ENCRYPTED[] = {"pem.private.channel.encrypted",
-                                                          "pem.public.channel.encrypted",
-                                                          "pem.encrypted.channel.encrypted"};
 
 std::string_view withoutBlanksInFront(std::string_view text) {
     const auto *const start = std::find_if_not(text.begin(), text.end(), vek::isBlank);
@@ -26,50 +23,18 @@ std::string_view withoutBlanksBehind(std::string_view text) {
     return text;
 }
 
-bool isWord(std::string_view value, std::string_view word) {
-    return value.size() == word.size() && strncasecmp(value.data(), word.data(), word.size()) == 0;
-}
-
-// The reader cuts a name at its first blank and at its limit.
-bool isChannelName(std::string_view name) {
-    return !name.empty() && name.size() <= SZTOU_CHANNEL_LENGTH &&
-           std::none_of(name.begin(), name.end(), vek::isBlank);
-}
-
-// The name of the channel behind the beginning of a channel's key, or an empty text.
-std::string_view channelOf(std::string_view key, const char *beginning) {
-    if (beginning == nullptr || !key.starts_with(beginning))
-        return {};
-    const std::string_view name = key.substr(std::string_view(beginning).size());
-    return isChannelName(name) ? name : std::string_view();
-}
-
-NamedKey roleIn(const vek::Credential &row, std::string_view key) {
-    if (key == row.key)
-        return {KeyRole::credential, {&row, {}}};
-    if (key == row.marker)
-        return {KeyRole::marker, {&row, {}}};
-    if (const std::string_view channel = channelOf(key, row.channelKey); !channel.empty())
-        return {KeyRole::credential, {&row, std::string(channel)}};
-    if (const std::string_view channel = channelOf(key, row.channelMarker); !channel.empty())
-        return {KeyRole::marker, {&row, std::string(channel)}};
-    if (key.starts_with(row.key) || key.starts_with(row.marker))
-        return {KeyRole::lookAlike, {&row, {}}};
-    return {};
-}
-
-const char *textOf(Refusal refusal) {
-    switch (refusal) {
-    case Refusal::noEquals:
-        return "the line has no \"=\"; put a \"#\" in front of a comment";
-    case Refusal::keyTooLong:
-        return "the key is longer than 255 characters";
-    case Refusal::noValue:
-        return "the key has no value; give it one, or put a \"#\" in front of the line";
-    case Refusal::none:
-        break;
-    }
-    return "the line cannot be parsed";
+// Whether the key is one of the channel whose password the marker of runvekcred would be, were
+// there such a channel.
+bool isOfChannelCalledAsMarker(std::string_view key) {
+    const KnownKey known = findKey(key);
+    return known.isOfChannel &&
+           std::any_of(std::begin(vek::CREDENTIALS), std::end(vek::CREDENTIALS),
+                       [&](const vek::Credential &row) {
+                           return row.channelKey != nullptr && key != row.writtenChannelMarker &&
+                                  known.key->section == std::string_view(row.section) &&
+                                  known.channel ==
+                                      row.writtenChannelMarker + strlen(row.channelKey);
+                       });
 }
 
 // One call of the library's parser, for the whole text.
@@ -93,9 +58,13 @@ std::string CredentialName::marker() const {
 }
 
 NamedKey roleOfKey(std::string_view key) {
-    for (const vek::Credential &row : vek::CREDENTIALS)
-        if (NamedKey named = roleIn(row, key); named.role != KeyRole::none)
-            return named;
+    const KnownKey known = findKey(key);
+    const bool isNamed = !known.isOfChannel || !known.channel.empty();
+    if (known.credential != nullptr && isNamed)
+        return {known.isMarker() ? KeyRole::marker : KeyRole::credential,
+                {known.credential, std::string(known.channel)}};
+    if (const vek::Credential *const row = takenByWriter(key); row != nullptr)
+        return {KeyRole::lookAlike, {row, {}}};
     return {};
 }
 
@@ -108,8 +77,7 @@ bool KeyLine::isHidden() const {
 }
 
 bool KeyLine::isRightMarker() const {
-    return !isHidden() && isWord(reading.value, vek::MARKER_YES) &&
-           isWord(reading.writerValue, vek::MARKER_YES);
+    return !isHidden() && saysYes(reading.value) && saysYes(reading.writerValue);
 }
 
 bool CredentialLines::fail(std::string text, size_t line, std::string key) {
@@ -121,13 +89,10 @@ bool CredentialLines::take(FileText text) {
     text_ = std::move(text);
     if (text_.text().empty() && !text_.hasNul())
         return fail("is empty");
-    if (text_.hasNul())
-        return fail(
-            "holds a NUL byte, behind which no reader sees anything; save it as plain text");
-    if (text_.text().starts_with(BYTE_ORDER_MARK))
-        return fail(
-            "begins with a byte order mark, which belongs to the first key for the readers; "
-            "save it as plain UTF-8");
+    std::vector<Finding> findings;
+    findInText(text_, &findings);
+    if (!findings.empty())
+        return fail(findings.front().detail, findings.front().line);
     if (!canBeParsed(text_.text()))
         return failAtRefusedLine();
     for (Line line; text_.next(&line);) {
@@ -138,25 +103,31 @@ bool CredentialLines::take(FileText text) {
     return true;
 }
 
+// What a line was meant to be, where that can be told, says more than why it is refused.
 bool CredentialLines::failAtRefusedLine() {
-    for (Line line; text_.next(&line);)
-        if (const Reading reading = readLine(line); reading.kind == LineKind::refused)
-            return fail(textOf(reading.refusal), line.number);
+    for (Line line; text_.next(&line);) {
+        const Reading reading = readLine(line);
+        if (reading.kind != LineKind::refused)
+            continue;
+        std::vector<Finding> meant;
+        findInLine(line, reading, &meant);
+        return fail(meant.empty() ? refusalText(reading.refusal) : meant.front().detail,
+                    line.number);
+    }
     return fail("holds no setting at all, so that no reader can use it");
 }
 
 void CredentialLines::sortIn(const Line &line) {
     const std::string_view start = withoutBlanksInFront(line.text);
-    for (const std::string_view key : KEYS_OF_CHANNEL_ENCRYPTED)
-        hasChannelCalledEncrypted_ = hasChannelCalledEncrypted_ || start.starts_with(key);
-    const bool isOurs = std::any_of(
-        std::begin(vek::CREDENTIALS), std::end(vek::CREDENTIALS), [=](const vek::Credential &row) {
-            return start.starts_with(row.key) || start.starts_with(row.marker);
-        });
-    if (!isOurs)
+    const bool mayBeOfChannel = start.find(vek::CHANNEL_PART) != std::string_view::npos;
+    const bool isOurs = takenByWriter(start) != nullptr;
+    if (!isOurs && !mayBeOfChannel)
         return;
     const Reading reading = readLine(line);
     const std::string_view key = withoutBlanksBehind(reading.key);
+    hasChannelCalledAsMarker_ = hasChannelCalledAsMarker_ || isOfChannelCalledAsMarker(key);
+    if (!isOurs)
+        return;
     NamedKey named = roleOfKey(key);
     // runvekcred ends a key at its first blank.
     if (key != reading.writerKey)
@@ -182,10 +153,9 @@ bool CredentialLines::takeKeyFile(const Line &line) {
 }
 
 bool CredentialLines::mayBeWrittenMarker(const KeyLine &line) const {
-    return !hasChannelCalledEncrypted_ && line.name.row->writtenChannelMarker != nullptr &&
+    return !hasChannelCalledAsMarker_ && line.name.row->writtenChannelMarker != nullptr &&
            line.name.key() == line.name.row->writtenChannelMarker &&
-           (line.isStored() || isWord(line.reading.value, vek::MARKER_YES) ||
-            isWord(line.reading.value, vek::MARKER_NO));
+           (line.isStored() || saysYes(line.reading.value) || saysNo(line.reading.value));
 }
 
 Line CredentialLines::lastLineOf(std::string_view section) const {

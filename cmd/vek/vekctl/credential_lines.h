@@ -111,7 +111,7 @@ private:
     std::vector<KeyLine> credentials_;
     std::vector<KeyLine> markers_;
     std::vector<KeyLine> lookAlikes_;
-    bool hasChannelCalledEncrypted_ = false;
+    bool hasChannelCalledAsMarker_ = false;
     Line keyFileLine_;
     std::string_view keyFile_;
     Problem problem_;

@@ -23,9 +23,11 @@ constexpr FindingKind KINDS[] = {
      "the readers take this otherwise than its author meant it"},
     {Code::clear, "clear", ERROR, SAFETY, "stands in clear; vekctl protect encrypts it"},
     {Code::keptClear, "kept-clear", ERROR, READING,
-     "stands in clear behind a marker that says YES; vekctl set stores it encrypted"},
+     "stands in clear behind a marker that says YES; vekctl protect encrypts it"},
     {Code::ambiguous, "ambiguous", ERROR, SAFETY,
-     "stands in clear, and runvekcred takes another value than the readers; vekctl set stores it"},
+     "stands in clear, and runvekcred takes another value than the readers; vekctl protect "
+     "encrypts "
+     "theirs, vekctl set another one"},
     {Code::unmarked, "unmarked", ERROR, READING,
      "is encrypted, but no marker that its reader looks at says YES: the program is given the "
      "encrypted text; vekctl protect sets the marker"},
@@ -33,7 +35,8 @@ constexpr FindingKind KINDS[] = {
      "is not found by its reader: the blank in front of \"=\" belongs to the key; remove it"},
     {Code::duplicate, "duplicate", ERROR, READING,
      "stands more than once, so its reader fails; keep one of the lines"},
-    {Code::badMarker, "bad-marker", ERROR, READING, "is a marker that says neither YES nor NO"},
+    {Code::badMarker, "bad-marker", ERROR, READING,
+     "is a marker that says neither YES nor NO; vekctl protect sets it"},
     {Code::otherKey, "other-key", ERROR, READING,
      "does not open: it was encrypted with another key, or changed"},
     {Code::damaged, "damaged", ERROR, READING,

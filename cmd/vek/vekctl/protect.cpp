@@ -5,29 +5,13 @@
 #include "vekctl/protect.h"
 
 #include "vekctl/change.h"
+#include "vekctl/known_keys.h"
+#include "vekctl/line_findings.h"
 
 #include <algorithm>
-#include <strings.h>
 
 namespace vekctl {
 namespace {
-
-bool isMarkerWord(std::string_view value) {
-    for (const std::string_view word :
-         {std::string_view(vek::MARKER_YES), std::string_view(vek::MARKER_NO)})
-        if (value.size() == word.size() && strncasecmp(value.data(), word.data(), word.size()) == 0)
-            return true;
-    return false;
-}
-
-// A marker of runvekcred that no reader looks at; its second run encrypts the YES of the first.
-bool isWrittenMarker(const CredentialLines &lines, const KeyLine &line, CipherSession *session) {
-    if (!lines.mayBeWrittenMarker(line))
-        return false;
-    Secret opened;
-    return !line.isStored() || (session->restore(line.reading.value, &opened) == SVC_PBE_OK &&
-                                isMarkerWord(opened.view()));
-}
 
 bool planCredential(ChangePlan *plan, const KeyLine &line, CipherSession *session) {
     Secret clearText;
@@ -49,7 +33,7 @@ bool planProtection(const CredentialLines &lines, ChangePlan *plan, CipherSessio
         return false;
     std::vector<const KeyLine *> credentials;
     for (const KeyLine &line : lines.credentials()) {
-        if (isWrittenMarker(lines, line, session)) {
+        if (plan->isWrittenMarker(line, *session)) {
             plan->remove(line, "stray marker removed");
             continue;
         }
@@ -91,9 +75,31 @@ private:
         if (!planProtection(file.lines, &plan, session) || !nameKey(&plan))
             return change_.refuse(plan);
         const Outcome outcome = change_.carryOut(&file, &plan);
-        if (outcome != Outcome::failed)
-            tellOfKey(file.lines);
-        return outcome;
+        if (outcome == Outcome::failed)
+            return outcome;
+        if (!file.lines.credentials().empty() && !options_.nameKey)
+            change_.tellOfKey(file.lines.keyFile(), session, "--name-key");
+        return tellOfTheRest(file.lines) ? Outcome::findings : outcome;
+    }
+
+    // What was not encrypted and may be meant as a credential, and what is encrypted now with
+    // quotes. True: there is an error.
+    bool tellOfTheRest(const CredentialLines &lines) {
+        bool isError = false;
+        std::vector<Finding> findings;
+        for (Line line; lines.next(&line);)
+            findInLine(line, readLine(line), &findings);
+        for (const Finding &finding : findings) {
+            const bool isMeant =
+                finding.level == Level::error &&
+                (finding.code == Code::unknownKey || finding.code == Code::notText);
+            const bool isQuoted =
+                finding.code == Code::notText && findKey(finding.key).isCredential();
+            if (isMeant || isQuoted || finding.code == Code::comment)
+                change_.report().finding(finding);
+            isError = isError || isMeant;
+        }
+        return isError;
     }
 
     // Where there is nothing to encrypt, no key is needed; any session does.
@@ -103,15 +109,6 @@ private:
 
     bool nameKey(ChangePlan *plan) const {
         return !options_.nameKey || plan->nameKeyFile(absolutePath(*options_.common.key));
-    }
-
-    // The readers know nothing of --key.
-    void tellOfKey(const CredentialLines &lines) {
-        if (options_.common.key && !options_.nameKey && lines.keyFile().empty() &&
-            svcIsEnvironment(vek::KEY_FILE_VARIABLE) == 0 && *options_.common.key != "built-in")
-            change_.report().note(
-                "the readers need " + std::string(vek::KEY_FILE_VARIABLE) +
-                " or vekcred.keyfile to find the key; --name-key writes the latter");
     }
 
     const ChangeOptions &options_;

@@ -22,6 +22,10 @@ public:
         to_ = change_.session(chooseKeySource(&options_.to, ""));
         if (from_ == nullptr || to_ == nullptr)
             return STATUS_USAGE;
+        if (isSameKey(from_, to_)) {
+            change_.report().problem("--from and --to are the same key; nothing was changed");
+            return STATUS_USAGE;
+        }
         return change_.report().overFiles(options_.files,
                                           [this](const std::string &path) { return rekey(path); });
     }
@@ -36,16 +40,19 @@ private:
             (!options_.keyFile.empty() && !plan.nameKeyFile(absolutePath(options_.keyFile))))
             return change_.refuse(plan);
         const Outcome outcome = change_.carryOut(&file, &plan);
-        if (outcome != Outcome::failed && options_.keyFile.empty())
-            tellOfNamedKey(file.lines);
+        if (outcome != Outcome::failed && !file.lines.credentials().empty())
+            tellOfTheRest(file.lines);
         return outcome;
     }
 
-    // The key file at that path may be about to be replaced, so this is no reason to refuse.
-    void tellOfNamedKey(const CredentialLines &lines) {
-        if (!lines.credentials().empty() && change_.namesAnotherKey(lines, to_))
-            change_.report().note("vekcred.keyfile does not name the new key, and the readers go "
-                                  "by it; --set-keyfile changes it");
+    void tellOfTheRest(const CredentialLines &lines) {
+        for (const KeyLine &line : lines.credentials())
+            if (!line.isStored() && !lines.mayBeWrittenMarker(line))
+                change_.report().note("stands in clear as before; vekctl protect encrypts it",
+                                      line.line.number, line.name.key());
+        const bool isNamed = !options_.keyFile.empty();
+        change_.tellOfKey(isNamed ? absolutePath(options_.keyFile) : lines.keyFile(), to_,
+                          "--set-keyfile");
     }
 
     bool planValues(const CredentialLines &lines, ChangePlan *plan) {
@@ -60,12 +67,12 @@ private:
     // A value in clear stays: this command changes keys, protect encrypts.
     bool planValue(ChangePlan *plan, const KeyLine &line) {
         Secret clearText;
-        if (!line.isStored()) {
+        if (!line.isStored() || to_->restore(line.reading.value, &clearText) == SVC_PBE_OK) {
             plan->leave(line);
             return true;
         }
-        if (to_->restore(line.reading.value, &clearText) == SVC_PBE_OK) {
-            plan->leave(line);
+        if (plan->isWrittenMarker(line, *from_)) {
+            plan->remove(line, "stray marker removed");
             return true;
         }
         return plan->open(line, *from_, &clearText) &&

@@ -151,12 +151,13 @@ void Report::problem(const std::string &text, size_t line, const std::string &ke
               << (key.empty() ? "" : key + ": ") << text << "\n";
 }
 
-void Report::note(const std::string &text) {
+void Report::note(const std::string &text, size_t line, const std::string &key) {
+    const std::string whole = key.empty() ? text : key + ": " + text;
     if (asJson) {
-        fileDocument["notes"].push_back(text);
+        fileDocument["notes"].push_back(whole);
     } else if (!quiet) {
         clearProgress();
-        std::cout << place(file, /* line= */ 0) << ": " << text << "\n";
+        std::cout << place(file, line) << ": " << whole << "\n";
     }
 }
 

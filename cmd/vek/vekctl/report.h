@@ -44,7 +44,7 @@ public:
     // left out. Before the first file it is said of the run, on standard error in any case.
     void problem(const std::string &text, size_t line = 0, const std::string &key = {});
     // Something that was done, for a person who waits; not with --quiet.
-    void note(const std::string &text);
+    void note(const std::string &text, size_t line = 0, const std::string &key = {});
     // A line of the answer itself, also with --quiet; the document has it from json().
     void answer(const std::string &line);
     // The file's object in the document, for members of a command's own.

@@ -2,6 +2,7 @@
  * unprotect.cpp - the command that writes a file with its credentials in clear, and without
  * markers.
  */
+#include "shared/held_back_signals.h"
 #include "vekctl/change.h"
 
 #include <cerrno>
@@ -32,12 +33,13 @@ bool writeAll(int file, std::string_view text) {
 // A new file, of nobody else and for nobody else. Result: 0 or an error number.
 int writeNewFile(const std::string &path, std::string_view text) {
     constexpr int FLAGS = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC;
+    const replacement::HeldBackSignals signals;
     const ztm::Descriptor file(open(path.c_str(), FLAGS, PRIVATE_MODE));
     if (!file)
         return errno;
-    if (writeAll(file.get(), text) && fsync(file.get()) == 0)
+    if (writeAll(file.get(), text) && fsync(file.get()) == 0 && !signals.isPending())
         return 0;
-    const int error = errno;
+    const int error = signals.isPending() ? EINTR : errno;
     (void)unlink(path.c_str());
     return error;
 }
@@ -47,7 +49,7 @@ bool planClearText(const CredentialLines &lines, ChangePlan *plan, CipherSession
         return false;
     for (const KeyLine &line : lines.credentials()) {
         Secret clearText;
-        if (lines.mayBeWrittenMarker(line)) {
+        if (plan->isWrittenMarker(line, *session)) {
             plan->remove(line, "marker removed");
             continue;
         }
@@ -149,6 +151,7 @@ void addUnprotect(CLI::App &program, Run &run) {
     command->add_flag("--in-place", options->inPlace, "change the file itself; needs --yes");
     command->add_flag("--yes", options->yes, "yes, leave the credentials in clear in the file");
     addChangeOptions(command, options.get());
+    options->builtIn = true; // opening with it tells nobody anything
     command->callback([&run, options] {
         checkOptions(*options);
         run.action = [options] { return Unprotect(*options).run(); };
