@@ -31,7 +31,8 @@ told 'option without its value' 2 'lacks its value' "$vekctl" check --key
 told 'key' 2 "did you mean 'pem.password'?" "$vekctl" get "$sample" pem.pasword
 told 'section' 2 "did you mean 'pkcs11'?" "$vekctl" show pkcs1 "$sample"
 told 'no command' 2 'a command is missing' "$vekctl"
-told 'no key of a run' 2 "vekctl: the key file 'absent'" "$vekctl" rekey --json --from absent --to key
+told 'no key of a run' 2 "vekctl: the key file 'absent'" \
+    "$vekctl" rekey --json --from absent --to key
 told 'help' 0 'Keeps the credentials' "$vekctl" help
 is 'help of a command' 'Usage: vekctl set [OPTIONS] FILE KEY' "$("$vekctl" help set | sed -n 2p)"
 is 'a value is not repeated' '' "$("$vekctl" get a b Hunter-2 2>&1 | grep Hunter)"

@@ -10,7 +10,7 @@ namespace {
 
 constexpr char NO_KEY[] =
     "there is no key; name its file with --key, or make one with 'vekctl keygen "
-    "FILE' (--built-in uses the one that everybody has who has this program)";
+    "FILE' (--key built-in uses the one that everybody has who has this program)";
 
 Secret keyOf(CipherSession *session) {
     const SvcPBESession *const record = session->record();
