@@ -114,7 +114,7 @@ void dropLibcrypto() {
     const Lock lock(keptMutex);
     for (Libcrypto *const kept : {&keptPlain.libcrypto, &keptFips.libcrypto}) {
         if (kept->users == 0)
-            const Libcrypto dropped = std::move(*kept);
+            (void)Libcrypto(std::move(*kept)); // releases what it has taken over
     }
 }
 

@@ -71,9 +71,10 @@ private:
     // A comment is everything behind the first "#" of a value, or a line that begins with one.
     void findComment() {
         const std::string_view text = line.text;
-        const size_t from = reading.kind == LineKind::setting
-                                ? static_cast<size_t>(reading.value.end() - text.begin())
-                                : 0;
+        const size_t from =
+            reading.kind == LineKind::setting
+                ? static_cast<size_t>(reading.value.data() + reading.value.size() - text.data())
+                : 0;
         const size_t start =
             reading.kind == LineKind::refused ? std::string_view::npos : text.find('#', from);
         if (start == std::string_view::npos)

@@ -69,8 +69,8 @@ void TextChange::insertBehind(const Line &line, const std::string &key, std::str
 
 Line TextChange::lastLine() const {
     Line last;
-    while (lines_.next(&last))
-        continue;
+    while (lines_.next(&last)) {
+    }
     return last;
 }
 
