@@ -17,7 +17,9 @@ from cryptography.hazmat.primitives.kdf.hkdf import HKDF
 os.environ["ZTS_TRACE"] = ""
 BUILD = os.environ["VEK_BUILD"]
 COMMAND = os.path.join(BUILD, "bin/runvekcred")
+VEKCTL = os.path.join(BUILD, "bin/vekctl")
 PIECE, STEP = 8, 4  # any 11 bytes of a secret in a row are found
+EACH_PIECE = 6, 1  # of what vekctl has to do with
 SKIPPED = 77
 # A process that has switched its dumps off shows its memory to root alone, so that call is left
 # out.
@@ -45,7 +47,7 @@ def token(length):
 CREDENTIALS = {b"pem.password": token(24), b"pkcs11.token_pin": token(24),
                b"crl.ldap.pass": token(24)}
 TOO_LONG = token(900)
-RAW = secrets.token_bytes(32)
+RAW, OTHER = secrets.token_bytes(32), secrets.token_bytes(32)
 KEY_FILES = {"raw": RAW, "hexadecimal": RAW.hex().encode() + b"\n", "long": token(4097),
              "base64": decrypt_value.base64.b64encode(RAW), "passphrase": token(40) + b"\n"}
 failures = []
@@ -73,9 +75,9 @@ def memory_of(core):
                     if kind == 1)
 
 
-def search(name, place, data, wanted):
+def search(name, place, data, wanted, piece=PIECE, step=STEP):
     for secret_name, secret in wanted.items():
-        found = [i for i in range(0, len(secret) - PIECE + 1, STEP) if secret[i:i + PIECE] in data]
+        found = [i for i in range(0, len(secret) - piece + 1, step) if secret[i:i + piece] in data]
         if found:
             pieces = f"pieces at bytes {found} of {len(secret)}"
             failures.append(f"{name}: {place}: {secret_name}, {pieces}")
@@ -86,11 +88,14 @@ def write(folder, name, content):
         file.write(content)
 
 
-def run(name, folder, command, status, wanted, environment):
-    """Stops the program at its last system call and searches its memory and what it has written."""
+def run(name, folder, command, status, wanted, environment, shown=(), value=b"", pieces=()):
+    """Stops the program at its last system call and searches its memory and what it has written.
+    What is shown stands in the messages, by design."""
+    write(folder, "value", value)
     debugger = subprocess.run(["gdb", "-nx", "-q", "-batch", "-x", "script", "--args", *command],
-                              cwd=folder,
+                              cwd=folder, stdin=open(folder + "/value", "rb"),
                               env={**os.environ, **environment}, capture_output=True)
+    os.unlink(folder + "/value")
     if not os.path.exists(folder + "/core"):
         print("skipped: tracing a process is not permitted here\n", debugger.stderr.decode())
         sys.exit(SKIPPED)
@@ -99,13 +104,18 @@ def run(name, folder, command, status, wanted, environment):
     if not debugger.stdout.endswith(b"$1 = %d\n" % status) or b"keystore.conf\0" not in memory:
         failures.append(f"{name}: {debugger.stdout[-200:]!r} instead of exit status {status}, "
                         "or no memory seen")
-    search(name, "messages", debugger.stdout + debugger.stderr, wanted)
-    search(name, "memory", memory, wanted)
+    messages = debugger.stdout + debugger.stderr
+    if any(wanted[shown_name] not in messages for shown_name in shown):
+        failures.append(f"{name}: does not show what it is for")
+    search(name, "messages", messages, {key: secret for key, secret in wanted.items()
+                                        if key not in shown}, *pieces)
+    search(name, "memory", memory, wanted, *pieces)
     if "ZTS_TRACE" in environment:
         lines = open(folder + "/trace", "rb").readlines()
         parsed = [line for line in lines if b"Read config line" in line]
         assert 0 < len(parsed) < len(lines)
-        search(name, "trace", b"".join(line for line in lines if line not in parsed), wanted)
+        search(name, "trace", b"".join(line for line in lines if line not in parsed), wanted,
+               *pieces)
 
 
 def run_command(folder, name, key_file, arguments, status=0, more=b"", environment=None):
@@ -140,6 +150,68 @@ def search_writes(folder):
            {"too long": TOO_LONG})
 
 
+SECTIONS = (b"pem.private = k\npem.public = c\ncrl.ldap.host = h\n"
+            b"pkcs11.library = l\npkcs11.certificate = c\npkcs11.token = t\n")
+NEW_VALUE = token(24)
+# What is run, the state of the file before, the status, and what it shows or leaves by design.
+VEKCTL_ROWS = [
+    ("check --key key keystore.conf", "clear", 1),
+    ("check --json --key key keystore.conf", "clear", 1),
+    ("check --key key keystore.conf", "protected", 0),
+    ("check --key other keystore.conf", "protected", 1),
+    ("protect --key key keystore.conf", "clear", 0),
+    ("protect --json --key key keystore.conf", "clear", 0),
+    ("protect --dry-run --key passphrase keystore.conf", "clear", 0),
+    ("protect --key key keystore.conf", "cut", 1),
+    ("protect --key other keystore.conf", "protected", 1),
+    ("rekey --from key --to other keystore.conf", "protected", 0),
+    ("rekey --from other --to passphrase keystore.conf", "protected", 1),
+    ("set --key key keystore.conf pem.password", "protected", 0),
+    ("set --key key keystore.conf pem.private", "protected", 2),
+    ("get --key key keystore.conf pem.password", "protected", 0, b"pem.password"),
+    ("get --key other keystore.conf pem.password", "protected", 1),
+    ("unprotect --key key keystore.conf", "protected", 0, *CREDENTIALS),
+    ("unprotect --key key --output out keystore.conf", "protected", 0),
+    ("show --key key pem keystore.conf", "protected", 0),
+    ("keyinfo --key key keystore.conf", "protected", 1),  # others may read this key file
+]
+
+
+def files_left(folder, command):
+    """All that lies there, but keys and what is in clear by design."""
+    kept = {"script", "key", "other", "passphrase", "trace"}
+    if "--output" in command:
+        kept.add("out")
+    if command[0] == "check" or "--dry-run" in command:
+        kept.add("keystore.conf")
+    return b"".join(open(f"{folder}/{name}", "rb").read()
+                    for name in sorted(set(os.listdir(folder)) - kept))
+
+
+def run_vekctl(folder, row, environment):
+    line, state, status, *shown = row
+    command = line.split()
+    clear = b"".join(b"%b = %b\n" % item for item in CREDENTIALS.items()) + SECTIONS
+    write(folder, "keystore.conf", clear)
+    keys = {"key": RAW, "other": OTHER, "passphrase": KEY_FILES["passphrase"]}
+    for name, content in keys.items():
+        write(folder, name, content)
+    if state == "protected":
+        subprocess.run([VEKCTL, "protect", "--quiet", "--key", "key", "keystore.conf"], cwd=folder,
+                       check=True)
+    elif state == "cut":
+        write(folder, "keystore.conf", clear.replace(b"\n", b"#more\n", 1))
+    name = f"vekctl {line}, {state}"
+    wanted = {**wanted_of("raw"), **keys, "new value": NEW_VALUE}
+    del wanted["too long"]
+    run(name, folder, [VEKCTL, *command], status, wanted, environment, shown, NEW_VALUE + b"\n",
+        EACH_PIECE)
+    if state != "cut":
+        search(name, "files", files_left(folder, command), wanted, *EACH_PIECE)
+    for left in {"out", "trace"} & set(os.listdir(folder)):
+        os.unlink(f"{folder}/{left}")
+
+
 def main():
     too_long = b"pem.password2 = " + TOO_LONG + b"\n"
     keyfile = b"vekcred.keyfile = key\n"
@@ -163,7 +235,10 @@ def main():
             run_command(folder, *row)
         run_readers(folder)
         search_writes(folder)
-    print(f"{len(rows) + 6} runs searched", *failures, sep="\n")
+        for row in VEKCTL_ROWS:
+            run_vekctl(folder, row, {})
+        run_vekctl(folder, VEKCTL_ROWS[4], {"ZTS_TRACE": "trace"})
+    print(f"{len(rows) + 6 + len(VEKCTL_ROWS) + 1} runs searched", *failures, sep="\n")
     return 1 if failures else 0
 
 

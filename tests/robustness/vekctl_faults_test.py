@@ -1,8 +1,8 @@
 #!/usr/bin/python3
-"""vekctl protect with one fault in each run: every system call failed or interrupted by a kill or a signal, and
-every request for memory refused. Afterwards the old file or the new one is there, whole, and what a kill leaves
-beside it holds no credential and goes with the next run. Then runs at once with others, and a change of key that
-is killed at random until it is done."""
+"""vekctl protect with one fault in each run: every system call failed or interrupted by a kill or a
+signal, and every request for memory refused. Afterwards the old file or the new one is there,
+whole, and what a kill leaves beside it holds no credential and goes with the next run. Then runs at
+once with others, and a change of key that is killed at random until it is done."""
 import collections
 import concurrent.futures
 import itertools
@@ -24,7 +24,8 @@ BUILD = os.environ["VEK_BUILD"]
 VEKCTL, RUNVEKCRED = BUILD + "/bin/vekctl", BUILD + "/bin/runvekcred"
 MEMORY = BUILD + "/tests/librefused_memory.so"
 KEY, NEXT = bytes(range(7, 39)), bytes(range(50, 82))
-OLD = b"x.y = 1\npem.password = secret-of-pem\npkcs11.token_pin = secret-of-token\ncrl.ldap.pass = secret-of-server\n"
+OLD = (b"x.y = 1\npem.password = secret-of-pem\npkcs11.token_pin = secret-of-token\n"
+       b"crl.ldap.pass = secret-of-server\n")
 LEFTOVER = ".keystore.conf.vekctl"
 MEMORY_STEP = 40
 SKIPPED = 77
@@ -47,22 +48,26 @@ def run(what, prefix, environment, fired):
             write(f"{folder}/{name}", content)
         os.chmod(folder + "/keystore.conf", 0o640)
         command = [*prefix, VEKCTL, "protect", "--quiet", "--key", "key", "keystore.conf"]
-        result = subprocess.run(command, cwd=folder, env={**os.environ, **environment}, capture_output=True,
-                                timeout=100)
+        result = subprocess.run(command, cwd=folder, env={**os.environ, **environment},
+                                capture_output=True, timeout=100)
         fault = fired(open(folder + "/trace", errors="replace").read(), result)
         state = new_content.state(folder + "/keystore.conf", OLD, KEY)
         mode = os.stat(folder + "/keystore.conf").st_mode & 0o7777
-        left = open(f"{folder}/{LEFTOVER}", "rb").read() if os.path.exists(f"{folder}/{LEFTOVER}") else None
-        is_killed = result.returncode == -signal.SIGKILL
+        left = None
+        if os.path.exists(f"{folder}/{LEFTOVER}"):
+            left = open(f"{folder}/{LEFTOVER}", "rb").read()
+        is_killed = result.returncode in (-signal.SIGKILL, -signal.SIGABRT)
         is_whole = state == "new" or (state == "old" and result.returncode != 0)
-        if not is_whole or mode != 0o640 or b"secret" in result.stderr or b"secret" in (left or b""):
+        is_shown = b"secret" in result.stderr + (left or b"")
+        if not is_whole or mode != 0o640 or is_shown:
             failures.append(f"{what}: {fault}: {state} {mode:o} status {result.returncode} {left}")
         # Taking the temporary file away can fail itself.
-        elif left is not None and not is_killed and "unlinkat" not in fault and result.returncode != -signal.SIGABRT:
+        elif left is not None and not is_killed and "unlinkat" not in fault:
             failures.append(f"{what}: {fault}: leaves {left}")
         elif left is not None:
             subprocess.run(command[len(prefix):], cwd=folder, capture_output=True)
-            if new_content.state(folder + "/keystore.conf", OLD, KEY) != "new" or LEFTOVER in os.listdir(folder):
+            state = new_content.state(folder + "/keystore.conf", OLD, KEY)
+            if state != "new" or LEFTOVER in os.listdir(folder):
                 failures.append(f"{what}: the next run does not put it right")
         return fault
 
@@ -77,12 +82,14 @@ def inject(call, fault, number):
 
     prefix = ["strace", "-f", "-qq", "-s1", "-o", "trace", "-e", f"trace={call}", "-e",
               f"inject={call}:{fault}:when={number}"]
-    return run((call, fault, number), prefix, {}, killed if fault.startswith("signal") else call_failed)
+    return run((call, fault, number), prefix, {},
+               killed if fault.startswith("signal") else call_failed)
 
 
 def refuse(_, __, number):
     environment = {"LD_PRELOAD": MEMORY, "VEK_REFUSED_REQUEST": str(number)}
-    return run(("memory", number), [], environment, lambda _, result: "refused" if b"refused\n" in result.stderr else "")
+    return run(("memory", number), [], environment,
+               lambda _, result: "refused" if b"refused\n" in result.stderr else "")
 
 
 def walk(task):
@@ -96,7 +103,8 @@ def walk(task):
 
 def calls_of_a_run():
     traces = []
-    run("plain", ["strace", "-f", "-o", "trace"], {}, lambda trace, _: traces.append(trace) or "x")
+    run("plain", ["strace", "-f", "-o", "trace"], {},
+        lambda trace, _: traces.append(trace) or "x")
     if "exit_group" not in traces[0]:
         print("skipped: tracing a process is not permitted here")
         sys.exit(SKIPPED)
@@ -109,8 +117,11 @@ def calls_of_a_run():
 def single_faults():
     tasks = [(refuse, "", "memory", first, MEMORY_STEP) for first in range(1, MEMORY_STEP + 1)]
     for call in sorted(calls_of_a_run()):
-        faults = ["signal=KILL", *(["signal=TERM"] if call in ("write", "fsync", "renameat", "unlinkat") else []),
-                  *(f"error={name}" for name in ("EIO", "ENOSPC", "EINTR") if call != "exit_group")]
+        faults = ["signal=KILL"]
+        if call in ("write", "fsync", "renameat", "unlinkat"):
+            faults.append("signal=TERM")
+        if call != "exit_group":
+            faults += ["error=EIO", "error=ENOSPC", "error=EINTR"]
         tasks += [(inject, call, fault, 1, 1) for fault in faults]
     counts = collections.Counter()
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
@@ -122,40 +133,74 @@ def single_faults():
             failures.append(f"never met: {fault}")
 
 
+class Poll(threading.Thread):
+    """A reader that asks for the file over and over."""
+
+    def __init__(self, path):
+        super().__init__()
+        self.path, self.polls, self.away, self.parts = path, 0, 0, []
+        self.stopped = threading.Event()
+
+    def run(self):
+        while not self.stopped.is_set():
+            self.polls += 1
+            try:
+                text = open(self.path, "rb").read()
+            except FileNotFoundError:
+                self.away += 1
+                continue
+            stored = re.findall(rb"^\w+\.encrypted = YES\n\S+ = <VEK>2!\S+$", text, re.MULTILINE)
+            if text != OLD and (len(stored) != 3 or b"secret" in text):
+                self.parts.append(text)
+
+    def __enter__(self):
+        self.start()
+        return self
+
+    def __exit__(self, *_):
+        self.stopped.set()
+        self.join()
+
+
+def run_both(folder, commands):
+    both = [subprocess.Popen(command, cwd=folder, stderr=subprocess.DEVNULL)
+            for command in commands]
+    return [process.wait() for process in both]
+
+
 def at_once():
-    """Two vekctl, and runvekcred, change a file over and over; a reader never misses it or sees a part of it. What
-    runvekcred does is away for a moment, so it only finds nothing to do here: the lock is what is tried."""
+    """Two vekctl over one file: a reader never misses it or sees a part of it. Then vekctl and
+    runvekcred, each with something to encrypt: the reader never sees a part. What runvekcred does
+    is away for a moment, which is counted apart and is over when both have ended."""
     with folder_for_tests() as folder:
         path = folder + "/keystore.conf"
         for name, content in (("keystore.conf", OLD), ("key", KEY), ("next", NEXT)):
             write(f"{folder}/{name}", content)
-        subprocess.run([VEKCTL, "protect", "--quiet", "--key", "key", path], cwd=folder, check=True)
-        stop, polls, missed = threading.Event(), [0], []
-
-        def poll():
-            while not stop.is_set():
-                polls[0] += 1
-                try:
-                    if len(re.findall(rb"^\S+ = <VEK>2!\S+$", open(path, "rb").read(), re.MULTILINE)) != 3:
-                        missed.append("a part")
-                except OSError as error:
-                    missed.append(str(error))
-
-        reader = threading.Thread(target=poll)
-        reader.start()
-        for _ in range(20):
-            both = [subprocess.Popen([VEKCTL, "rekey", "--quiet", "--from", a, "--to", b, path], cwd=folder,
-                                     stderr=subprocess.DEVNULL) for a, b in (("key", "next"), ("next", "key"))]
-            if any(process.wait() != 0 for process in both):
-                failures.append("two vekctl at once: one failed")
-        stop.set()
-        reader.join()
-        runs = [subprocess.Popen([*command, path, *key], cwd=folder, stderr=subprocess.DEVNULL)
-                for command, key in (([RUNVEKCRED, "-f"], ("-sf", "key")), ([VEKCTL, "protect", "--quiet"], ("--key", "key"))) * 8]
-        states = {process.wait() for process in runs}
-        print(f"{polls[0]:5} polls, {len(missed)} without a whole file")
-        if missed or polls[0] < 1000 or states - {0, 1} or len(os.listdir(folder)) != 3:
-            failures.append(f"at once: {polls[0]} polls, {missed[:3]}, {states}, {os.listdir(folder)}")
+        protect = [VEKCTL, "protect", "--quiet", "--key", "key", path]
+        subprocess.run(protect, cwd=folder, check=True)
+        with Poll(path) as reader:
+            for _ in range(20):
+                states = run_both(folder, ([VEKCTL, "rekey", "--quiet", "--from", old, "--to", new,
+                                            path] for old, new in (("key", "next"),
+                                                                   ("next", "key"))))
+                if states != [0, 0]:
+                    failures.append(f"two vekctl at once: {states}")
+        print(f"{reader.polls:5} polls, {reader.away} without a file, {len(reader.parts)} parts")
+        if reader.away or reader.parts or reader.polls < 1000:
+            failures.append(f"two vekctl at once: {reader.polls} {reader.away} {reader.parts[:3]}")
+        with Poll(path) as reader:
+            for turn in range(40):
+                write(folder + "/clear", OLD)
+                os.rename(folder + "/clear", path)
+                commands = [protect, [RUNVEKCRED, "-f", path, "-sf", "key"]]
+                states = run_both(folder, reversed(commands) if turn % 2 else commands)
+                if not set(states) <= {0, 1} or 0 not in states or \
+                        new_content.state(path, OLD, KEY) != "new":
+                    failures.append(f"vekctl and runvekcred at once: {states}")
+        print(f"{reader.polls:5} polls beside runvekcred, {reader.away} in its moment without a "
+              f"file, {len(reader.parts)} parts")
+        if reader.parts or reader.polls < 1000 or len(os.listdir(folder)) != 3:
+            failures.append(f"with runvekcred: {reader.parts[:3]}, {os.listdir(folder)}")
 
 
 def rekey_killed(count):
@@ -164,11 +209,12 @@ def rekey_killed(count):
         names = [f"{number}.conf" for number in range(count)]
         for name, content in (("key", KEY), ("next", NEXT), *((name, OLD) for name in names)):
             write(f"{folder}/{name}", content)
-        subprocess.run([VEKCTL, "protect", "--quiet", "--key", "key", *names], cwd=folder, check=True)
+        subprocess.run([VEKCTL, "protect", "--quiet", "--key", "key", *names], cwd=folder,
+                       check=True)
         kills, status = 0, None
         while status != 0:
-            process = subprocess.Popen([VEKCTL, "rekey", "--quiet", "--from", "key", "--to", "next", *names],
-                                       cwd=folder)
+            process = subprocess.Popen([VEKCTL, "rekey", "--quiet", "--from", "key", "--to", "next",
+                                        *names], cwd=folder)
             try:
                 status = process.wait(timeout=random.uniform(0.005, 0.03 + kills / 200))
             except subprocess.TimeoutExpired:

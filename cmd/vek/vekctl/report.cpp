@@ -8,6 +8,7 @@
 #include <array>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <iostream>
 #include <unistd.h>
 
@@ -43,6 +44,21 @@ size_t characterLength(std::string_view text) {
     const bool turns = (character >= "\u202a" && character <= "\u202e") ||
                        (character >= "\u2066" && character <= "\u2069");
     return turns ? 0 : length;
+}
+
+// The text that was copied or searched last is still in vector registers, and the dynamic linker
+// puts those on the stack when an output or the end of the program calls a function for the first
+// time. As many zeros take the same ways. Through the pointers it is the library's functions that
+// are called, and they are not left out.
+__attribute__((noinline)) void overwriteRegisters() {
+    static constexpr char ZEROS[512] = {};
+    char copy[sizeof ZEROS];
+    void *(*const volatile libraryCopy)(void *, const void *, size_t) = memcpy;
+    const void *(*const volatile librarySearch)(const void *, int, size_t) = memchr;
+    for (size_t length = 1; length <= sizeof ZEROS; length += length / 4 + 1) {
+        (void)libraryCopy(copy, ZEROS, length);
+        (void)librarySearch(ZEROS, '\n', length);
+    }
 }
 
 std::string place(const std::string &file, size_t line) {
@@ -98,6 +114,7 @@ int Report::overFiles(std::vector<std::string> files,
         file = files[i];
         fileDocument = {{"file", shown(file)}};
         const size_t outcome = static_cast<size_t>(treat(file));
+        overwriteRegisters();
         ++counts[outcome];
         fileDocument["outcome"] = OUTCOME_NAMES[outcome];
         if (asJson)
@@ -114,6 +131,7 @@ int Report::overFiles(std::vector<std::string> files,
 }
 
 void Report::finding(const Finding &finding) {
+    overwriteRegisters();
     const FindingKind &kind = kindOf(finding.code);
     std::string text = sentence(finding.key, kind.text);
     if (!finding.detail.empty())
@@ -138,6 +156,7 @@ void Report::finding(const Finding &finding) {
 }
 
 void Report::problem(const std::string &text, size_t line, const std::string &key) {
+    overwriteRegisters();
     if (asJson && !fileDocument.is_null()) {
         fileDocument["problem"] = text;
         if (line != 0)
@@ -152,6 +171,7 @@ void Report::problem(const std::string &text, size_t line, const std::string &ke
 }
 
 void Report::note(const std::string &text, size_t line, const std::string &key) {
+    overwriteRegisters();
     const std::string whole = key.empty() ? text : key + ": " + text;
     if (asJson) {
         fileDocument["notes"].push_back(whole);
