@@ -211,7 +211,7 @@ def rekey_killed(count):
             write(f"{folder}/{name}", content)
         subprocess.run([VEKCTL, "protect", "--quiet", "--key", "key", *names], cwd=folder,
                        check=True)
-        kills, status = 0, None
+        kills, status, judged = 0, None, {}
         while status != 0:
             process = subprocess.Popen([VEKCTL, "rekey", "--quiet", "--from", "key", "--to", "next",
                                         *names], cwd=folder)
@@ -223,6 +223,9 @@ def rekey_killed(count):
                 kills += 1
             for name in os.listdir(folder):
                 text = open(f"{folder}/{name}", "rb").read()
+                if judged.get(name) == text:
+                    continue
+                judged[name] = text
                 stored = re.findall(rb"<VEK>2!\S+", text)
                 keys = {key for key in (KEY, NEXT) for value in stored if opens(value, key)}
                 whole = len(stored) == 3 and len(keys) == 1
