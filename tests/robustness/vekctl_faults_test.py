@@ -197,6 +197,15 @@ def at_once():
                 if not set(states) <= {0, 1} or 0 not in states or \
                         new_content.state(path, OLD, KEY) != "new":
                     failures.append(f"vekctl and runvekcred at once: {states}")
+        # The moment made longer: vekctl waits for the end of it.
+        write(path, OLD)
+        slow = subprocess.Popen(["strace", "-qq", "-o", "/dev/null", "-e", "inject=renameat:"
+                                 "delay_enter=2000000", RUNVEKCRED, "-f", path, "-sf", "key"],
+                                cwd=folder, stderr=subprocess.DEVNULL)
+        while os.path.exists(path):
+            time.sleep(0.01)
+        if subprocess.run(protect, cwd=folder).returncode != 0 or slow.wait() != 0:
+            failures.append("vekctl does not wait for runvekcred to put the file in its place")
         print(f"{reader.polls:5} polls beside runvekcred, {reader.away} in its moment without a "
               f"file, {len(reader.parts)} parts")
         if reader.parts or reader.polls < 1000 or len(os.listdir(folder)) != 3:

@@ -161,7 +161,15 @@ bool SafeReplacement::failWith(int error, const char *step) {
 
 bool SafeReplacement::open(const std::string &path, const ReplacementRules &rules) {
     path_ = path;
-    if (!followLinks() || !openFolder())
+    if (!followLinks()) {
+        // A run of runvekcred is without the file for a moment, and has the lock meanwhile.
+        folder_.emplace(path_.c_str());
+        folder_.reset();
+        path_ = path;
+        if (!followLinks())
+            return false;
+    }
+    if (!openFolder())
         return false;
     temporaryPath_ = folderOf(path_) + "." + path_.substr(folderOf(path_).size()) + ".vekctl";
     if (!rules.dryRun)
