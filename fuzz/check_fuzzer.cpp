@@ -1,0 +1,53 @@
+// The check of vekctl against the readers. The input is the text of a file: an error of reading is
+// found exactly when a reader of a section or a channel that the file has fails, or hands a wrong
+// text over.
+#include "fuzz_support.h"
+#include "support/reader_judge.h"
+#include "vekctl/keystore.h"
+#include "vekctl/verdict.h"
+
+#include <algorithm>
+
+namespace {
+
+// The readers open what vekcred.keyfile names; a terminal or this process would answer.
+bool namesDevice(std::string_view text) {
+    return text.find("/dev") != std::string_view::npos ||
+           text.find("/proc") != std::string_view::npos;
+}
+
+ReaderJudge askReaders(const char *path, std::string_view text) {
+    ReaderJudge judge(path);
+    vekctl::FileText lines;
+    lines.take(vekctl::Secret(text));
+    vekctl::Keystore keystore;
+    for (vekctl::Line line; lines.next(&line);)
+        keystore.add(line, vekctl::readLine(line));
+    judge.ask(vek::KEY_SOURCE_SECTION); // a text without a section may be refused as well
+    for (const vekctl::ReaderName &reader : keystore.readers())
+        judge.ask(reader.section, reader.isOfChannel ? reader.channel.c_str() : nullptr);
+    return judge;
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+    sztUseLogErrorMessage = 0;
+    const std::string_view text = asText(data, size);
+    if (size == 0 || namesDevice(text))
+        return 0;
+    static const FileInMemory file;
+    require(file.write(text));
+    const ReaderJudge judged = askReaders(file.path.c_str(), text);
+
+    vekctl::FileText content;
+    content.take(vekctl::Secret(text));
+    vekctl::KeyRing keys(/* withFips= */ false);
+    const std::vector<vekctl::Finding> findings = vekctl::judge(content, keys, {}).findings;
+    require(judged.isBad == std::ranges::any_of(findings, vekctl::isReadingError));
+    require(!judged.handsClearText ||
+            std::ranges::any_of(findings, [](const vekctl::Finding &finding) {
+                return finding.level == vekctl::Level::error;
+            }));
+    return 0;
+}
