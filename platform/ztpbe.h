@@ -143,6 +143,18 @@ ZT_EXPORT uint32_t svcPBERestore(SvcPBESession *session, const char *storedText,
                                  int32_t storedLength, uint32_t *algorithm, char **clearText,
                                  int32_t *clearLength);
 
+/* Characters of a key's fingerprint, without the NUL behind them. */
+enum { SVC_PBE_FINGERPRINT_LENGTH = 16 };
+
+/*
+ * svcPBEFingerprint makes a short text that tells the initial key of a session from others, and may
+ * be shown. It is derived like the keys of values, from a passphrase that was stretched, so that
+ * guessing a key by its fingerprint costs as much as guessing it by an encrypted value.
+ *  fingerprint  receives SVC_PBE_FINGERPRINT_LENGTH hexadecimal digits and a NUL; empty on failure.
+ * Result: SVC_PBE_OK, SVC_PBE_BAD_ARGUMENTS, SVC_PBE_NO_STORAGE, SVC_PBE_CRYPTO_FAILED.
+ */
+ZT_EXPORT uint32_t svcPBEFingerprint(SvcPBESession *session, char *fingerprint);
+
 /* svcPBEFreeBuf wipes and releases a buffer of the service or of svcGetMemFn; null does nothing.
  * Result: SVC_PBE_OK. */
 ZT_EXPORT uint32_t svcPBEFreeBuf(void *buffer, int32_t length);

@@ -104,6 +104,18 @@ uint32_t findInitialKey(const SvcPBESession &record, Session *session, const uin
     return reason;
 }
 
+// Makes libcrypto and the initial key of full strength ready.
+uint32_t prepareKey(const SvcPBESession &record, Session *session, const uint8_t **initialKey) {
+    if (!hasKeyAndSalt(record))
+        return SVC_PBE_BAD_ARGUMENTS;
+    if (!session->libcrypto) {
+        const uint32_t reason = useLibcrypto(/* fips= */ false, &session->libcrypto);
+        if (reason != SVC_PBE_OK)
+            return reason;
+    }
+    return findInitialKey(record, session, initialKey);
+}
+
 // Finds the cipher of an algorithm, and derives its key when this is its first value. *header
 // receives label and digit.
 uint32_t findCipher(const SvcPBESession &record, Session *session, const Algorithm &algorithm,
@@ -113,15 +125,8 @@ uint32_t findCipher(const SvcPBESession &record, Session *session, const Algorit
     *cipher = &session->ciphers[algorithm.digit - 1];
     if ((*cipher)->algorithm != nullptr)
         return SVC_PBE_OK;
-    if (!hasKeyAndSalt(record))
-        return SVC_PBE_BAD_ARGUMENTS;
-    if (!session->libcrypto) {
-        const uint32_t reason = useLibcrypto(/* fips= */ false, &session->libcrypto);
-        if (reason != SVC_PBE_OK)
-            return reason;
-    }
     const uint8_t *initialKey;
-    const uint32_t reason = findInitialKey(record, session, &initialKey);
+    const uint32_t reason = prepareKey(record, session, &initialKey);
     if (reason != SVC_PBE_OK)
         return reason;
     return openCipher(*cipher, *session->libcrypto.get(), algorithm,
@@ -177,6 +182,31 @@ uint32_t restore(const SvcPBESession &record, Session *session, std::span<const 
     *usedDigit = static_cast<uint32_t>(digit);
     *clearText = clear.take();
     *clearLength = static_cast<int32_t>(length);
+    return SVC_PBE_OK;
+}
+
+// ---- The fingerprint of a key --------------------------------------------------------------------
+
+// No label holds a blank, so that no key of a value is derived with the same text.
+constexpr char FINGERPRINT_INFO[] = {'k', 'e', 'y', ' ', 'f', 'i', 'n', 'g',
+                                     'e', 'r', 'p', 'r', 'i', 'n', 't'};
+
+uint32_t makeFingerprint(const SvcPBESession &record, Session *session, char *text) {
+    static constexpr char DIGITS[] = "0123456789abcdef";
+    const uint8_t *initialKey;
+    uint32_t reason = prepareKey(record, session, &initialKey);
+    if (reason != SVC_PBE_OK)
+        return reason;
+    Wiping<uint8_t[SVC_PBE_FINGERPRINT_LENGTH / 2]> bytes{};
+    reason = deriveKey(*session->libcrypto.get(), {initialKey, SVC_PBE_KEY_LENGTH}, saltOf(record),
+                       FINGERPRINT_INFO, bytes.value);
+    if (reason != SVC_PBE_OK)
+        return reason;
+    for (const uint8_t byte : bytes.value) {
+        *text++ = DIGITS[byte >> 4];
+        *text++ = DIGITS[byte & 15];
+    }
+    *text = '\0';
     return SVC_PBE_OK;
 }
 
@@ -270,6 +300,18 @@ uint32_t svcPBERestore(SvcPBESession *session, const char *storedText, int32_t s
     const uint32_t reason =
         restore(*session, opened, {storedText, static_cast<size_t>(storedLength)}, usedAlgorithm,
                 clearText, clearLength);
+    overwriteDeadStack();
+    return reason;
+}
+
+uint32_t svcPBEFingerprint(SvcPBESession *session, char *fingerprint) {
+    if (fingerprint != nullptr)
+        *fingerprint = '\0';
+    Session *const opened = openedIn(session);
+    if (opened == nullptr || fingerprint == nullptr)
+        return SVC_PBE_BAD_ARGUMENTS;
+    const ErrorMark mark;
+    const uint32_t reason = makeFingerprint(*session, opened, fingerprint);
     overwriteDeadStack();
     return reason;
 }

@@ -117,6 +117,10 @@ class Vectors:
     def refusal(self, _, answer, expected, text):
         return verdict(bytes_of(text), self.keys[answer], self.settings["salt"]), expected
 
+    def fingerprint(self, answer, digits):
+        info, salt = b"key fingerprint", self.settings["salt"]
+        return HKDF(hashes.SHA256(), 8, salt, info).derive(self.keys[answer]).hex(), digits
+
     @staticmethod
     def keyfile(_, text, kind, key):
         content = bytes_of(text)

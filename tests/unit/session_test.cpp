@@ -129,7 +129,7 @@ TEST(Session, RefusesMissingArguments) {
     ASSERT_EQ(0U, session.open());
     SvcPBESession *const open = &session.record;
     const char *const text = "x";
-    char *out;
+    char *out, fingerprint[SVC_PBE_FINGERPRINT_LENGTH + 1];
     uint8_t *key;
     int32_t length;
     const uint32_t reasons[] = {svcPBEInit(0, 0, nullptr),
@@ -144,6 +144,8 @@ TEST(Session, RefusesMissingArguments) {
                                 svcPBERestore(open, text, -1, nullptr, &out, &length),
                                 svcPBERestore(open, text, 1, nullptr, nullptr, &length),
                                 svcPBERestore(open, text, 1, nullptr, &out, nullptr),
+                                svcPBEFingerprint(nullptr, fingerprint),
+                                svcPBEFingerprint(open, nullptr),
                                 svcPBEReadInitialKeyFile(nullptr, &key, &length),
                                 svcPBEReadInitialKeyFile("/", nullptr, &length),
                                 svcPBEReadInitialKeyFile("/", &key, nullptr)};

@@ -47,7 +47,8 @@ std::vector<Fields> vectorsOf(const std::string &kind) {
         std::istringstream words(line);
         Fields fields;
         if (words >> word && word == kind) {
-            EXPECT_TRUE(words >> fields[0] >> fields[1] >> fields[2] >> fields[3]) << line;
+            EXPECT_TRUE(words >> fields[0] >> fields[1]) << line;
+            words >> fields[2] >> fields[3];
             vectors.push_back(fields);
         }
     }
@@ -123,6 +124,20 @@ TEST(Answers, ComeOutAndNoTextWithAnotherCharacterDoes) {
             changed[i] = changed[i] == 'A' ? 'B' : 'A';
             EXPECT_EQ("", session.restore(changed)) << changed;
         }
+    }
+}
+
+TEST(Fingerprints, AreThoseOfTheInitialKeyWhateverTheAlgorithm) {
+    std::map<std::string, Fields> answers;
+    for (const Fields &answer : vectorsOf("answer"))
+        answers[answer[0]] = answer;
+    const std::vector<Fields> fingerprints = vectorsOf("fingerprint");
+    EXPECT_EQ(answers.size(), fingerprints.size());
+    for (const Fields &fingerprint : fingerprints) {
+        Session session(answers.at(fingerprint[0]));
+        char text[SVC_PBE_FINGERPRINT_LENGTH + 1];
+        EXPECT_EQ(0U, svcPBEFingerprint(&session.record, text));
+        EXPECT_EQ(fingerprint[1], text) << fingerprint[0];
     }
 }
 

@@ -76,6 +76,13 @@ std::string CipherSession::problem() const {
     return keySource.describe() + " cannot be used: " + (text == nullptr ? "unknown reason" : text);
 }
 
+uint32_t CipherSession::fingerprint(std::string *text) {
+    char digits[SVC_PBE_FINGERPRINT_LENGTH + 1];
+    const uint32_t result = svcPBEFingerprint(&session, digits);
+    *text = digits;
+    return result;
+}
+
 uint32_t CipherSession::save(std::string_view clearText, std::string *storedText) {
     char *text = nullptr;
     int32_t length = 0;

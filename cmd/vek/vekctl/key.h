@@ -57,6 +57,9 @@ public:
         return &session;
     }
 
+    // Replaces the text that tells the session's initial key from others, and may be shown. Result:
+    // of svcPBEFingerprint.
+    [[nodiscard]] uint32_t fingerprint(std::string *text);
     // Encrypts. Result: of svcPBESave.
     [[nodiscard]] uint32_t save(std::string_view clearText, std::string *storedText);
     // Decrypts; `clearText` is replaced. Result: of svcPBERestore.

@@ -33,10 +33,12 @@ const char *nameOf(KeyOrigin origin) {
 Outcome tellKey(const Options &options, const std::string &path, Report &report) {
     LoadedFile file;
     KeySource source;
-    if (!file.load(path, &report) || !file.findSource(options.common, &report, &source))
+    if (options.files.empty() && options.common.key)
+        source = options.common.keySource(/* sectionPath= */ "");
+    else if (!file.load(path, &report) || !file.findSource(options.common, &report, &source))
         return Outcome::failed;
     const KeyLook look = lookAtKey(source);
-    const CipherSession session(source, options.common.fips);
+    CipherSession session(source, options.common.fips);
     report.json()["source"] = nameOf(source.origin);
     report.json()["form"] = nameOf(look.form);
     if (!source.isBuiltIn())
@@ -45,7 +47,15 @@ Outcome tellKey(const Options &options, const std::string &path, Report &report)
         report.problem(session.problem());
         return Outcome::failed;
     }
-    report.note(shown(source.describe()) + ", " + nameOf(look.form));
+    std::string fingerprint;
+    const uint32_t reason = session.fingerprint(&fingerprint);
+    if (reason != SVC_PBE_OK) {
+        report.problem(std::string("the key has no fingerprint: ") + svcPBEReasonText(reason));
+        return Outcome::failed;
+    }
+    report.json()["fingerprint"] = fingerprint;
+    report.note(shown(source.describe()) + ", " + nameOf(look.form) + ", fingerprint " +
+                fingerprint);
     for (const Finding &finding : look.findings)
         report.finding(finding);
     return look.findings.empty() ? Outcome::clean : Outcome::findings;
@@ -63,9 +73,12 @@ void addKeyinfo(CLI::App &program, Run &run) {
     command->callback([&run, options] {
         run.action = [options] {
             Report report("keyinfo", options->common);
-            return report.overFiles(options->files, [&](const std::string &path) {
-                return tellKey(*options, path, report);
-            });
+            // A key that is named is looked at without a file.
+            const std::vector<std::string> files = options->files.empty() && options->common.key
+                                                       ? std::vector{*options->common.key}
+                                                       : options->files;
+            return report.overFiles(
+                files, [&](const std::string &path) { return tellKey(*options, path, report); });
         };
     });
 }
