@@ -32,7 +32,7 @@ install(
     endforeach()
   endforeach()")
 
-install(TARGETS runvekcred RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(TARGETS runvekcred vekctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(
   TARGETS ztvek_r ztmcs_r ztxzu_r
   EXPORT ztvekTargets
@@ -69,7 +69,7 @@ install(
   DIRECTORY_PERMISSIONS ${vek_executable}
   PATTERN "*.py" PERMISSIONS ${vek_executable}
   PATTERN "*.sh" PERMISSIONS ${vek_executable})
-install(FILES completion/runvekcred
+install(FILES completion/runvekcred completion/vekctl
         DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
 foreach(section 1 3 5)
   file(GLOB pages CONFIGURE_DEPENDS docs/man/*.${section})

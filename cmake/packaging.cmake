@@ -6,7 +6,8 @@ set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "protects the credentials in keystore.conf
 set(CPACK_PACKAGE_DESCRIPTION
     "The command runvekcred replaces the passwords and PINs in keystore.conf by an
 encrypted form, and the library ztvek_r reads such a file: key stores, PEM
-files, a PKCS #11 token, revocation lists and OCSP.")
+files, a PKCS #11 token, revocation lists and OCSP. The program vekctl tells
+whether the readers get every credential.")
 set(CPACK_PACKAGE_DIRECTORY ${CMAKE_BINARY_DIR}/packages)
 set(CPACK_STRIP_FILES ON)
 

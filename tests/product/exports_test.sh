@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# What ships: each library exports what its headers declare and nothing else, and command and
+# What ships: each library exports what its headers declare and nothing else, and programs and
 # libraries need no other libraries than they promise.
 . "$VEK_SOURCE/tests/support/shell.sh"
 export LC_ALL=C
@@ -34,6 +34,7 @@ while read -r file runpath needed; do
     same "run path of $file" "$runpath" "$(dynamic "$file" RUNPATH)"
 done <<'END'
 bin/runvekcred $ORIGIN/../lib64 libztmcs_r.so.1 libztxzu_r.so.1 libc.so.6
+bin/vekctl $ORIGIN/../lib64 libztmcs_r.so.1 libztxzu_r.so.1 libstdc++.so.6 libgcc_s.so.1 libc.so.6
 lib64/libztvek_r.so $ORIGIN libztmcs_r.so.1 libztxzu_r.so.1 libc.so.6
 lib64/libztmcs_r.so $ORIGIN libcrypto.so.3 libc.so.6
 lib64/libztxzu_r.so $ORIGIN libc.so.6

@@ -32,7 +32,7 @@ grep -q '^CMAKE_BUILD_TYPE:.*=Debug' "$VEK_BUILD/CMakeCache.txt" || hardening+=(
 for option in "${hardening[@]}"; do
     is "sources compiled without $option" '' "$(grep -v -e " $option " <<<"${commands:-none}")"
 done
-for file in "$prefix/bin/runvekcred" "$prefix"/lib64/*.so; do
+for file in "$prefix"/bin/* "$prefix"/lib64/*.so; do
     is "${file##*/} is bound at its start" 1 "$(readelf -dW "$file" | grep -c 'BIND_NOW\|FLAGS .*NOW')"
 done
 
@@ -54,6 +54,10 @@ does 'a document that pages refer to' test -s "$prefix/share/doc/ztvek/encrypted
 # The credentials that the installed command encrypts are those that the installed library reads.
 cp "$VEK_SOURCE/examples/keystore.conf" .
 does 'the installed command' "$prefix/bin/runvekcred" -f keystore.conf
+
+does 'the installed vekctl' "$prefix/bin/vekctl" check keystore.conf
+is 'completion of both' 'runvekcred vekctl' \
+    "$(cd "$prefix/share/bash-completion/completions" && echo *)"
 
 # reads COMMAND... must print the password of the section "pem" as it was in clear.
 reads() {
