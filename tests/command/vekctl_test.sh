@@ -23,6 +23,19 @@ cp key before
 told 'a key is never written over' 1 'something is there already' "$vekctl" keygen key
 is 'the key stays' '' "$(cmp key before 2>&1)"
 
+# One key in three forms has one fingerprint, and another key another one; no FILE is needed.
+"$VEK_PYTHON" -c "import base64; key = open('key', 'rb').read()
+open('hex', 'w').write(key.hex()); open('base64', 'wb').write(base64.b64encode(key))"
+prints=$(for key in key hex base64; do "$vekctl" keyinfo --key $key; done | sed 's/.*, fingerprint //')
+is 'one key, one fingerprint' '1 16' "$(sort -u <<<"$prints" | wc -lL | xargs)"
+told 'another key' 0 'fingerprint 5ffe5decb96d7ddc' "$vekctl" keyinfo --key built-in
+
+# Of a file that is no keystore.conf a thousand findings are listed, and the rest is counted.
+seq 1500 >log
+told 'a log' 1 'log:1: error:' "$vekctl" check log
+is 'findings listed' '1001 log: 500 more findings are not listed' \
+    "$("$vekctl" check log | sed -n '$=;$p' | xargs)"
+
 # Typing errors and arguments that are no names of ours, which may be secrets.
 told 'command' 2 "did you mean 'check'?" "$vekctl" chekc
 told 'option' 2 "did you mean '--strict'?" "$vekctl" check --stirct file

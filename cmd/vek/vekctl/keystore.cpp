@@ -16,6 +16,9 @@ namespace vekctl {
 
 namespace {
 
+// A reader fails at the second line of a key, and has nothing from a third.
+constexpr size_t MOST_REPEATS = 2;
+
 bool isWord(std::string_view value, const char *word) {
     return value.size() == strlen(word) && strncasecmp(value.data(), word, value.size()) == 0;
 }
@@ -62,7 +65,12 @@ void Keystore::add(const Line &line, const Reading &reading) {
     settingFound = true;
     Item item = {line.number, reading, findKey(reading.key), nullptr, {}};
     item.section = sectionOf(reading.key, &item.name);
-    if (item.section != nullptr)
+    if (item.section == nullptr)
+        return;
+    // An unknown key counts for its section, which it shows to be there.
+    const bool isKnown = item.known.key != nullptr;
+    const size_t count = ++counts[isKnown ? reading.key : std::string_view(item.section)];
+    if (count <= (isKnown ? MOST_REPEATS : 1))
         kept.push_back(item);
 }
 

@@ -17,6 +17,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 namespace vekctl {
@@ -61,12 +62,17 @@ public:
     // The markers' credentials are not opened: a YES marker does not reach the reader.
     explicit Keystore(bool withMarkers = true) : keepsMarkers(withMarkers) {}
 
-    // Takes a line; what belongs to no section of ours is not kept. The text of the file must
-    // outlive this.
+    // Takes a line. Only what matters is kept: nothing of a section that is not ours, of the keys
+    // that no reader looks at one for each section, of a key that is repeated two lines. The text
+    // of the file must outlive this.
     void add(const Line &line, const Reading &reading);
 
     [[nodiscard]] const std::vector<Item> &items() const {
         return kept;
+    }
+    // How many lines have the key of this item.
+    [[nodiscard]] size_t countOf(const Item &item) const {
+        return counts.at(item.reading.key);
     }
     [[nodiscard]] bool hasSetting() const {
         return settingFound;
@@ -104,6 +110,7 @@ private:
     bool keepsMarkers;
     bool settingFound = false;
     std::vector<Item> kept;
+    std::unordered_map<std::string_view, size_t> counts; // of lines, by key
 
     struct FreeList {
         void operator()(SztuList *freed) const {

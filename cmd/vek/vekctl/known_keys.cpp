@@ -22,6 +22,10 @@ bool hasGeneralForm(const vek::Key &key) {
     return key.form != vek::Form::channel;
 }
 
+bool hasChannelForm(const vek::Key &key) {
+    return key.form == vek::Form::generalOrNamed;
+}
+
 const vek::Credential *credentialOfSection(const char *section) {
     for (const vek::Credential &credential : vek::CREDENTIALS)
         if (credential.section == std::string_view(section))
@@ -31,6 +35,14 @@ const vek::Credential *credentialOfSection(const char *section) {
 
 std::string wholeKey(const vek::Key &key) {
     return std::string(key.section) + "." + key.name;
+}
+
+std::vector<std::string> wholeKeys(bool (*hasForm)(const vek::Key &)) {
+    std::vector<std::string> keys;
+    for (const vek::Key &known : vek::KEYS)
+        if (hasForm(known))
+            keys.push_back(wholeKey(known));
+    return keys;
 }
 
 std::string lowerCase(std::string_view text) {
@@ -107,12 +119,10 @@ const vek::Credential *takenByWriter(std::string_view writerKey) {
 std::string meantKey(std::string_view key) {
     const size_t channel = key.find(CHANNEL_PART);
     const std::string_view general = key.substr(0, channel);
-    std::vector<std::string> candidates;
-    for (const vek::Key &known : vek::KEYS)
-        if (channel == std::string_view::npos ? hasGeneralForm(known)
-                                              : known.form == vek::Form::generalOrNamed)
-            candidates.push_back(wholeKey(known));
-    const std::string candidate = nearest(general, candidates);
+    static const std::vector<std::string> GENERAL_KEYS = wholeKeys(hasGeneralForm);
+    static const std::vector<std::string> CHANNEL_KEYS = wholeKeys(hasChannelForm);
+    const std::string candidate =
+        nearest(general, channel == std::string_view::npos ? GENERAL_KEYS : CHANNEL_KEYS);
     if (candidate.empty() || channel == std::string_view::npos)
         return candidate;
     return candidate + std::string(key.substr(channel));

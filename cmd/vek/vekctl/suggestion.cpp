@@ -45,6 +45,9 @@ std::string nearest(std::string_view word, std::span<const std::string> candidat
     size_t limit = word.size() < SHORT ? 1 : 2;
     std::string result;
     for (const std::string &candidate : candidates) {
+        // Words whose lengths differ by more are not looked at; a file may hold millions of keys.
+        if (candidate.size() > word.size() + limit || word.size() > candidate.size() + limit)
+            continue;
         const size_t letters = distance(word, candidate);
         if (letters > limit || (letters == limit && !result.empty()))
             continue;

@@ -40,7 +40,8 @@ public:
         : text(judged), keys(ring), rules(checkRules), keystore(checkRules.opens) {}
 
     Verdict run() {
-        findInText(text, &verdict.findings);
+        findInText(text, &found);
+        keepFound();
         readLines();
         if (!isRefused) {
             chooseKey();
@@ -57,8 +58,23 @@ public:
     }
 
 private:
+    void keep(Finding finding) {
+        const bool isError = finding.level == Level::error;
+        size_t &listed = isError ? listedErrors : listedWarnings;
+        if (listed == LISTED_LIMIT) {
+            ++(isError ? verdict.unlistedErrors : verdict.unlistedWarnings);
+            return;
+        }
+        ++listed;
+        verdict.findings.push_back(std::move(finding));
+    }
+    void keepFound() {
+        for (Finding &finding : found)
+            keep(std::move(finding));
+        found.clear();
+    }
     void add(Code code, Level level, const Item &item, const std::string &detail = "") {
-        verdict.findings.push_back({code, level, item.line, std::string(item.reading.key), detail});
+        keep({code, level, item.line, std::string(item.reading.key), detail});
     }
     // A finding that is an error only where a reader is hurt.
     void addReading(Code code, const Item &item, const std::string &detail = "") {
@@ -78,7 +94,8 @@ private:
             const Reading reading = readLine(line);
             if (reading.kind == LineKind::refused)
                 refuse(line.number, refusalText(reading.refusal));
-            findInLine(line, reading, &verdict.findings);
+            findInLine(line, reading, &found);
+            keepFound();
             keystore.add(line, reading);
         }
         if (!isRefused && !keystore.hasSetting())
@@ -87,7 +104,7 @@ private:
 
     void refuse(size_t line, const char *reason) {
         isRefused = true;
-        verdict.findings.push_back({Code::unparsable, Level::error, line, "", reason});
+        keep({Code::unparsable, Level::error, line, "", reason});
     }
 
     void chooseKey() {
@@ -124,9 +141,9 @@ private:
             return reader.isBad() && hasYesMarker(reader.name);
         });
         const bool isFromFile = verdict.source.origin == KeyOrigin::section;
-        verdict.findings.push_back({Code::noKey, isNeeded ? Level::error : Level::warning,
-                                    isFromFile ? verdict.sourceLine : 0,
-                                    isFromFile ? "vekcred.keyfile" : "", keyProblem});
+        keep({Code::noKey, isNeeded ? Level::error : Level::warning,
+              isFromFile ? verdict.sourceLine : 0, isFromFile ? "vekcred.keyfile" : "",
+              keyProblem});
     }
 
     void openCredentials() {
@@ -202,11 +219,16 @@ private:
         const auto [first, isFirst] = firstLines.emplace(item.reading.key, item.line);
         if (!isFirst)
             addReading(Code::duplicate, item,
-                       "the first one is line " + std::to_string(first->second));
+                       "the first one is line " + std::to_string(first->second) +
+                           furtherOnes(keystore.countOf(item)));
         if (item.known.isMarker() && !saysYes(item.reading.value) && !saysNo(item.reading.value))
             addReading(Code::badMarker, item);
         if (item.known.isCredential())
             judgeCredential(item);
+    }
+
+    static std::string furtherOnes(size_t count) {
+        return count <= 2 ? "" : ", and " + std::to_string(count - 2) + " more follow";
     }
 
     void judgeCredential(const Item &item) {
@@ -267,7 +289,7 @@ private:
                 finding.line = item.line;
         const std::string who = reader.name.isOfChannel ? "channel's reader" : "reader";
         finding.detail = "the " + who + " ends with " + resultText(reader);
-        verdict.findings.push_back(std::move(finding));
+        keep(std::move(finding));
     }
 
     bool isExplained(const ReaderRun &reader) const {
@@ -301,6 +323,9 @@ private:
     const CheckRules &rules;
     Keystore keystore;
     Verdict verdict;
+    std::vector<Finding> found; // in the line that is being read
+    size_t listedErrors = 0;
+    size_t listedWarnings = 0;
     bool isRefused = false; // by the parser: every reader fails
     bool sourceIsReadable = true;
     std::string keyProblem; // why there is no session, or ""

@@ -21,11 +21,17 @@ struct CheckRules {
     const std::string *keyOption = nullptr; // the argument of --key, or null
 };
 
+// How many findings of each level are listed for one file. A file of a log, or of anything else,
+// then costs no more memory than its text.
+inline constexpr size_t LISTED_LIMIT = 1000;
+
 struct Verdict {
     std::vector<Finding> findings; // by line
-    bool holdsClearText = false;   // a credential stands in clear
-    KeySource source;              // the key that serves the file
-    size_t sourceLine = 0;         // where the file names it, or 0
+    size_t unlistedErrors = 0;     // that came behind the last one listed
+    size_t unlistedWarnings = 0;
+    bool holdsClearText = false; // a credential stands in clear
+    KeySource source;            // the key that serves the file
+    size_t sourceLine = 0;       // where the file names it, or 0
 };
 
 [[nodiscard]] Verdict judge(const FileText &text, KeyRing &keys, const CheckRules &rules);
