@@ -185,7 +185,7 @@ uint32_t restore(const SvcPBESession &record, Session *session, std::span<const 
     return SVC_PBE_OK;
 }
 
-// ---- The fingerprint of a key --------------------------------------------------------------------
+// ---- The fingerprint of a key -------------------------------------------------------------------
 
 // No label holds a blank, so that no key of a value is derived with the same text.
 constexpr char FINGERPRINT_INFO[] = {'k', 'e', 'y', ' ', 'f', 'i', 'n', 'g',

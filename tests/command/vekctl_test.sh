@@ -42,6 +42,9 @@ told 'option' 2 "did you mean '--strict'?" "$vekctl" check --stirct file
 told 'option in front' 2 '--json stands behind the command' "$vekctl" --json check file
 told 'option without its value' 2 'lacks its value' "$vekctl" check --key
 told 'key' 2 "did you mean 'pem.password'?" "$vekctl" get "$sample" pem.pasword
+told 'no credential' 2 "'vekctl show pem' prints it" "$vekctl" get "$sample" pem.private
+told 'a channel that is not there' 1 'the key is not there' \
+    "$vekctl" show pem --channel NONE "$sample"
 told 'section' 2 "did you mean 'pkcs11'?" "$vekctl" show pkcs1 "$sample"
 told 'no command' 2 'a command is missing' "$vekctl"
 told 'no key of a run' 2 "vekctl: the key file 'absent'" \

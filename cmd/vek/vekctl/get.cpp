@@ -97,8 +97,14 @@ private:
 };
 
 int get(const Options &options) {
-    if (findKey(options.key).isCredential())
+    const KnownKey known = findKey(options.key);
+    if (known.isCredential())
         return Get(options).run();
+    if (known.key != nullptr) {
+        std::cerr << "vekctl: " << shown(options.key) << " is no credential; 'vekctl show "
+                  << known.key->section << "' prints it\n";
+        return STATUS_USAGE;
+    }
     const std::string meant = meantKey(shownKey(options.key));
     std::cerr << "vekctl: that is the key of no credential"
               << (meant.empty() ? "" : "; did you mean '" + meant + "'?")

@@ -8,6 +8,7 @@
 #include "sztucona/filter.h"
 
 #include <algorithm>
+#include <array>
 #include <cctype>
 #include <cstring>
 #include <vector>
@@ -17,6 +18,18 @@ namespace vekctl {
 namespace {
 
 constexpr std::string_view CHANNEL_PART = vek::CHANNEL_PART;
+
+// The library's table with the lengths of its texts, which a file of many lines asks for often.
+struct MeasuredKey {
+    const vek::Key *key = nullptr;
+    std::string_view section, name;
+};
+constexpr auto MEASURED_KEYS = [] {
+    std::array<MeasuredKey, std::size(vek::KEYS)> keys;
+    for (size_t i = 0; i < keys.size(); ++i)
+        keys[i] = {&vek::KEYS[i], vek::KEYS[i].section, vek::KEYS[i].name};
+    return keys;
+}();
 
 bool hasGeneralForm(const vek::Key &key) {
     return key.form != vek::Form::channel;
@@ -84,14 +97,15 @@ const char *sectionOf(std::string_view key, std::string_view *name) {
 
 KnownKey findKey(std::string_view key) {
     std::string_view name;
-    const char *const section = sectionOf(key, &name);
-    if (section == nullptr)
+    const char *const sectionFound = sectionOf(key, &name);
+    if (sectionFound == nullptr)
         return {};
-    for (const vek::Key &known : vek::KEYS) {
-        const std::string_view knownName = known.name;
-        if (section != std::string_view(known.section) || !name.starts_with(knownName))
+    const std::string_view section = sectionFound;
+    for (const MeasuredKey &measured : MEASURED_KEYS) {
+        if (section != measured.section || !name.starts_with(measured.name))
             continue;
-        const std::string_view rest = name.substr(knownName.size());
+        const vek::Key &known = *measured.key;
+        const std::string_view rest = name.substr(measured.name.size());
         if (rest.empty())
             return found(known, /* isOfChannel= */ false, {});
         if (known.form != vek::Form::generalOrNamed || !rest.starts_with(CHANNEL_PART))

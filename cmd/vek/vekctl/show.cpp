@@ -150,7 +150,9 @@ Outcome showRecord(const Options &options, const std::string &path, Report *repo
     const ReaderResult result =
         file.settings().run(reader, session == nullptr ? &none : session->record(), &records.value);
     if (result.code != SZTU_OK) {
-        const char *const reason = svcPBEReasonText(result.code);
+        const char *const reason = result.code == SZTU_KEY_NOT_PRESENT
+                                       ? "1: the key is not there"
+                                       : svcPBEReasonText(result.code);
         report->problem("the reader ends with " +
                             (reason == nullptr ? std::to_string(result.code) : reason) +
                             "; 'vekctl check' tells more",
