@@ -105,6 +105,7 @@ environment = dict(os.environ, HOME=str(work),
                    PATH=f"{BUILD}/bin:{BUILD}/tests:{os.environ['PATH']}",
                    **{f"GIT_{who}_{what}": "somebody" for who in ("AUTHOR", "COMMITTER")
                       for what in ("NAME", "EMAIL")})
+VARYING = r"<VEK>\S+|(?<= fingerprint )[0-9a-f]{16}$"
 STEP = re.compile(r"^( +)\$ (.*)\n((?:\1(?!\$ ).*\n)*)", re.M)
 
 
@@ -116,7 +117,7 @@ def run(command):
 
 
 def alike(text):
-    return re.sub(r"<VEK>\S+", "<VEK>", re.sub(r"tag [\w+/]{8}\)", "tag)", text))
+    return re.sub(VARYING, "<VEK>", re.sub(r"tag [\w+/]{8}\)", "tag)", text), flags=re.M)
 
 
 def run_document(name, text):

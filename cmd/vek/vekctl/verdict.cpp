@@ -40,8 +40,8 @@ public:
         : text(judged), keys(ring), rules(checkRules), keystore(checkRules.opens) {}
 
     Verdict run() {
-        findInText(text, &found);
-        keepFound();
+        findInText(text, &lineFindings);
+        keepLineFindings();
         readLines();
         if (!isRefused) {
             chooseKey();
@@ -68,10 +68,10 @@ private:
         ++listed;
         verdict.findings.push_back(std::move(finding));
     }
-    void keepFound() {
-        for (Finding &finding : found)
+    void keepLineFindings() {
+        for (Finding &finding : lineFindings)
             keep(std::move(finding));
-        found.clear();
+        lineFindings.clear();
     }
     void add(Code code, Level level, const Item &item, const std::string &detail = "") {
         keep({code, level, item.line, std::string(item.reading.key), detail});
@@ -94,8 +94,8 @@ private:
             const Reading reading = readLine(line);
             if (reading.kind == LineKind::refused)
                 refuse(line.number, refusalText(reading.refusal));
-            findInLine(line, reading, &found);
-            keepFound();
+            findInLine(line, reading, &lineFindings);
+            keepLineFindings();
             keystore.add(line, reading);
         }
         if (!isRefused && !keystore.hasSetting())
@@ -323,7 +323,7 @@ private:
     const CheckRules &rules;
     Keystore keystore;
     Verdict verdict;
-    std::vector<Finding> found; // in the line that is being read
+    std::vector<Finding> lineFindings; // in the line that is being read
     size_t listedErrors = 0;
     size_t listedWarnings = 0;
     bool isRefused = false; // by the parser: every reader fails
