@@ -12,17 +12,17 @@ namespace ztm {
 
 namespace {
 
-// By the first byte: how many bytes follow, what of it belongs to the number, and the smallest
-// number that takes so many bytes.
+// How many bytes a character has, the smallest number that takes so many, and its first byte: which
+// bits tell the form, and what they are.
 struct Form {
-    uint8_t mask;
-    uint8_t lead;
     size_t length;
     uint32_t smallest;
+    uint8_t mask;
+    uint8_t lead;
 };
 
 constexpr Form FORMS[] = {
-    {0x80, 0x00, 1, 0}, {0xE0, 0xC0, 2, 0x80}, {0xF0, 0xE0, 3, 0x800}, {0xF8, 0xF0, 4, 0x10000}};
+    {1, 0, 0x80, 0x00}, {2, 0x80, 0xE0, 0xC0}, {3, 0x800, 0xF0, 0xE0}, {4, 0x10000, 0xF8, 0xF0}};
 
 struct Range {
     uint32_t first;

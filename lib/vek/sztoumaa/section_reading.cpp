@@ -49,12 +49,12 @@ Reading::~Reading() {
         sztucFreeConfigList(list);
 }
 
-void Reading::resetErrorKey() {
+void Reading::resetErrorKey() const {
     if (source.errorKey != nullptr)
         utlCopyBounded(source.errorKey, source.section, strlen(source.section) + 1);
 }
 
-void Reading::appendToErrorKey(const char *text, size_t limit) {
+void Reading::appendToErrorKey(const char *text, size_t limit) const {
     if (source.errorKey != nullptr)
         utlAppendBounded(source.errorKey, text, limit);
 }
@@ -72,11 +72,12 @@ void Reading::stop(uint32_t result, const char *errorKey) {
 // are looked up there.
 void Reading::load() {
     const bool isChannel = source.traceCached != nullptr;
-    if (isChannel)
+    if (isChannel) {
         list = cachedSection(source.keystorePath);
-    if (list != nullptr) {
-        ownsList = false;
-        return source.traceCached(list);
+        if (list != nullptr) {
+            ownsList = false;
+            return source.traceCached(list);
+        }
     }
     const uint32_t result = loadSection(source.keystorePath, &list, source.section,
                                         /* reportErrors= */ isChannel ? 0 : 1);

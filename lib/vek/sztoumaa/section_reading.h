@@ -136,8 +136,8 @@ public:
     }
 
 private:
-    void resetErrorKey();
-    void appendToErrorKey(const char *text, size_t limit);
+    void resetErrorKey() const;
+    void appendToErrorKey(const char *text, size_t limit) const;
     uint32_t lookUp(const char *key, std::span<char> field, const TextRule &rule);
     bool openSession(int32_t fips);
     bool restore(const char *key, const char *stored, std::span<char> field,
@@ -160,10 +160,11 @@ template <typename ReadKeys>
                                    ReadKeys readKeys) {
     ztm::TraceScope trace(source.function);
     Reading reading(source);
-    if (isComplete)
-        reading.load();
-    else
+    if (!isComplete) {
         reading.stop(SZTU_BAD_ARGUMENTS);
+        return trace.returns(reading.result());
+    }
+    reading.load();
     if (reading.goesOn())
         readKeys(reading);
     return trace.returns(reading.result());
