@@ -54,7 +54,7 @@ struct Algorithm {
 extern const Algorithm AES_256_CBC_HMAC;
 extern const Algorithm AES_256_GCM;
 
-// findAlgorithm returns the row of a digit, or null when it is not supported. The table stands here,
+// findAlgorithm returns the row of a digit, or null when it is not supported. The table is here
 // because the rows call the shared steps below, which must not know them.
 [[nodiscard]] inline const Algorithm *findAlgorithm(int32_t digit) {
     for (const Algorithm *const algorithm : {&AES_256_CBC_HMAC, &AES_256_GCM}) {

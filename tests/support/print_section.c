@@ -4,8 +4,8 @@
  *   print_section [--show-credentials] [--cache] [-c CHANNEL] SECTION [FILE]
  *
  * SECTION is cms, ocsp, pem, pkcs11 or crl; FILE is keystore.conf in its standard place when it is
- * not given. With -c, the keys of one channel (cms and pem only); with --cache, the channel cache is
- * filled first. Credentials are shown as "(hidden)".
+ * not given. With -c, the keys of one channel (cms and pem only); with --cache, the channel cache
+ * is filled first. Credentials are shown as "(hidden)".
  */
 #define _DEFAULT_SOURCE
 #include <ztvek.h>
