@@ -161,7 +161,8 @@ says 'one key twice' 2 'the same key' "$VEKCTL" rekey --from key --to key many1
 # The readers would not find the new key: one line says what they need.
 printf 'vekcred.keyfile = %s\n' "$scratch/other" >>many2 && printf 'crl.ldap.pass = clear\n' >many4
 while IFS='@' read -r file variable pattern; do
-    env ${variable:+"ZTS_VEKCRED_KEYFILE=$variable"} "$VEKCTL" rekey --dry-run --from other --to third $file >out
+    env ${variable:+"ZTS_VEKCRED_KEYFILE=$variable"} "$VEKCTL" rekey --dry-run --from other --to third \
+        "$file" >out
     is "$file, variable '$variable': told" "1\n0" grep -c -e "$pattern" out
 done <<'TABLE'
 many1@@^many1: the readers need ZTS_VEKCRED_KEYFILE or vekcred.keyfile .*--set-keyfile
