@@ -24,12 +24,15 @@ struct MeasuredKey {
     const vek::Key *key = nullptr;
     std::string_view section, name;
 };
-constexpr auto MEASURED_KEYS = [] {
+
+constexpr auto measureKeys() {
     std::array<MeasuredKey, std::size(vek::KEYS)> keys;
     for (size_t i = 0; i < keys.size(); ++i)
         keys[i] = {&vek::KEYS[i], vek::KEYS[i].section, vek::KEYS[i].name};
     return keys;
-}();
+}
+
+constexpr auto MEASURED_KEYS = measureKeys();
 
 bool hasGeneralForm(const vek::Key &key) {
     return key.form != vek::Form::channel;
