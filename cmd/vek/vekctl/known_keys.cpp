@@ -87,7 +87,7 @@ const char *sectionOf(std::string_view key, std::string_view *name) {
     char text[SZTUC_KEY_CAPACITY] = {};
     if (key.size() >= sizeof text)
         return nullptr;
-    memcpy(text, key.data(), key.size());
+    (void)key.copy(text, key.size());
     for (const char *const section : vek::SECTIONS) {
         const int32_t length = vek::matchPrefix(text, section);
         if (length == 0)
