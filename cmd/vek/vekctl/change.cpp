@@ -3,6 +3,7 @@
 #include "ztsvc.h"
 
 #include <filesystem>
+#include <nlohmann/json.hpp>
 #include <set>
 
 namespace vekctl {
@@ -37,10 +38,10 @@ std::string absolutePath(const std::string &path) {
     return std::filesystem::absolute(path).lexically_normal();
 }
 
-void addChangeOptions(CLI::App *command, ChangeOptions *options) {
-    command->add_flag("--dry-run", options->dryRun, "say what would be done, and change nothing");
-    command->add_flag("--break-links", options->breakLinks,
-                      "replace a file with a second hard link under this name only");
+void addChangeOptions(Command *command, ChangeOptions *options) {
+    command->flag("--dry-run", &options->dryRun, "say what would be done, and change nothing");
+    command->flag("--break-links", &options->breakLinks,
+                  "replace a file with a second hard link under this name only");
 }
 
 bool Change::open(const std::string &path, OpenedFile *file) {

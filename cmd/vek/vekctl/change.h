@@ -22,7 +22,7 @@ struct ChangeOptions {
 };
 
 // The options --dry-run and --break-links.
-void addChangeOptions(CLI::App *command, ChangeOptions *options);
+void addChangeOptions(Command *command, ChangeOptions *options);
 
 // A file that may be replaced, and what it says.
 struct OpenedFile {

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -100,17 +101,15 @@ private:
 
 } // namespace
 
-void addCheck(CLI::App &program, Run &run) {
+void addCheck(Program &program) {
     const auto options = std::make_shared<Options>();
-    CLI::App *const command =
-        addCommand(program, "check", "Tells of every credential whether the readers get it.",
-                   &options->common);
-    command->add_option("FILE", options->files, "keystore.conf, or \"-\"; else the standard place")
-        ->type_name("");
-    command->add_flag("--strict", options->strict, "warnings count for the exit status");
-    command->add_flag("--no-open", options->noOpen, "look at the text only; no key is needed");
-    command->callback(
-        [&run, options] { run.action = [options] { return Check(*options).run(); }; });
+    Command command(program, "check", "Tells of every credential whether the readers get it.");
+    command.commonOptions(&options->common);
+    command.operands("FILE", &options->files, Need::optional,
+                     "keystore.conf, or \"-\"; else the standard place");
+    command.flag("--strict", &options->strict, "warnings count for the exit status");
+    command.flag("--no-open", &options->noOpen, "look at the text only; no key is needed");
+    command.work([options] { return Check(*options).run(); });
 }
 
 } // namespace vekctl

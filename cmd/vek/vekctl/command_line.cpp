@@ -114,75 +114,99 @@ int describe(const CLI::App &program, const std::string &topic) {
     return STATUS_WELL;
 }
 
-void addHelp(CLI::App &program, Run &run) {
+void addHelp(Program &program) {
     const auto topic = std::make_shared<std::string>();
-    CLI::App *const command = program.add_subcommand("help", "Describes a command.");
-    command->add_option("COMMAND", *topic, "the command, or \"findings\"")->type_name("");
-    command->callback([&program, &run, topic] {
-        run.action = [&program, topic] { return describe(program, *topic); };
-    });
+    Command command(program, "help", "Describes a command.");
+    command.operand("COMMAND", topic.get(), Need::optional, "the command, or \"findings\"");
+    command.work([&program, topic] { return describe(program.parser, *topic); });
 }
 
 } // namespace
 
-void addOutputOptions(CLI::App *command, CommonOptions *common) {
-    command->add_flag("--json", common->json, "the answer as one JSON document");
-    command->add_flag("--quiet", common->quiet, "no answer, only the exit status and problems");
+Command::Command(Program &itsProgram, const char *name, const char *description)
+    : program(itsProgram), parser(*itsProgram.parser.add_subcommand(name, description)) {}
+
+void Command::operand(const char *name, std::string *value, Need need, const char *description) {
+    option(name, "", value, need, description);
 }
 
-void addKeyOptions(CLI::App *command, CommonOptions *common) {
-    command
-        ->add_option("--key", common->key,
-                     "the initial key file, or 'built-in'; else the readers' own choice")
-        ->type_name("FILE");
-    command->add_flag("--fips", common->fips, "use a FIPS provider");
+void Command::operands(const char *name, std::vector<std::string> *values, Need need,
+                       const char *description, int most) {
+    CLI::Option *const added = parser.add_option(name, *values, description);
+    added->required(need == Need::required)->type_name("");
+    if (most > 0)
+        added->expected(0, most);
 }
 
-CLI::App *addCommand(CLI::App &program, const char *name, const char *description,
-                     CommonOptions *common) {
-    CLI::App *const command = program.add_subcommand(name, description);
-    addKeyOptions(command, common);
-    addOutputOptions(command, common);
-    return command;
+void Command::flag(const char *name, bool *isGiven, const char *description) {
+    parser.add_flag(name, *isGiven, description);
+}
+
+void Command::option(const char *name, const char *kind, std::string *value, Need need,
+                     const char *description) {
+    parser.add_option(name, *value, description)->required(need == Need::required)->type_name(kind);
+}
+
+void Command::option(const char *name, const char *kind, std::optional<std::string> *value,
+                     const char *description) {
+    parser.add_option(name, *value, description)->type_name(kind);
+}
+
+void Command::commonOptions(CommonOptions *common) {
+    keyOptions(common);
+    outputOptions(common);
+}
+
+void Command::outputOptions(CommonOptions *common) {
+    flag("--json", &common->json, "the answer as one JSON document");
+    flag("--quiet", &common->quiet, "no answer, only the exit status and problems");
+}
+
+void Command::keyOptions(CommonOptions *common) {
+    option("--key", "FILE", &common->key,
+           "the initial key file, or 'built-in'; else the readers' own choice");
+    flag("--fips", &common->fips, "use a FIPS provider");
+}
+
+void Command::work(std::function<int()> function) {
+    parser.callback([&its = program, function = std::move(function)] { its.work = function; });
 }
 
 int runCommandLine(int argumentCount, char **arguments) {
-    CLI::App program(DESCRIPTION, "vekctl");
-    program.set_help_flag("--help", "Describes the program or a command.");
-    program.set_version_flag("--version", "vekctl " VEK_VERSION, "Shows the version.");
-    program.require_subcommand(0, 1);
-    Run run;
-    addKeygen(program, run);
-    addProtect(program, run);
-    addCheck(program, run);
-    addSet(program, run);
-    addGet(program, run);
-    addRekey(program, run);
-    addUnprotect(program, run);
-    addShow(program, run);
-    addKeyinfo(program, run);
-    addHelp(program, run);
-    program.footer(FIRST_STEPS); // a command that is added later would have it too
+    CLI::App parser(DESCRIPTION, "vekctl");
+    parser.set_help_flag("--help", "Describes the program or a command.");
+    parser.set_version_flag("--version", "vekctl " VEK_VERSION, "Shows the version.");
+    parser.require_subcommand(0, 1);
+    Program program = {parser, {}};
+    addKeygen(program);
+    addProtect(program);
+    addCheck(program);
+    addSet(program);
+    addGet(program);
+    addRekey(program);
+    addUnprotect(program);
+    addShow(program);
+    addKeyinfo(program);
+    addHelp(program);
+    parser.footer(FIRST_STEPS); // a command that is added later would have it too
     try {
-        program.parse(argumentCount, arguments);
+        parser.parse(argumentCount, arguments);
+        return program.work ? program.work() : refuse("a command is missing", parser);
     } catch (const CLI::Success &success) { // --help, --version
-        return program.exit(success);
+        return parser.exit(success);
     } catch (const CLI::ExtrasError &) {
-        return refuseArgument(program, chosenCommand(program), program.remaining(true).front());
+        return refuseArgument(parser, chosenCommand(parser), parser.remaining(true).front());
     } catch (const CLI::RequiredError &error) {
-        return refuse(error.what(), chosenCommand(program));
+        return refuse(error.what(), chosenCommand(parser));
     } catch (const UsageError &error) {
-        return refuse(error.what(), chosenCommand(program));
+        return refuse(error.what(), chosenCommand(parser));
     } catch (const CLI::ArgumentMismatch &) {
         return refuse("an option lacks its value, or there are too many files",
-                      chosenCommand(program));
+                      chosenCommand(parser));
     } catch (const CLI::ParseError &) {
         // The text of other errors repeats the argument.
-        return refuse("the options cannot be understood", chosenCommand(program));
+        return refuse("the options cannot be understood", chosenCommand(parser));
     }
-    if (!run.action)
-        return refuse("a command is missing", program);
-    return run.action();
 }
 
 } // namespace vekctl

@@ -1,14 +1,15 @@
 /*
  * commands.h - how a command comes onto the command line.
  *
- * Each command has a file of its own with one function add...(), which main calls. It adds a
- * subcommand with its options, and a callback that puts the work into Run::action:
+ * Each command has a file of its own with one function add...(), which is called before the
+ * arguments are read. It declares the command with its operands, options and work:
  *
- *   void addCheck(CLI::App &program, Run &run) {
+ *   void addCheck(Program &program) {
  *       const auto options = std::make_shared<Options>();
- *       CLI::App *const command = addCommand(program, "check", "...", &options->common);
- *       command->add_option("FILE", options->files, "...");
- *       command->callback([&run, options] { run.action = [options] { return check(*options); }; });
+ *       Command command(program, "check", "...");
+ *       command.commonOptions(&options->common);
+ *       command.operands("FILE", &options->files, "...");
+ *       command.work([options] { return check(*options); });
  *   }
  */
 #ifndef VEKCTL_COMMANDS_H
@@ -16,40 +17,67 @@
 
 #include "vekctl/options.h"
 
-#include <CLI/App.hpp>
 #include <functional>
 #include <stdexcept>
 
+namespace CLI {
+class App;
+}
+
 namespace vekctl {
 
-struct Run {
-    std::function<int()> action; // returns the exit status
+struct Program {
+    CLI::App &parser;
+    std::function<int()> work; // of the command that was given; returns the exit status
 };
 
-// A subcommand with --key, --json, --quiet and --fips. What `common` points to must outlive the
-// run.
-[[nodiscard]] CLI::App *addCommand(CLI::App &program, const char *name, const char *description,
-                                   CommonOptions *common);
+enum class Need { optional, required };
 
-// Its halves: --json and --quiet for a command that needs no key, --key and --fips for one whose
-// answer is a value.
-void addOutputOptions(CLI::App *command, CommonOptions *common);
-void addKeyOptions(CLI::App *command, CommonOptions *common);
+// What is declared points to storage that must outlive the run.
+class Command {
+public:
+    Command(Program &program, const char *name, const char *description);
 
-// Options that do not go together; a callback throws it. The text repeats no argument.
+    void operand(const char *name, std::string *value, Need need, const char *description);
+    // The last operand, any number of times or `most` times. Required: at least once.
+    void operands(const char *name, std::vector<std::string> *values, Need need,
+                  const char *description, int most = 0);
+    void flag(const char *name, bool *isGiven, const char *description);
+    // `kind` is what its value is called in the help.
+    void option(const char *name, const char *kind, std::string *value, Need need,
+                const char *description);
+    void option(const char *name, const char *kind, std::optional<std::string> *value,
+                const char *description);
+
+    // --key, --json, --quiet and --fips.
+    void commonOptions(CommonOptions *common);
+    // Their halves: --json and --quiet for a command that needs no key, --key and --fips for one
+    // whose answer is a value.
+    void outputOptions(CommonOptions *common);
+    void keyOptions(CommonOptions *common);
+
+    // What the command does; a UsageError may be its answer.
+    void work(std::function<int()> function);
+
+private:
+    Program &program;
+    CLI::App &parser;
+};
+
+// Options that do not go together. The text repeats no argument.
 struct UsageError : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-void addCheck(CLI::App &program, Run &run);
-void addGet(CLI::App &program, Run &run);
-void addKeygen(CLI::App &program, Run &run);
-void addKeyinfo(CLI::App &program, Run &run);
-void addProtect(CLI::App &program, Run &run);
-void addRekey(CLI::App &program, Run &run);
-void addSet(CLI::App &program, Run &run);
-void addShow(CLI::App &program, Run &run);
-void addUnprotect(CLI::App &program, Run &run);
+void addCheck(Program &program);
+void addGet(Program &program);
+void addKeygen(Program &program);
+void addKeyinfo(Program &program);
+void addProtect(Program &program);
+void addRekey(Program &program);
+void addSet(Program &program);
+void addShow(Program &program);
+void addUnprotect(Program &program);
 
 } // namespace vekctl
 

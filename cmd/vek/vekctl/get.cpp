@@ -114,15 +114,13 @@ int get(const Options &options) {
 
 } // namespace
 
-void addGet(CLI::App &program, Run &run) {
+void addGet(Program &program) {
     const auto options = std::make_shared<Options>();
-    CLI::App *const command = program.add_subcommand("get", "Prints one credential.");
-    addKeyOptions(command, &options->common);
-    command->add_option("FILE", options->file, "keystore.conf")->required()->type_name("");
-    command->add_option("KEY", options->key, "the whole key, as pem.password")
-        ->required()
-        ->type_name("");
-    command->callback([&run, options] { run.action = [options] { return get(*options); }; });
+    Command command(program, "get", "Prints one credential.");
+    command.keyOptions(&options->common);
+    command.operand("FILE", &options->file, Need::required, "keystore.conf");
+    command.operand("KEY", &options->key, Need::required, "the whole key, as pem.password");
+    command.work([options] { return get(*options); });
 }
 
 } // namespace vekctl

@@ -75,19 +75,15 @@ Outcome makeKey(const std::string &path, Report &report) {
 
 } // namespace
 
-void addKeygen(CLI::App &program, Run &run) {
+void addKeygen(Program &program) {
     const auto options = std::make_shared<Options>();
-    CLI::App *const command =
-        program.add_subcommand("keygen", "Makes an initial key file: 32 random bytes, mode 0600.");
-    addOutputOptions(command, &options->common);
-    command->add_option("FILE", options->files, "the new file")->required()->type_name("");
-    command->callback([&run, options] {
-        run.action = [options] {
-            Report report("keygen", options->common);
-            return report.overFiles(options->files, [&report](const std::string &path) {
-                return makeKey(path, report);
-            });
-        };
+    Command command(program, "keygen", "Makes an initial key file: 32 random bytes, mode 0600.");
+    command.outputOptions(&options->common);
+    command.operands("FILE", &options->files, Need::required, "the new file");
+    command.work([options] {
+        Report report("keygen", options->common);
+        return report.overFiles(
+            options->files, [&report](const std::string &path) { return makeKey(path, report); });
     });
 }
 

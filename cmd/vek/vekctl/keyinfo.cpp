@@ -6,6 +6,7 @@
 #include "vekctl/loaded_file.h"
 
 #include <memory>
+#include <nlohmann/json.hpp>
 
 namespace vekctl {
 
@@ -63,23 +64,20 @@ Outcome tellKey(const Options &options, const std::string &path, Report &report)
 
 } // namespace
 
-void addKeyinfo(CLI::App &program, Run &run) {
+void addKeyinfo(Program &program) {
     const auto options = std::make_shared<Options>();
-    CLI::App *const command =
-        addCommand(program, "keyinfo", "Tells which initial key is in force, and its flaws.",
-                   &options->common);
-    command->add_option("FILE", options->files, "keystore.conf; else the standard place")
-        ->type_name("");
-    command->callback([&run, options] {
-        run.action = [options] {
-            Report report("keyinfo", options->common);
-            // A key that is named is looked at without a file.
-            const std::vector<std::string> files = options->files.empty() && options->common.key
-                                                       ? std::vector{*options->common.key}
-                                                       : options->files;
-            return report.overFiles(
-                files, [&](const std::string &path) { return tellKey(*options, path, report); });
-        };
+    Command command(program, "keyinfo", "Tells which initial key is in force, and its flaws.");
+    command.commonOptions(&options->common);
+    command.operands("FILE", &options->files, Need::optional,
+                     "keystore.conf; else the standard place");
+    command.work([options] {
+        Report report("keyinfo", options->common);
+        // A key that is named is looked at without a file.
+        const std::vector<std::string> files = options->files.empty() && options->common.key
+                                                   ? std::vector{*options->common.key}
+                                                   : options->files;
+        return report.overFiles(
+            files, [&](const std::string &path) { return tellKey(*options, path, report); });
     });
 }
 

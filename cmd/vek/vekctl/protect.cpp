@@ -117,19 +117,19 @@ private:
 
 } // namespace
 
-void addProtect(CLI::App &program, Run &run) {
+void addProtect(Program &program) {
     const auto options = std::make_shared<ChangeOptions>();
-    CLI::App *const command = addCommand(
-        program, "protect", "Encrypts the credentials that stand in clear.", &options->common);
-    command->add_option("FILE", options->files, "the files; none: the standard place")
-        ->type_name("");
-    command->add_flag("--built-in", options->builtIn, "allow the built-in key, which is no secret");
-    command->add_flag("--name-key", options->nameKey, "let vekcred.keyfile name the file of --key");
-    addChangeOptions(command, options.get());
-    command->callback([&run, options] {
+    Command command(program, "protect", "Encrypts the credentials that stand in clear.");
+    command.commonOptions(&options->common);
+    command.operands("FILE", &options->files, Need::optional,
+                     "the files; none: the standard place");
+    command.flag("--built-in", &options->builtIn, "allow the built-in key, which is no secret");
+    command.flag("--name-key", &options->nameKey, "let vekcred.keyfile name the file of --key");
+    addChangeOptions(&command, options.get());
+    command.work([options] {
         if (options->nameKey && (!options->common.key || *options->common.key == "built-in"))
             throw UsageError("--name-key needs --key and a file");
-        run.action = [options] { return Protect(*options).run(); };
+        return Protect(*options).run();
     });
 }
 

@@ -87,28 +87,22 @@ private:
 
 } // namespace
 
-void addRekey(CLI::App &program, Run &run) {
+void addRekey(Program &program) {
     const auto options = std::make_shared<RekeyOptions>();
-    CLI::App *const command =
-        addCommand(program, "rekey", "Moves files to another initial key; may be run again.",
-                   &options->common);
-    command->add_option("FILE", options->files, "the files; none: the standard place")
-        ->type_name("");
-    command->add_option("--from", options->from, "the old key file, or 'built-in'")
-        ->required()
-        ->type_name("FILE");
-    command->add_option("--to", options->to, "the new key file, or 'built-in'")
-        ->required()
-        ->type_name("FILE");
-    command
-        ->add_option("--set-keyfile", options->keyFile,
-                     "let vekcred.keyfile name this file in the same step")
-        ->type_name("PATH");
-    addChangeOptions(command, options.get());
-    command->callback([&run, options] {
+    Command command(program, "rekey", "Moves files to another initial key; may be run again.");
+    command.commonOptions(&options->common);
+    command.operands("FILE", &options->files, Need::optional,
+                     "the files; none: the standard place");
+    command.option("--from", "FILE", &options->from, Need::required,
+                   "the old key file, or 'built-in'");
+    command.option("--to", "FILE", &options->to, Need::required, "the new key file, or 'built-in'");
+    command.option("--set-keyfile", "PATH", &options->keyFile, Need::optional,
+                   "let vekcred.keyfile name this file in the same step");
+    addChangeOptions(&command, options.get());
+    command.work([options] {
         if (options->common.key)
             throw UsageError("rekey takes --from and --to in place of --key");
-        run.action = [options] { return Rekey(*options).run(); };
+        return Rekey(*options).run();
     });
 }
 

@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
+#include <nlohmann/json.hpp>
 #include <unistd.h>
 
 namespace vekctl {
@@ -100,9 +101,14 @@ std::string standardPlace() {
 Report::Report(const char *commandName, const CommonOptions &options)
     : command(commandName), asJson(options.json), quiet(options.quiet), coloured(mayColour()),
       withProgress(isatty(STDERR_FILENO) != 0 && !options.quiet),
-      document({{"version", JSON_VERSION}, {"command", commandName}}) {
-    document["files"] = nlohmann::json::array();
-}
+      document(std::make_unique<nlohmann::json>(nlohmann::json{
+          {"version", JSON_VERSION},
+          {"command", commandName},
+          {"files", nlohmann::json::array()},
+      })),
+      fileDocument(std::make_unique<nlohmann::json>()) {}
+
+Report::~Report() = default;
 
 int Report::overFiles(std::vector<std::string> files,
                       const std::function<Outcome(const std::string &)> &treat) {
@@ -112,13 +118,13 @@ int Report::overFiles(std::vector<std::string> files,
     for (size_t i = 0; i < files.size(); ++i) {
         showProgress(i, files.size());
         file = files[i];
-        fileDocument = {{"file", shown(file)}};
+        *fileDocument = {{"file", shown(file)}};
         const size_t outcome = static_cast<size_t>(treat(file));
         overwriteRegisters();
         ++counts[outcome];
-        fileDocument["outcome"] = OUTCOME_NAMES[outcome];
+        (*fileDocument)["outcome"] = OUTCOME_NAMES[outcome];
         if (asJson)
-            document["files"].push_back(std::move(fileDocument));
+            (*document)["files"].push_back(std::move(*fileDocument));
     }
     clearProgress();
     countUp(counts);
@@ -145,7 +151,7 @@ void Report::finding(const Finding &finding) {
             entry["line"] = finding.line;
         if (!finding.key.empty())
             entry["key"] = finding.key;
-        fileDocument["findings"].push_back(std::move(entry));
+        (*fileDocument)["findings"].push_back(std::move(entry));
     } else if (!quiet) {
         clearProgress();
         const bool isError = finding.level == Level::error;
@@ -157,12 +163,12 @@ void Report::finding(const Finding &finding) {
 
 void Report::problem(const std::string &text, size_t line, const std::string &key) {
     overwriteRegisters();
-    if (asJson && !fileDocument.is_null()) {
-        fileDocument["problem"] = text;
+    if (asJson && !fileDocument->is_null()) {
+        (*fileDocument)["problem"] = text;
         if (line != 0)
-            fileDocument["line"] = line;
+            (*fileDocument)["line"] = line;
         if (!key.empty())
-            fileDocument["key"] = key;
+            (*fileDocument)["key"] = key;
         return;
     }
     clearProgress();
@@ -174,7 +180,7 @@ void Report::note(const std::string &text, size_t line, const std::string &key) 
     overwriteRegisters();
     const std::string whole = key.empty() ? text : key + ": " + text;
     if (asJson) {
-        fileDocument["notes"].push_back(whole);
+        (*fileDocument)["notes"].push_back(whole);
     } else if (!quiet) {
         clearProgress();
         std::cout << place(file, line) << ": " << whole << "\n";
@@ -213,8 +219,8 @@ void Report::countUp(const std::vector<size_t> &counts) {
                 (words.empty() ? "" : ", ") + std::to_string(counts[i]) + " " + OUTCOME_WORDS[i];
     }
     if (asJson) {
-        document["summary"] = std::move(summary);
-        std::cout << document.dump(/* indent= */ 2) << "\n";
+        (*document)["summary"] = std::move(summary);
+        std::cout << document->dump(/* indent= */ 2) << "\n";
     } else if (all > 1 && !quiet) {
         std::cout << all << " files: " << words << "\n";
     }

@@ -11,7 +11,8 @@
 #include "vekctl/options.h"
 
 #include <functional>
-#include <nlohmann/json.hpp>
+#include <memory>
+#include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <vector>
 
@@ -31,6 +32,9 @@ enum class Outcome { clean, findings, changed, already, failed };
 class Report {
 public:
     Report(const char *commandName, const CommonOptions &options);
+    ~Report();
+    Report(const Report &) = delete;
+    Report &operator=(const Report &) = delete;
 
     // Treats each file (no file: the standard place), one after the other whatever becomes of it,
     // and says in a last line how many of several came out how. `treat` reports on its file with
@@ -49,7 +53,7 @@ public:
     void answer(const std::string &line);
     // The file's object in the document, for members of a command's own.
     [[nodiscard]] nlohmann::json &json() {
-        return fileDocument;
+        return *fileDocument;
     }
 
 private:
@@ -64,8 +68,9 @@ private:
     bool withProgress;
     bool progressShown = false;
     std::string file;
-    nlohmann::json document;
-    nlohmann::json fileDocument;
+    // Pointers, because this header goes without the library's own.
+    std::unique_ptr<nlohmann::json> document;
+    std::unique_ptr<nlohmann::json> fileDocument;
 };
 
 } // namespace vekctl

@@ -114,18 +114,17 @@ private:
 
 } // namespace
 
-void addSet(CLI::App &program, Run &run) {
+void addSet(Program &program) {
     const auto options = std::make_shared<SetOptions>();
-    CLI::App *const command = addCommand(
-        program, "set", "Stores one credential, from the terminal or from standard input.",
-        &options->common);
-    command->add_option("FILE", options->file, "the file")->required()->type_name("");
-    command->add_option("KEY", options->key, "the whole key, such as pem.password.channel.TO.HUB")
-        ->required()
-        ->type_name("");
-    command->add_flag("--built-in", options->builtIn, "allow the built-in key, which is no secret");
-    addChangeOptions(command, options.get());
-    command->callback([&run, options] { run.action = [options] { return Set(*options).run(); }; });
+    Command command(program, "set",
+                    "Stores one credential, from the terminal or from standard input.");
+    command.commonOptions(&options->common);
+    command.operand("FILE", &options->file, Need::required, "the file");
+    command.operand("KEY", &options->key, Need::required,
+                    "the whole key, such as pem.password.channel.TO.HUB");
+    command.flag("--built-in", &options->builtIn, "allow the built-in key, which is no secret");
+    addChangeOptions(&command, options.get());
+    command.work([options] { return Set(*options).run(); });
 }
 
 } // namespace vekctl

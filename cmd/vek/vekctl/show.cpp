@@ -8,6 +8,7 @@
 #include <cstring>
 #include <iostream>
 #include <memory>
+#include <nlohmann/json.hpp>
 
 namespace vekctl {
 
@@ -184,18 +185,16 @@ int show(const Options &options) {
 
 } // namespace
 
-void addShow(CLI::App &program, Run &run) {
+void addShow(Program &program) {
     const auto options = std::make_shared<Options>();
-    CLI::App *const command = addCommand(
-        program, "show", "Prints the record of a section, credentials hidden.", &options->common);
-    command->add_option("SECTION", options->section, "cms, crl, ocsp, pem, pkcs11 or vekcred")
-        ->required()
-        ->type_name("");
-    command->add_option("FILE", options->file, "keystore.conf; else the standard place")
-        ->type_name("");
-    command->add_option("--channel", options->channel, "the record of a channel")
-        ->type_name("NAME");
-    command->callback([&run, options] { run.action = [options] { return show(*options); }; });
+    Command command(program, "show", "Prints the record of a section, credentials hidden.");
+    command.commonOptions(&options->common);
+    command.operand("SECTION", &options->section, Need::required,
+                    "cms, crl, ocsp, pem, pkcs11 or vekcred");
+    command.operand("FILE", &options->file, Need::optional,
+                    "keystore.conf; else the standard place");
+    command.option("--channel", "NAME", &options->channel, "the record of a channel");
+    command.work([options] { return show(*options); });
 }
 
 } // namespace vekctl

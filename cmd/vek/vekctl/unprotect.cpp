@@ -139,22 +139,21 @@ void checkOptions(const UnprotectOptions &options) {
 
 } // namespace
 
-void addUnprotect(CLI::App &program, Run &run) {
+void addUnprotect(Program &program) {
     const auto options = std::make_shared<UnprotectOptions>();
-    CLI::App *const command = addCommand(
-        program, "unprotect", "Writes a file with its credentials in clear.", &options->common);
-    command->add_option("FILE", options->files, "the file; none: the standard place")
-        ->expected(0, 1)
-        ->type_name("");
-    command->add_option("--output", options->output, "a new file, instead of standard output")
-        ->type_name("FILE");
-    command->add_flag("--in-place", options->inPlace, "change the file itself; needs --yes");
-    command->add_flag("--yes", options->yes, "yes, leave the credentials in clear in the file");
-    addChangeOptions(command, options.get());
+    Command command(program, "unprotect", "Writes a file with its credentials in clear.");
+    command.commonOptions(&options->common);
+    command.operands("FILE", &options->files, Need::optional, "the file; none: the standard place",
+                     /* most= */ 1);
+    command.option("--output", "FILE", &options->output, Need::optional,
+                   "a new file, instead of standard output");
+    command.flag("--in-place", &options->inPlace, "change the file itself; needs --yes");
+    command.flag("--yes", &options->yes, "yes, leave the credentials in clear in the file");
+    addChangeOptions(&command, options.get());
     options->builtIn = true; // opening with it tells nobody anything
-    command->callback([&run, options] {
+    command.work([options] {
         checkOptions(*options);
-        run.action = [options] { return Unprotect(*options).run(); };
+        return Unprotect(*options).run();
     });
 }
 
