@@ -137,12 +137,14 @@ is 'after it' "$(printf '%s\n' "${base[@]}")\npem.password = secret\n0" cat conf
 is 'the readers are told of' 'conf: changed: pem.password\nconf: the readers need ZTS_VEKCRED_KEYFILE or vekcred.keyfile to find the key; --name-key writes the latter\n0' \
     "$VEKCTL" protect --key key conf
 is 'the key is named' "conf: changed: vekcred.keyfile\n0" "$VEKCTL" protect --key key --name-key conf
+is 'and told where a variable names another one' "conf: nothing to do\nconf: the key file 'other' that ZTS_VEKCRED_KEYFILE names holds another key; the readers need this one there\n0" \
+    env ZTS_VEKCRED_KEYFILE=other "$VEKCTL" protect --key key --name-key conf
 is 'and found' "secret\n0" bash -c "'$PRINT' --show-credentials pem conf | sed -n 's/^password = //p'"
 says 'another key than the named one' 1 'conf:5: vekcred.keyfile: names another key' "$VEKCTL" protect --key other conf
 is 'the built-in key, when it is said' 0 bash -c "echo 'crl.ldap.pass = x' >built; '$VEKCTL' protect --quiet --built-in built"
-is 'several files, one of them in a document' 'already changed failed 2\n1' bash -c "cp -p conf c1; echo 'pem.password = a' >c2
+is 'several files, one of them in a document' 'already:True changed:False failed:None 2\n1' bash -c "cp -p conf c1; echo 'pem.password = a' >c2
     '$VEKCTL' protect --json --key key c1 c2 absent | python3 -c 'import json, sys; d = json.load(sys.stdin)
-print(*(f[\"outcome\"] for f in d[\"files\"]), len(d[\"files\"][1][\"changes\"]))'; exit \${PIPESTATUS[0]}"
+print(*(\"%s:%s\" % (f[\"outcome\"], f.get(\"found\")) for f in d[\"files\"]), len(d[\"files\"][1][\"changes\"]))'; exit \${PIPESTATUS[0]}"
 "$VEKCTL" protect --key key conf absent c1 >out 2>/dev/null
 is 'the last line counts' '3 files: 2 already, 1 failed\n0' tail -n 1 out
 

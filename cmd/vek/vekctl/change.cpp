@@ -90,13 +90,18 @@ bool Change::mayHold(const KeySource &source, CipherSession *session) {
     return other.reason() != SVC_PBE_OK || isSameKey(session, &other);
 }
 
-void Change::tellOfKey(const std::string &keyFile, CipherSession *session, const char *option) {
-    const KeySource chosen = chooseKeySource(/* option= */ nullptr, keyFile);
+void Change::tellOfKey(const CredentialLines &lines, const std::string &named,
+                       CipherSession *session, const char *option) {
+    const KeySource chosen = chooseKeySource(
+        /* option= */ nullptr, named.empty() ? lines.keyFile() : absolutePath(named));
     CipherSession &found = keys_.session(chosen);
-    if (found.reason() != SVC_PBE_OK)
-        report_.note(shown(found.problem()) + "; the readers need the key there");
-    else if (isSameKey(session, &found))
+    const bool isUsable = found.reason() == SVC_PBE_OK;
+    const bool isFound = lines.credentials().empty() || (isUsable && isSameKey(session, &found));
+    report_.json()["found"] = isFound;
+    if (isFound)
         return;
+    if (!isUsable)
+        report_.note(shown(found.problem()) + "; the readers need the key there");
     else if (chosen.isBuiltIn())
         report_.note("the readers need " + std::string(vek::KEY_FILE_VARIABLE) +
                      " or vekcred.keyfile to find the key; " + option + " writes the latter");

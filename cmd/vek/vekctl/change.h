@@ -47,9 +47,11 @@ public:
     // The session of the key that the readers of the file will use, or of --key; null when there is
     // none. Only the built-in key that was asked for is one.
     [[nodiscard]] CipherSession *sessionFor(const CredentialLines &lines);
-    // Says what the readers need when they would not choose the key of the session themselves.
-    // `keyFile` is the value of vekcred.keyfile; `option` is the one that writes it.
-    void tellOfKey(const std::string &keyFile, CipherSession *session, const char *option);
+    // Says whether the readers choose the key of the session themselves, and what they need when
+    // they do not. `named` is the key file that vekcred.keyfile names from now on, "" for the one
+    // that it named before; `option` is the one that writes it.
+    void tellOfKey(const CredentialLines &lines, const std::string &named, CipherSession *session,
+                   const char *option);
 
     // Refuses with the plan's problem.
     [[nodiscard]] Outcome refuse(const ChangePlan &plan);

@@ -77,8 +77,8 @@ private:
         const Outcome outcome = change_.carryOut(&file, &plan);
         if (outcome == Outcome::failed)
             return outcome;
-        if (!file.lines.credentials().empty() && !options_.nameKey)
-            change_.tellOfKey(file.lines.keyFile(), session, "--name-key");
+        change_.tellOfKey(file.lines, options_.nameKey ? *options_.common.key : "", session,
+                          "--name-key");
         return tellOfTheRest(file.lines) ? Outcome::findings : outcome;
     }
 

@@ -40,7 +40,7 @@ private:
             (!options_.keyFile.empty() && !plan.nameKeyFile(absolutePath(options_.keyFile))))
             return change_.refuse(plan);
         const Outcome outcome = change_.carryOut(&file, &plan);
-        if (outcome != Outcome::failed && !file.lines.credentials().empty())
+        if (outcome != Outcome::failed)
             tellOfTheRest(file.lines);
         return outcome;
     }
@@ -50,9 +50,7 @@ private:
             if (!line.isStored() && !lines.mayBeWrittenMarker(line))
                 change_.report().note("stands in clear as before; vekctl protect encrypts it",
                                       line.line.number, line.name.key());
-        const bool isNamed = !options_.keyFile.empty();
-        change_.tellOfKey(isNamed ? absolutePath(options_.keyFile) : lines.keyFile(), to_,
-                          "--set-keyfile");
+        change_.tellOfKey(lines, options_.keyFile, to_, "--set-keyfile");
     }
 
     bool planValues(const CredentialLines &lines, ChangePlan *plan) {
