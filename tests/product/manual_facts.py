@@ -141,7 +141,7 @@ def run_document(name, text):
 
 for page in ("runvekcred.1", "vekctl.1", "keystore.conf.5"):
     run_document(page, rendered(page))
-for document in ("README.md", "docs/recipes.md"):
+for document in ("README.md", "docs/recipes.md", "docs/fleets.md"):
     run_document(document, source(document))
 
 # The samples of keystore.conf(5) are a whole file, and the program in ztvek(3) reads it.
