@@ -6,10 +6,13 @@
 # The Debian packages by purpose. This is the only list of them. The first is all that ./demo and
 # ./test need, and what every other purpose needs as well.
 packages=(abigail-tools cmake e2fsprogs g++ gdb git libcli11-dev libgtest-dev libssl-dev mandoc
-    ninja-build nlohmann-json3-dev pkg-config python3 python3-cryptography spin strace xfsprogs)
+    ninja-build nlohmann-json3-dev pkg-config python3 python3-cryptography spin strace valgrind
+    xfsprogs)
 packages_check=(ansible-core clang-14 clang-format-14 shellcheck)
 packages_analyse=(clang-14 clang-tidy-14 cppcheck)
 packages_fuzz=(clang-14 libclang-rt-14-dev llvm-14)
+packages_afl=(afl++ clang-14 libclang-rt-14-dev llvm-14)
+packages_portability=(dpkg-dev qemu-user)
 packages_coverage=(gcovr)
 packages_package=(dpkg-dev file lintian)
 packages_bench=(hyperfine libbenchmark-dev)

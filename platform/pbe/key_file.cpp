@@ -25,24 +25,25 @@ namespace {
 constexpr size_t HEXADECIMAL_LENGTH = size_t{2} * SVC_PBE_KEY_LENGTH;
 constexpr size_t BASE64_LENGTH = 44;
 
-int hexadecimalValue(uint8_t digit) {
-    if (digit >= '0' && digit <= '9')
-        return digit - '0';
-    const int letter = digit | 0x20; // lower case
-    return letter >= 'a' && letter <= 'f' ? letter - 'a' + 10 : -1;
+// Negative for what is no digit. The digits may be a key's, so nothing branches on them.
+int hexadecimalValue(int digit) {
+    const int letter = digit | 0x20;                               // lower case
+    const int isNoNumeral = ((digit - '0') | ('9' - digit)) >> 31; // all bits or none
+    const int isNoLetter = ((letter - 'a') | ('f' - letter)) >> 31;
+    return (~isNoNumeral & (digit - '0')) | (~isNoLetter & (letter - 'a' + 10)) |
+           (isNoNumeral & isNoLetter);
 }
 
 bool decodeHexadecimal(const uint8_t *text, size_t length, uint8_t *key) {
     if (length != HEXADECIMAL_LENGTH)
         return false;
+    int all = 0;
     for (size_t i = 0; i < SVC_PBE_KEY_LENGTH; ++i) {
-        const int high = hexadecimalValue(text[2 * i]);
-        const int low = hexadecimalValue(text[2 * i + 1]);
-        if (high < 0 || low < 0)
-            return false;
-        key[i] = static_cast<uint8_t>(high << 4 | low);
+        const int byte = hexadecimalValue(text[2 * i]) << 4 | hexadecimalValue(text[2 * i + 1]);
+        key[i] = static_cast<uint8_t>(byte);
+        all |= byte;
     }
-    return true;
+    return all >= 0;
 }
 
 // The decoder counts padding as zero bytes and lets it stand anywhere, so its place is checked
