@@ -71,6 +71,14 @@ install_packages() {
         "${missing[@]}"
 }
 
+# debian_mirror prints where this machine gets Debian's packages from.
+debian_mirror() {
+    # shellcheck disable=SC2016 # apt-get expands this.
+    apt-get indextargets --format '$(REPO_URI)' 'Created-By: Packages' 'Component: main' \
+        'Label: Debian' |
+        head -n 1
+}
+
 # build_preset PRESET [OPTION...] configures build/PRESET, with the options of cmake, and builds it.
 build_preset() {
     local preset=$1
