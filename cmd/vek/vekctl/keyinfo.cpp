@@ -31,7 +31,7 @@ const char *nameOf(KeyOrigin origin) {
     return "built-in";
 }
 
-Outcome tellKey(const Options &options, const std::string &path, Report &report) {
+Outcome tellKey(const Options &options, const std::string &path, KeyRing &keys, Report &report) {
     LoadedFile file;
     KeySource source;
     if (options.files.empty() && options.common.key)
@@ -39,7 +39,7 @@ Outcome tellKey(const Options &options, const std::string &path, Report &report)
     else if (!file.load(path, &report) || !file.findSource(options.common, &report, &source))
         return Outcome::failed;
     const KeyLook look = lookAtKey(source);
-    CipherSession session(source, options.common.fips);
+    CipherSession &session = keys.session(source);
     report.json()["source"] = nameOf(source.origin);
     report.json()["form"] = nameOf(look.form);
     if (!source.isBuiltIn())
@@ -72,12 +72,13 @@ void addKeyinfo(Program &program) {
                      "keystore.conf; else the standard place");
     command.work([options] {
         Report report("keyinfo", options->common);
+        KeyRing keys(options->common.fips);
         // A key that is named is looked at without a file.
         const std::vector<std::string> files = options->files.empty() && options->common.key
                                                    ? std::vector{*options->common.key}
                                                    : options->files;
         return report.overFiles(
-            files, [&](const std::string &path) { return tellKey(*options, path, report); });
+            files, [&](const std::string &path) { return tellKey(*options, path, keys, report); });
     });
 }
 
