@@ -18,8 +18,11 @@ FILES_A_HOST = 100
 if not shutil.which("ansible-playbook"):
     print("SKIPPED the collection: there is no ansible-playbook")
     sys.exit(77)
+# Another user looks into the folders.
+os.umask(0o022)
 scratch = tempfile.TemporaryDirectory()
 work = pathlib.Path(scratch.name)
+work.chmod(0o755)
 environment = dict(os.environ, HOME=str(work / "home"), LC_ALL="C.UTF-8", ANSIBLE_NOCOLOR="1",
                    ANSIBLE_HOME=str(work / "home"), ANSIBLE_REMOTE_TEMP=str(work / "home/tmp"),
                    PATH=f"{BUILD}/bin:/usr/sbin:/usr/bin:/sbin:/bin",
@@ -44,7 +47,7 @@ def vekctl(*arguments):
 
 
 def clear_file(path, value="planted value", end=""):
-    path.parent.mkdir(mode=0o700, exist_ok=True)
+    path.parent.mkdir(exist_ok=True)
     path.write_text(f"pem.private = /p\npem.public = /c\npem.password = {value}\n{end}")
     return path
 
@@ -121,11 +124,14 @@ HOSTS = {
                  "{file}: the key file '.*/one/next' .* holds another key"),
     "full": ("", {}, False, "{file}: .*the disk is full"),
 }
+tried = {"full": mounted}
 if os.geteuid() != 0:
     HOSTS["keyless"][1].pop("reader")
-if not mounted:
-    print("SKIPPED the full disk: tmpfs cannot be mounted here")
-    HOSTS.pop("full")
+else:
+    tried["keyless"] = "vekctl" in run("runuser", "-u", "nobody", "--", "vekctl", "--version")
+for host in [host for host, is_tried in tried.items() if not is_tried]:
+    print(f"SKIPPED the {host} host: tmpfs, or what nobody can read, cannot be had here")
+    HOSTS.pop(host)
 variables = {}
 before = {}
 for host, (end, settings, *_) in HOSTS.items():
@@ -175,4 +181,4 @@ check('sanity test "compile" on Python 3' in sanity and not re.search("ERROR|FAT
                                                                       sanity), sanity)
 
 print("\n".join(failures) or "no failures")
-sys.exit(1 if failures else 0 if mounted else 77)
+sys.exit(1 if failures else 0 if all(tried.values()) else 77)

@@ -14,8 +14,8 @@ options:
     aliases: [path]
   reader:
     description:
-      - The user that the programs run as which read the credentials. Whether they can use a key is
-        then tried as this user, through C(runuser), for which the module must run as root.
+      - The user that the programs run as which read the credentials. Whether file and key can be
+        read is then tried as this user, through C(runuser), for which the module must run as root.
     type: str
   vekctl:
     description:

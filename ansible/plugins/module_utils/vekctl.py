@@ -28,7 +28,8 @@ class Vekctl:
     def __init__(self, module: AnsibleModule):
         self.module = module
         self.files = [os.path.abspath(path) for path in module.params["files"]]
-        self.reader = module.params["reader"]
+        reader = module.params["reader"]
+        self.reader = None if reader == pwd.getpwuid(os.geteuid()).pw_name else reader
         name = module.params["vekctl"] or "vekctl"
         self.program = module.get_bin_path(name, opt_dirs=["/opt/ztm/bin"])
         if self.program is None:
@@ -36,17 +37,10 @@ class Vekctl:
 
     def ask(self, command, options, files, as_reader=False):
         """The entries of the files, in their order."""
-        return self.run([command, "--json", *options, *files], as_reader) if files else []
-
-    def check_key(self, key):
-        """Fails when the reader cannot use a key."""
-        entry = self.run(["keyinfo", "--json", "--key", key], as_reader=True)[0]
-        if "problem" in entry:
-            self.fail(f"{entry['problem']}, for the user {self.reader}; nothing was changed")
-
-    def run(self, arguments, as_reader):
-        call = [self.program, *arguments]
-        if as_reader and self.reader not in (None, pwd.getpwuid(os.geteuid()).pw_name):
+        if not files:
+            return []
+        call = [self.program, command, "--json", *options, *files]
+        if as_reader and self.reader:
             runuser = self.module.get_bin_path("runuser", required=True)
             call = [runuser, "-u", self.reader, "--", *call]
         status, answer, problem = self.module.run_command(call)
@@ -79,24 +73,31 @@ def complaints(entry):
             for finding in entry["findings"] if finding["level"] == "error"]
 
 
-def refuse_lost_key(vekctl, entry):
-    """Where the programs that read the file would not find the key, nothing is done."""
-    if "problem" in entry or entry.get("found"):
-        return
-    if "found" not in entry:
-        vekctl.fail("vekctl does not tell whether the readers find the key" + NO_MATCH)
+def refuse(entry, cause):
     entry.pop("changes", None)
-    entry.update(outcome="failed", problem=entry["notes"][-1])
+    entry.update(outcome="failed", problem=cause)
+
+
+def plan(vekctl, command, options, key):
+    """What would be done, without the files whose readers would not find the key or not get it."""
+    entries = vekctl.ask(command, [*options, "--dry-run"], vekctl.files)
+    for entry in entries:
+        if "problem" not in entry and "found" not in entry:
+            vekctl.fail("vekctl does not tell whether the readers find the key" + NO_MATCH)
+        if not entry.get("found", True):
+            refuse(entry, entry["notes"][-1])
+    if vekctl.reader:
+        looks = vekctl.ask("keyinfo", ["--key", key] if key else [], vekctl.files, as_reader=True)
+        for entry, look in zip(entries, looks):
+            if "problem" in look and "problem" not in entry:
+                refuse(entry, f"for the user {vekctl.reader}: {look['problem']}")
+    return entries
 
 
 def change_files(module, command, options, key):
-    """Changes the files after a dry run, which names those that are left as they are."""
+    """Changes what can be changed, and fails when something cannot."""
     vekctl = Vekctl(module)
-    if key and vekctl.reader:
-        vekctl.check_key(key)
-    entries = vekctl.ask(command, [*options, "--dry-run"], vekctl.files)
-    for entry in entries:
-        refuse_lost_key(vekctl, entry)
+    entries = plan(vekctl, command, options, key)
     changing = [i for i, entry in enumerate(entries) if "changes" in entry]
     if not module.check_mode:
         done = vekctl.ask(command, options, [vekctl.files[i] for i in changing])
