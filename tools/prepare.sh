@@ -16,7 +16,7 @@ packages_portability=(dpkg-dev qemu-user)
 packages_coverage=(gcovr)
 packages_package=(dpkg-dev file lintian)
 packages_bench=(hyperfine libbenchmark-dev)
-packages_peers=(libglib2.0-dev libinih-dev mawk)
+packages_peers=(libglib2.0-dev mawk)
 packages_fips=(dpkg-dev g++ make openssl perl)
 
 # Settings of the caller's own must not reach a run of the command.
