@@ -69,9 +69,4 @@ TEST(Options, FollowTheTable) {
     }
 }
 
-TEST(Options, AcceptAlgorithmsOneAndTwoOnly) {
-    for (const int32_t algorithm : {-1, 0, 1, 2, 3, INT32_MAX})
-        EXPECT_EQ(algorithm == 1 || algorithm == 2, isKnownAlgorithm(algorithm)) << algorithm;
-}
-
 } // namespace
