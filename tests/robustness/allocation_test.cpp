@@ -50,18 +50,6 @@ uint32_t cacheAndRelease() {
     return same(result, &isEnabled, sizeof isEnabled);
 }
 
-uint32_t parseAndFilter() {
-    char text[] = "x.a = 1\ny.b = 2\nx.c = 3\n";
-    SztuList *const list = SztuListCreate();
-    const uint32_t result = sztucParseConfigFile(text, list);
-    sztucFilterPrefix(list, "x");
-    const uint64_t count = list == nullptr ? 0 : list->SztuListCount(list);
-    sztucFreeConfigList(list);
-    if (result != SZTU_OK && result != SZTU_CANNOT_PARSE)
-        return WRONG;
-    return same(result, &count, sizeof count);
-}
-
 // An item without memory is dropped and leaves the list as it was.
 uint32_t fillList() {
     char item = 'x';
@@ -135,7 +123,6 @@ constexpr Operation OPERATIONS[] = {
     {"pkcs11", OF_A_CREDENTIAL, [] { return read(sztouGetPkcs11Config, keystore, nullptr); }},
     {"crl", OF_A_CREDENTIAL, [] { return read(sztouGetCrlConfig, keystore, nullptr, 0); }},
     {"channel cache", OF_A_LOAD, cacheAndRelease},
-    {"parser and filter", 1 + 3 * OF_A_LINE, parseAndFilter},
     {"list", 1 + 3, fillList},
     {"AES-256-GCM", OF_A_SESSION, [] { return saveAndRestore(SVC_PBE_ALGORITHM_GCM); }},
     {"AES-256-CBC", OF_A_SESSION, [] { return saveAndRestore(SVC_PBE_ALGORITHM_CBC_HMAC); }},
@@ -149,6 +136,7 @@ uint32_t recordCount() {
     svcGetFailureRecord(&latest);
     EXPECT_TRUE(latest.count == 0 ||
                 (latest.failure == SVC_FAILURE_MEMORY && latest.probe == SVC_PROBE_MEMORY &&
+                 latest.line > 0 &&
                  strncmp(latest.source, "lib/vek/szt", strlen("lib/vek/szt")) == 0));
     return latest.count;
 }

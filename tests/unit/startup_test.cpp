@@ -33,7 +33,9 @@ TEST(Services, RefuseMissingArguments) {
     SvcMiniSubpool context = svcIC_MINI_SUBPOOL, other = context, foreign = context;
     ++other.word;
     ++foreign.handle;
+    void *memory = text;
     const uint32_t results[] = {svcGetMemFn(0, 16, 1, 1, 0, nullptr),
+                                svcGetMemFn(0, 16, 1, 0, 0, &memory),
                                 svcCheckConsistency(nullptr),
                                 svcStrerrorEx(1, nullptr, sizeof text, 0, 1),
                                 svcStrerrorEx(1, text, 0, 0, 1),
