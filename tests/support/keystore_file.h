@@ -58,6 +58,17 @@ inline SztuList *loaded(const std::string &content, const char *section) {
     return list;
 }
 
+// The items of a list, "[key=value]" for each; the list goes.
+inline std::string takeItems(SztuList *list) {
+    std::string items;
+    for (const SztuListNode *node = list->head; node != nullptr; node = node->next) {
+        const SztucConfigItem *const texts = static_cast<SztucConfigItem *>(node->item);
+        items += std::string("[") + texts->key + "=" + texts->value + "]";
+    }
+    sztucFreeConfigList(list);
+    return items;
+}
+
 // A file with every section, for the channel HUB too, and `credential` behind a marker of each.
 // What the reader of a channel looks for in "pem" stands in "cms" as well, where it looks in the
 // cache.

@@ -2,8 +2,6 @@
 #include "support/keystore_file.h"
 #include "sztoumaa/lookup.h"
 
-#include <sstream>
-
 namespace {
 
 using std::string;
@@ -42,41 +40,44 @@ TEST(Lookup, OfATextKnowsRequiredOptionalAndTwice) {
 }
 
 TEST(Lookup, OfIntegersAndLogicalsTakesExactlyTheirWords) {
-    // Result and value as integer, result and value as logical; -9: the value is as it was.
-    const char *const cases[][2] = {
-        {"1", "0 1 0 1"},
-        {"0", "0 0 0 0"},
-        {"1z", "0 1 15 -9"},
-        {"0x10", "0 0 15 -9"},
-        {"-2a", "0 -2 15 -9"},
-        {"tRuE", "0 0 0 1"},
-        {"Yes", "0 0 0 1"},
-        {"on", "0 0 0 1"},
-        {"oFF", "0 0 0 0"},
-        {"No", "0 0 0 0"},
-        {"false", "0 0 0 0"},
-        {"y", "0 0 15 -9"},
-        {"true.", "0 0 15 -9"},
-        {"2", "0 2 15 -9"},
-        {"1\nx.k=1", "15 -9 15 -9"},
-        {"1\nx.k2=2", "0 1 0 1"},
-        // Neither the range nor what stands behind 20 characters is looked at.
-        {"4294967297", "0 1 15 -9"},
-        {"99999999999999999999", "0 -1 15 -9"},
-        {"000000000000000000123", "0 12 15 -9"}};
+    const struct {
+        const char *text;
+        const char *integer;
+        const char *logical;
+    } cases[] = {{"1", "1", "1"},
+                 {"0", "0", "0"},
+                 {"1z", "1", "refused"},
+                 {"0x10", "0", "refused"},
+                 {"-2a", "-2", "refused"},
+                 {"tRuE", "0", "1"},
+                 {"Yes", "0", "1"},
+                 {"on", "0", "1"},
+                 {"oFF", "0", "0"},
+                 {"No", "0", "0"},
+                 {"false", "0", "0"},
+                 {"y", "0", "refused"},
+                 {"true.", "0", "refused"},
+                 {"2", "2", "refused"},
+                 {"1\nx.k=1", "refused", "refused"},
+                 {"1\nx.k2=2", "1", "1"},
+                 // Neither the range nor what stands behind 20 characters is looked at.
+                 {"4294967297", "1", "refused"},
+                 {"99999999999999999999", "-1", "refused"},
+                 {"000000000000000000123", "12", "refused"}};
+    // What a refused key leaves alone, and what an unknown or an empty one is.
+    const auto found = [](auto lookup, SztuList *list) {
+        int32_t number = -9, other;
+        const uint32_t result = lookup(list, nullptr, "k", &number);
+        EXPECT_EQ(1U, lookup(list, nullptr, "j", &other));
+        EXPECT_EQ(2U, lookup(list, nullptr, "", &other));
+        EXPECT_EQ(2U, lookup(nullptr, nullptr, "k", &other));
+        return result == 0 ? std::to_string(number) : result == 15 && number == -9 ? "refused" : "";
+    };
     sztUseLogErrorMessage = 0;
     for (const auto &row : cases) {
-        SztuList *list = loaded(string("x.k=") + row[0], "x");
-        int32_t number = -9, logical = -9;
-        const uint32_t numberResult = vek::getInt(list, nullptr, "k", &number);
-        const uint32_t logicalResult = vek::getLogical(list, nullptr, "k", &logical);
-        std::ostringstream results;
-        results << numberResult << ' ' << number << ' ' << logicalResult << ' ' << logical;
-        EXPECT_EQ(row[1], results.str()) << row[0];
-        EXPECT_EQ(1U, vek::getInt(list, nullptr, "j", &number));
-        EXPECT_EQ(1U, vek::getLogical(list, nullptr, "j", &number));
-        EXPECT_EQ(2U, vek::getInt(list, nullptr, "", &number));
-        EXPECT_EQ(2U, vek::getLogical(nullptr, nullptr, "k", &logical));
+        SztuList *list = loaded(string("x.k=") + row.text, "x");
+        EXPECT_EQ(row.integer, found(vek::getInt, list)) << row.text;
+        EXPECT_EQ(row.logical, found(vek::getLogical, list)) << row.text;
         sztucFreeConfigList(list);
     }
     sztUseLogErrorMessage = 1;
