@@ -1,10 +1,8 @@
 // The cipher session of the readers, and where its initial key comes from.
 #include "support/keystore_file.h"
 #include "sztoumaa/built_in_key.h"
-#include "zttrc.h"
 
 #include <cstring>
-#include <sstream>
 
 namespace {
 
@@ -69,17 +67,6 @@ TEST(Session, TakesItsKeyFromTheFirstSourceThatIsNamed) {
     }
     unsetenv("ZTS_VEKCRED_KEYFILE");
     EXPECT_EQ(SVC_PBE_BAD_ARGUMENTS + 0U, sztouTermPBE(nullptr));
-}
-
-TEST(Session, IsTracedWhenItIsRefusedToo) {
-    if ((thdProcess.traceFlags & TRC_UNSETTLED) == 0)
-        GTEST_SKIP() << "another test of this process came first";
-    const TemporaryFile trace("");
-    setenv("ZTS_TRACE", trace.path.c_str(), 1);
-    EXPECT_EQ(2, sztouInitializePBE(SVC_COMPONENT_VEK, 369, nullptr, nullptr, nullptr, 0));
-    std::ostringstream records;
-    records << std::ifstream(trace.path).rdbuf();
-    EXPECT_NE(string::npos, records.str().find("exit  16:369 rc=2")) << records.str();
 }
 
 } // namespace

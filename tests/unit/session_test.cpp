@@ -1,11 +1,9 @@
 // Sessions: what they accept and refuse besides the vectors, and what they leave behind.
-#include "ztpbe.h"
+#include "support/cipher_session.h"
 
 #include <csignal>
 #include <functional>
-#include <gtest/gtest.h>
 #include <openssl/err.h>
-#include <string>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -13,49 +11,7 @@
 
 namespace {
 
-// A session with key and salt of its own. `reason` is the result of the latest call.
-struct Session {
-    SvcPBESession record = {};
-    std::string key, salt = std::string(SVC_PBE_SALT_LENGTH, 's');
-    uint32_t reason = 0, algorithm = 0;
-
-    explicit Session(int number, const std::string &keyBytes = std::string(32, 'k'))
-        : key(keyBytes) {
-        record.algorithm = number;
-        record.label = "<VEK>";
-        record.keyLength = static_cast<int32_t>(key.size());
-        record.key = reinterpret_cast<uint8_t *>(key.data());
-        record.saltLength = static_cast<int32_t>(salt.size());
-        record.salt = reinterpret_cast<uint8_t *>(salt.data());
-    }
-    Session(const Session &) = delete;
-    ~Session() {
-        (void)svcPBETerm(&record, SVC_PBE_TERM_CLOSE);
-    }
-    uint32_t open() {
-        return reason = svcPBEInit(svcIC_MINI_SUBPOOL.handle, svcIC_MINI_SUBPOOL.word, &record);
-    }
-    std::string take(char *text, int32_t length) const {
-        EXPECT_EQ(reason == SVC_PBE_OK, text != nullptr);
-        std::string copy(text, static_cast<size_t>(length));
-        (void)svcPBEFreeBuf(text, length);
-        return copy;
-    }
-    std::string save(const std::string &clear) {
-        char *text;
-        int32_t length;
-        reason =
-            svcPBESave(&record, clear.data(), static_cast<int32_t>(clear.size()), &text, &length);
-        return take(text, length);
-    }
-    std::string restore(const std::string &stored) {
-        char *text;
-        int32_t length;
-        reason = svcPBERestore(&record, stored.data(), static_cast<int32_t>(stored.size()),
-                               &algorithm, &text, &length);
-        return take(text, length);
-    }
-};
+using Session = CipherSession;
 
 // Texts of other lengths go there and back in fuzz/value_fuzzer.cpp.
 TEST(Save, WritesWhatRestoreTakesUpToTheLimit) {
@@ -173,33 +129,24 @@ TEST(Session, IsOpenedOnceAndWipesWhatItIsToldTo) {
     EXPECT_EQ(std::string(SVC_PBE_SALT_LENGTH, '\0'), session.salt);
 }
 
-// Processes are made past the C library too, which then tells nobody.
+// The child is made past the C library, which then tells nobody.
 TEST(Session, SharesNoNonceWithAChildProcess) {
     constexpr size_t LENGTH = 23; // label, digit, "!", nonce
-    const struct {
-        const char *name;
-        pid_t (*call)();
-    } forks[] = {
-        {"fork", fork},
-        {"_Fork", _Fork},
-        {"clone", [] { return static_cast<pid_t>(syscall(SYS_clone, SIGCHLD, 0, 0, 0, 0)); }}};
     for (const int algorithm : {SVC_PBE_ALGORITHM_CBC_HMAC, SVC_PBE_ALGORITHM_GCM}) {
         Session session(algorithm);
         ASSERT_EQ(0U, session.open());
         (void)session.save("before the child");
-        for (const auto &[name, call] : forks) {
-            int ends[2];
-            ASSERT_EQ(0, pipe(ends));
-            const pid_t child = call();
-            ASSERT_GE(child, 0);
-            const std::string nonce = session.save("x").substr(0, LENGTH);
-            if (child == 0)
-                _exit(write(ends[1], nonce.data(), LENGTH) == LENGTH ? 0 : 1);
-            char childNonce[LENGTH] = {};
-            EXPECT_EQ(static_cast<ssize_t>(LENGTH), read(ends[0], childNonce, LENGTH));
-            EXPECT_NE(nonce, std::string(childNonce, LENGTH)) << name;
-            EXPECT_EQ(child, waitpid(child, nullptr, 0));
-        }
+        int ends[2];
+        ASSERT_EQ(0, pipe(ends));
+        const auto child = static_cast<pid_t>(syscall(SYS_clone, SIGCHLD, 0, 0, 0, 0));
+        ASSERT_GE(child, 0);
+        const std::string nonce = session.save("x").substr(0, LENGTH);
+        if (child == 0)
+            _exit(write(ends[1], nonce.data(), LENGTH) == LENGTH ? 0 : 1);
+        char childNonce[LENGTH] = {};
+        EXPECT_EQ(static_cast<ssize_t>(LENGTH), read(ends[0], childNonce, LENGTH));
+        EXPECT_NE(nonce, std::string(childNonce, LENGTH));
+        EXPECT_EQ(child, waitpid(child, nullptr, 0));
     }
 }
 

@@ -1,12 +1,11 @@
 // The frozen vectors of known_answers.txt, through the product; known_answers_test tries them
 // through a program that shares no code with it.
-#include "shared.h"
+#include "support/cipher_session.h"
 #include "sztoumaa/built_in_key.h"
 
 #include <algorithm>
 #include <array>
 #include <fstream>
-#include <gtest/gtest.h>
 #include <map>
 #include <memory>
 #include <sstream>
@@ -71,44 +70,21 @@ uint32_t readKey(const std::string &content, std::string *key) {
     return reason;
 }
 
-// A session with the key of an answer, opened for the other algorithm than that of its value.
-struct Session {
-    SvcPBESession record = {};
+// The session of an answer, opened for the other algorithm than that of its value.
+std::unique_ptr<CipherSession> sessionOf(const Fields &answer) {
+    std::array<uint8_t, SVC_PBE_KEY_LENGTH> builtIn;
     std::array<uint8_t, SVC_PBE_SALT_LENGTH> salt;
-    std::string key;
-    uint32_t reason = 0, algorithm = 0;
-
-    explicit Session(const Fields &answer) {
-        if (answer[1] != "default") {
-            EXPECT_EQ(0U, readKey(bytesOf(answer[1]), &key));
-        } else {
-            std::array<uint8_t, SVC_PBE_KEY_LENGTH> bytes;
-            vek::buildDefaultKey(bytes);
-            key.assign(bytes.begin(), bytes.end());
-        }
-        vek::buildFixedSalt(salt);
-        record.algorithm = '3' - answer[3][5];
-        record.label = vek::LABEL;
-        record.keyLength = static_cast<int32_t>(key.size());
-        record.key = reinterpret_cast<uint8_t *>(key.data());
-        record.saltLength = SVC_PBE_SALT_LENGTH;
-        record.salt = salt.data();
-        EXPECT_EQ(0U, svcPBEInit(svcIC_MINI_SUBPOOL.handle, svcIC_MINI_SUBPOOL.word, &record));
+    vek::buildDefaultKey(builtIn);
+    vek::buildFixedSalt(salt);
+    std::string key(builtIn.begin(), builtIn.end());
+    if (answer[1] != "default") {
+        EXPECT_EQ(0U, readKey(bytesOf(answer[1]), &key));
     }
-    Session(const Session &) = delete;
-    ~Session() {
-        (void)svcPBETerm(&record, SVC_PBE_TERM_CLOSE);
-    }
-    std::string restore(const std::string &stored) {
-        char *text;
-        int32_t length;
-        reason = svcPBERestore(&record, stored.data(), static_cast<int32_t>(stored.size()),
-                               &algorithm, &text, &length);
-        const std::string clear(text, static_cast<size_t>(length));
-        (void)svcPBEFreeBuf(text, length);
-        return clear;
-    }
-};
+    auto session = std::make_unique<CipherSession>('3' - answer[3][5], key,
+                                                   std::string(salt.begin(), salt.end()));
+    EXPECT_EQ(0U, session->open());
+    return session;
+}
 
 TEST(Answers, ComeOutAndNoTextWithAnotherCharacterDoes) {
     const std::vector<Fields> answers = vectorsOf("answer");
@@ -116,13 +92,13 @@ TEST(Answers, ComeOutAndNoTextWithAnotherCharacterDoes) {
     for (const Fields &answer : answers) {
         SCOPED_TRACE(answer[0]);
         const std::string &stored = answer[3];
-        Session session(answer);
-        EXPECT_EQ(bytesOf(answer[2]), session.restore(stored));
-        EXPECT_EQ(static_cast<uint32_t>(stored[5] - '0'), session.algorithm);
+        const auto session = sessionOf(answer);
+        EXPECT_EQ(bytesOf(answer[2]), session->restore(stored));
+        EXPECT_EQ(static_cast<uint32_t>(stored[5] - '0'), session->algorithm);
         for (size_t i = 0; i < stored.size(); ++i) {
             std::string changed = stored;
             changed[i] = changed[i] == 'A' ? 'B' : 'A';
-            EXPECT_EQ("", session.restore(changed)) << changed;
+            EXPECT_EQ("", session->restore(changed)) << changed;
         }
     }
 }
@@ -134,23 +110,23 @@ TEST(Fingerprints, AreThoseOfTheInitialKeyWhateverTheAlgorithm) {
     const std::vector<Fields> fingerprints = vectorsOf("fingerprint");
     EXPECT_EQ(answers.size(), fingerprints.size());
     for (const Fields &fingerprint : fingerprints) {
-        Session session(answers.at(fingerprint[0]));
+        const auto session = sessionOf(answers.at(fingerprint[0]));
         char text[SVC_PBE_FINGERPRINT_LENGTH + 1];
-        EXPECT_EQ(0U, svcPBEFingerprint(&session.record, text));
+        EXPECT_EQ(0U, svcPBEFingerprint(&session->record, text));
         EXPECT_EQ(fingerprint[1], text) << fingerprint[0];
     }
 }
 
 TEST(Refusals, AreRefusedForTheirOneFault) {
-    std::map<std::string, std::unique_ptr<Session>> sessions;
+    std::map<std::string, std::unique_ptr<CipherSession>> sessions;
     for (const Fields &answer : vectorsOf("answer"))
         if (answer[0].rfind("hexadecimal", 0) == 0 || answer[0].rfind("raw", 0) == 0)
-            sessions[answer[0]] = std::make_unique<Session>(answer);
+            sessions[answer[0]] = sessionOf(answer);
     const std::vector<Fields> refusals = vectorsOf("refusal");
     EXPECT_EQ(129U, refusals.size());
     for (const auto &[name, answer, verdict, text] : refusals) {
         SCOPED_TRACE(name);
-        Session &session = *sessions.at(answer);
+        CipherSession &session = *sessions.at(answer);
         EXPECT_EQ("", session.restore(textOf(text)));
         EXPECT_EQ(verdict == "forged" ? SVC_PBE_AUTHENTICATION_FAILED + 0U
                                       : SVC_PBE_MALFORMED_TEXT + 0U,
