@@ -1,23 +1,12 @@
 #!/usr/bin/env bash
-# The command as a process: exit status, message numbers, what becomes of the files, and files that must not
-# exist.
-set -uo pipefail
+# The command as a process: exit status, message numbers, what becomes of the files, and files that
+# must not exist.
+. "$VEK_SOURCE/tests/support/shell.sh"
 command=$VEK_BUILD/bin/runvekcred
-scratch=$(mktemp -d)
-trap 'chmod -R u+w "$scratch"; rm -rf "$scratch"' EXIT
-mkdir "$scratch/work" && cd "$scratch/work" || exit 1
+mkdir work && cd work || exit 1
 unset ZTS_KEYSTORE_CONF ZTS_VEKCRED_KEYFILE
-export HOME=$scratch/work
-failures=0
-checks=0
+export HOME=$PWD
 
-is() { # is NAME EXPECTED GOT
-  checks=$((checks + 1))
-  [ "$2" = "$3" ] && return
-  failures=$((failures + 1))
-  printf 'FAILED %s: "%s" instead of "%s"\n' "$1" "$3" "$2"
-  cat ../err
-}
 names() { is "$1" yes "$(grep -qF -- "$2" ../err && echo yes)"; }
 fresh() {
   chmod -R u+w . && rm -rf ./* .zts
@@ -33,7 +22,7 @@ states() {
     printf ' %s=%s' "$file" $state
   done
 }
-# run NAME EXPECTED ARGUMENTS...: exit status, the numbers of all messages in their order, and all files
+# run NAME EXPECTED ARGUMENTS...: exit status, the numbers of all messages in their order, all files
 run() {
   "$command" "${@:3}" >../out 2>../err
   is "$1" "$2" "$? $(grep -oE '^ZTM[0-9A-F]{4}[EWI]' ../err | xargs):$(states)"
@@ -46,10 +35,9 @@ run 'bare word' '10 ZTM7027E ZTM3056I: conf=clear' file
 names 'names the argument' "'file'"
 run 'missing value' '10 ZTM7027E ZTM3056I: conf=clear' -f
 run 'help' '10 ZTM3056I: conf=clear' '-?'
-for algorithm in 0 3 -1 + 4294967298; do
+for algorithm in 0 3 -1; do
   run "-sp $algorithm" '10 ZTM3056I: conf=clear' -f conf -sp "$algorithm"
 done
-run '-sp with a blank behind' '10 ZTM7027E ZTM3056I: conf=clear' -f conf -sp '2 '
 run 'empty argument ends the scan' '0 ZTM6339W ZTM9105I: conf=protected' -f conf '' -o other
 
 # --- Which file
@@ -60,10 +48,14 @@ names 'and why' 'No such file or directory'
 if unshare -U --map-user=4000000 true 2>/dev/null; then
   env -u HOME unshare -U --map-user=4000000 "$command" >../out 2>../err
   is 'a user who has no home ends with 15, without a message' '15 0' "$? $(wc -c <../err)"
+  env -u HOME unshare -U --map-user=4000000 "$VEK_BUILD/tests/print_section" pem 2>../err
+  names 'the readers show one' "ZTM9083E"
 fi
 library=$VEK_BUILD/tests/librefused_memory.so
 if [ -e "$library" ]; then # one of the requests is the key for the data of threads
-  for n in {1..9}; do VEK_REFUSED_REQUEST=$n LD_PRELOAD=$library "$command" '-?'; done >../out 2>../err
+  for n in {1..9}; do
+    VEK_REFUSED_REQUEST=$n LD_PRELOAD=$library "$command" '-?'
+  done >../out 2>../err
   is 'services that do not start' 'svcMiniInitialize failed: 536896295' "$(cat ../out)"
 fi
 mkdir .zts && cp conf .zts/keystore.conf
@@ -90,8 +82,8 @@ fresh
 run '-o another spelling empties the file' '0 ZTM6339W ZTM9105I: conf=empty' -f conf -o ./conf
 fresh
 touch conf.bak
-run 'output cannot be opened: the .bak of another run stays' '1 ZTM6339W ZTM9106E: conf=clear conf.bak=empty' \
-  -f conf -o no/such
+run 'output cannot be opened: the .bak of another run stays' \
+  '1 ZTM6339W ZTM9106E: conf=clear conf.bak=empty' -f conf -o no/such
 names 'names it' "'no/such'"
 rm conf.bak && mkdir conf.bak
 run 'the temporary path is a directory' '1 ZTM6339W ZTM9106E: conf=clear' -f conf
@@ -100,7 +92,7 @@ fresh
 { cat conf && printf 'pem.password = %01000d\n' 7 && echo 'last.line = x'; } >long && mv long conf
 run 'a credential too long' '85 ZTM6339W ZTM6337E: conf=clear' -f conf
 run 'the same with -o' '85 ZTM6339W ZTM6337E: conf=clear part=protected' -f conf -o part
-is 'the partial output stays, without what follows' 'pem.password = ' "$(tail -n 1 part | cut -c1-15)"
+is 'the partial output stays, and ends there' 'pem.password = ' "$(tail -n 1 part | cut -c1-15)"
 fresh
 "$command" -f conf <&- >&- 2>&-
 is 'no standard streams' ' conf=protected' "$(states)"
@@ -148,13 +140,15 @@ own_key 'the output' -sf conf.bak -o ./conf.bak
 own_key 'the output under another name' -sf conf.bak -o out
 own_key 'the output behind a link' -sf out -o link
 own_key 'the temporary file' -sf conf.bak
-run 'a key file beside them' '0 ZTM9105I: conf=clear conf.bak=other new=protected out=other' -f conf -sf good.key -o new
+run 'a key file beside them' '0 ZTM9105I: conf=clear conf.bak=other new=protected out=other' \
+  -f conf -sf good.key -o new
 fresh
 printf 'vekcred.keyfile = a\nvekcred.keyfile = b\n' >>conf
 run 'keyfile twice' '15 ZTM6339W: conf=clear' -f conf
 printf 'no equals sign\n' >>conf
 run 'file that cannot be parsed' '11 ZTM6339W: conf=clear' -f conf
-run 'is rewritten all the same with -sf, here a pipe' '0 ZTM9105I: conf=protected' -f conf -sf <(echo phrase)
+run 'is rewritten all the same with -sf, here a pipe' '0 ZTM9105I: conf=protected' \
+  -f conf -sf <(echo phrase)
 
 # --- Odd content
 fresh
@@ -163,14 +157,16 @@ fresh
   printf '%08190d\n%08191d\n%08192d\n%020000d' 0 0 0 0
 } >conf
 run 'NUL, CRLF, long lines, no last newline' '0 ZTM9105I: conf=protected' -f conf -sf <(echo phrase)
-is 'no line is lost' yes "$([ "$(tr -d '\n' <conf | tr -dc 0 | wc -c)" -ge $((8190 + 8191 + 8192 + 20000)) ] && echo yes)"
+zeros=$(tr -dc 0 <conf | wc -c)
+is 'no line is lost' 1 $((zeros >= 8190 + 8191 + 8192 + 20000))
 
 # --- Trace: what a user of it looks for, and never a key
 fresh
 traced() { ZTS_TRACE=../$1 "$command" "${@:2}" >../out 2>../err; } # traced FILE ARGUMENTS...
 traced trace -f conf -sf <(printf '0123456789abcdef0123456789ABCDEF')
+place='\[cmd/vek/runvekcred:[0-9]+\]'
 is 'the trace names the key source with its place' 1 \
-  "$(grep -cE "parms 16:370 +\[cmd/vek/runvekcred:[0-9]+\] Using initial key from file '/dev/fd" ../trace)"
+  "$(grep -cE "parms 16:370 +$place Using initial key from file '/dev/fd" ../trace)"
 is 'records every line' 2 "$(grep -c 'entry 16:371' ../trace)"
 is 'holds the exit' 1 "$(grep -cE '^20[0-9T:.-]+Z [0-9]+\.[0-9]+ exit  16:370 rc=0$' ../trace)"
 is 'holds no key' 0 "$(grep -c 0123456789abcdef ../trace)"
@@ -182,6 +178,12 @@ is 'is appended to' yes "$([ "$appended" -gt "$lines" ] && echo yes)"
 ln -s trace ../link
 traced link '-?'
 is 'is not written through a link' "$appended" "$(wc -l <../trace)"
+ln ../trace ../second
+traced trace '-?'
+is 'nor under a second name' "$appended" "$(wc -l <../trace)"
+rm ../second && chmod 646 ../trace
+traced trace '-?'
+is 'becomes private' '600 1' "$(stat -c %a ../trace) $(($(wc -l <../trace) > appended))"
 mkfifo ../fifo
 traced fifo '-?'
 is 'does not wait for a pipe' 10 $?
@@ -196,15 +198,15 @@ if [ "$(id -u)" = 0 ]; then
   fresh
   mkdir locked && cp conf locked && chmod 555 locked
   # Without its capabilities root obeys the permissions too, wherever the build folder lies.
-  printf '#!/bin/sh\nexec setpriv --bounding-set=-all --inh-caps=-all "%s" "$@"\n' "$command" >../as_user
+  printf '#!/bin/sh\nexec setpriv --bounding-set=-all --inh-caps=-all "%s" "$@"\n' "$command" \
+    >../as_user
   chmod +x ../as_user
   command=../as_user
-  run 'a directory that cannot be written' '1 ZTM6339W ZTM9106E: conf=clear locked/conf=clear' -f locked/conf
+  run 'a directory that cannot be written' '1 ZTM6339W ZTM9106E: conf=clear locked/conf=clear' \
+    -f locked/conf
   names 'says why' 'Permission denied'
   chmod 0 conf
   run 'a file that cannot be read' '12 ZTM9062E: conf=clear locked/conf=clear' -f conf -o /dev/null
   names 'says why' 'Permission denied'
 fi
-
-printf '%s checks, %s failed\n' "$checks" "$failures"
-[ "$failures" = 0 ]
+report

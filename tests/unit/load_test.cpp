@@ -2,8 +2,6 @@
 #include "support/keystore_file.h"
 #include "sztoumaa/load.h"
 
-#include <sched.h>
-
 namespace {
 
 using std::string;
@@ -36,23 +34,6 @@ TEST(LoadSection, HandsOverTheSectionOrNothing) {
             sztucFreeConfigList(list);
         }
     }
-}
-
-TEST(LoadSection, NeedsAPlace) {
-    if (system("unshare -U true 2>/dev/null") != 0)
-        GTEST_SKIP() << "namespaces of users are not permitted here";
-    // In the namespace this user has a number that the password database does not know.
-    const string map = "54321 " + std::to_string(geteuid()) + " 1";
-    EXPECT_EXIT(
-        {
-            SztuList *list = nullptr;
-            unsetenv("HOME");
-            unsetenv("ZTS_KEYSTORE_CONF");
-            if (unshare(CLONE_NEWUSER) == 0 && std::ofstream("/proc/self/uid_map")
-                                                   << map << std::flush)
-                exit(static_cast<int>(vek::loadSection(nullptr, &list, "x", 1)));
-        },
-        testing::ExitedWithCode(15), "ZTM9083E .*'keystore.conf'");
 }
 
 } // namespace
