@@ -143,6 +143,20 @@ int settle(FILE *output) {
     return error != 0 ? error : replacement::syncBytes(fileno(output));
 }
 
+// Rewrites the lines. What went wrong has been told on return.
+int32_t fillOutput(const RunFiles &files, const TemporaryFile *temporary, SvcPBESession *session,
+                   FILE *input, Output *output) {
+    int readError = 0;
+    const int32_t reasonCode =
+        rewriteLines(input, output->get(), session,
+                     temporary != nullptr ? &temporary->heldBack() : nullptr, &readError);
+    if (temporary != nullptr && (reasonCode != 0 || readError != 0))
+        output->drop();
+    if (reasonCode != 0)
+        return reasonCode;
+    return readError == 0 ? 0 : reportCannotOpen(files.keystorePath, readError);
+}
+
 // Writes the new content to the temporary file, or to the -o file when that is null. Everything is
 // closed on return.
 int32_t writeNewContent(const RunFiles &files, const TemporaryFile *temporary,
@@ -160,17 +174,10 @@ int32_t writeNewContent(const RunFiles &files, const TemporaryFile *temporary,
     if (error != 0)
         return reportCannotOpen(outputPath, error);
 
-    int readError = 0;
-    const int32_t reasonCode =
-        rewriteLines(input.get(), output.get(), session,
-                     temporary != nullptr ? &temporary->heldBack() : nullptr, &readError);
-    if (temporary != nullptr && (reasonCode != 0 || readError != 0))
-        output.drop();
-    if (reasonCode != 0)
+    const int32_t reasonCode = fillOutput(files, temporary, session, input.get(), &output);
+    if (reasonCode != 0 || temporary == nullptr)
         return reasonCode;
-    if (readError != 0)
-        return reportCannotOpen(files.keystorePath, readError);
-    error = temporary != nullptr ? settle(output.get()) : 0;
+    error = settle(output.get());
     return error == 0 ? 0 : reportCannotOpen(outputPath, error);
 }
 

@@ -13,6 +13,7 @@
 
 #include "shared.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cstring>
 #include <string_view>
@@ -33,28 +34,31 @@ inline bool isBlank(char character) {
     return isspace(static_cast<unsigned char>(character)) != 0;
 }
 
+// Cuts what stands in front of the first character that `ends` it off the beginning of `rest`.
+template <typename Ends> std::string_view takeUntil(std::string_view *rest, Ends ends) {
+    size_t length = 0;
+    while (length < rest->size() && !ends((*rest)[length]))
+        ++length;
+    const std::string_view taken(rest->data(), length);
+    rest->remove_prefix(length);
+    return taken;
+}
+
 // `line` holds neither its newline nor a NUL. False: there is no value, or the key does not count.
 inline bool cutWords(std::string_view line, LineWords *words) {
-    const char *position = line.data();
-    const char *const end = position + line.size();
-    while (position != end && isBlank(*position))
-        ++position;
-    const char *const key = position;
-    while (position != end && *position != '=' && !isBlank(*position))
-        ++position;
-    words->key = {key, static_cast<size_t>(position - key)};
-    while (position != end && *position != '=')
-        ++position;
-    if (position == end || words->key.size() > WORD_LIMIT)
+    const auto isEquals = [](char character) { return character == '='; };
+    const auto isNoBlank = [](char character) { return !isBlank(character); };
+    (void)takeUntil(&line, isNoBlank);
+    words->key =
+        takeUntil(&line, [&](char character) { return isEquals(character) || isBlank(character); });
+    (void)takeUntil(&line, isEquals);
+    if (line.empty() || words->key.size() > WORD_LIMIT)
         return false;
-    do
-        ++position;
-    while (position != end && isBlank(*position));
-    const char *const value = position;
-    while (position != end && !isBlank(*position) && position != value + WORD_LIMIT)
-        ++position;
-    words->value = {value, static_cast<size_t>(position - value)};
-    return !words->value.empty();
+    line.remove_prefix(1);
+    (void)takeUntil(&line, isNoBlank);
+    const std::string_view value = takeUntil(&line, isBlank);
+    words->value = {value.data(), std::min(value.size(), WORD_LIMIT)};
+    return !value.empty();
 }
 
 // Whether a value counts as encrypted already: it is then kept.
