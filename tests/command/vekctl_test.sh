@@ -26,7 +26,8 @@ is 'the key stays' '' "$(cmp key before 2>&1)"
 # One key in three forms has one fingerprint, and another key another one; no FILE is needed.
 "$VEK_PYTHON" -c "import base64; key = open('key', 'rb').read()
 open('hex', 'w').write(key.hex()); open('base64', 'wb').write(base64.b64encode(key))"
-prints=$(for key in key hex base64; do "$vekctl" keyinfo --key $key; done | sed 's/.*, fingerprint //')
+prints=$(for key in key hex base64; do "$vekctl" keyinfo --key $key; done |
+    sed 's/.*, fingerprint //')
 is 'one key, one fingerprint' '1 16' "$(sort -u <<<"$prints" | wc -lL | xargs)"
 told 'another key' 0 'fingerprint 5ffe5decb96d7ddc' "$vekctl" keyinfo --key built-in
 

@@ -28,12 +28,14 @@ commands=$(grep -E '"command": .* -c [^ ]*/(cmd|lib|platform)/' "$VEK_BUILD/comp
 hardening=(-fstack-protector-strong -fstack-clash-protection)
 [[ $(uname -m) != x86_64 ]] || hardening+=(-fcf-protection)
 # Without optimisation, as for coverage, the C library has nothing to check with.
-grep -q '^CMAKE_BUILD_TYPE:.*=Debug' "$VEK_BUILD/CMakeCache.txt" || hardening+=('-D_FORTIFY_SOURCE=[23]')
+grep -q '^CMAKE_BUILD_TYPE:.*=Debug' "$VEK_BUILD/CMakeCache.txt" ||
+    hardening+=('-D_FORTIFY_SOURCE=[23]')
 for option in "${hardening[@]}"; do
     is "sources compiled without $option" '' "$(grep -v -e " $option " <<<"${commands:-none}")"
 done
 for file in "$prefix"/bin/* "$prefix"/lib64/*.so; do
-    is "${file##*/} is bound at its start" 1 "$(readelf -dW "$file" | grep -c 'BIND_NOW\|FLAGS .*NOW')"
+    is "${file##*/} is bound at its start" 1 \
+        "$(readelf -dW "$file" | grep -c 'BIND_NOW\|FLAGS .*NOW')"
 done
 
 longest=/$(printf '%4094s' '' | tr ' ' x)

@@ -90,10 +90,7 @@ flock_directory:
         };
         /* The first look, before anything is touched. */
 openat_conf:
-        if
-        :: conf == NONE -> goto ended
-        :: conf != NONE
-        fi;
+        if :: conf == NONE -> goto ended :: conf != NONE fi;
 read_conf:
         skip;
 close_conf:
@@ -102,50 +99,25 @@ rt_sigprocmask_BLOCK:
         heldBack[i] = true;
 openat_conf_2:
         atomic {
-            if
-            :: conf == NONE -> goto failed
-            :: conf != NONE -> input = conf
-            fi
+            if :: conf == NONE -> goto failed :: conf != NONE -> input = conf fi
         };
 unlinkat_bak:
-        if
-        :: bak = NONE
-        :: bak == FOREIGN -> goto failed
-        fi;
+        if :: bak = NONE :: bak == FOREIGN -> goto failed fi;
 openat_bak:
         atomic {
-            if
-            :: bak == NONE -> bak = NEW(i)
-            :: bak != NONE -> goto failed
-            :: goto failed
-            fi
+            if :: bak == NONE -> bak = NEW(i) :: bak != NONE -> goto failed :: goto failed fi
         };
 fallocate_bak:
-        if
-        :: skip
-        :: goto failed
-        fi;
+        if :: skip :: goto failed fi;
         /* The next three for each block; the file is whole with the last. */
 rt_sigpending:
-        if
-        :: signalled[i] -> goto failed
-        :: !signalled[i]
-        fi;
+        if :: signalled[i] -> goto failed :: !signalled[i] fi;
 read_conf_2:
-        if
-        :: text = content[input]
-        :: goto failed
-        fi;
+        if :: text = content[input] :: goto failed fi;
 write_bak:
-        if
-        :: content[NEW(i)] = text | BY(i)
-        :: goto failed
-        fi;
+        if :: content[NEW(i)] = text | BY(i) :: goto failed fi;
 fdatasync_bak:
-        if
-        :: contentOnDisk[NEW(i)] = content[NEW(i)]
-        :: goto failed
-        fi;
+        if :: contentOnDisk[NEW(i)] = content[NEW(i)] :: goto failed fi;
 ftruncate_bak:
         skip;
 close_bak:
@@ -218,10 +190,7 @@ proctype reader() {
     byte file;
     {
         atomic {
-            if
-            :: conf == NONE -> goto absent
-            :: conf != NONE -> file = conf
-            fi
+            if :: conf == NONE -> goto absent :: conf != NONE -> file = conf fi
         };
         assert(content[file] & WHOLE);
 absent:
@@ -287,10 +256,7 @@ init {
     atomic {
         content[OLD] = WHOLE;
         contentOnDisk[OLD] = WHOLE;
-        if
-        :: bak = FOREIGN; bakOnDisk = FOREIGN
-        :: skip
-        fi;
+        if :: bak = FOREIGN; bakOnDisk = FOREIGN :: skip fi;
         run promises();
         run disk();
         run power();

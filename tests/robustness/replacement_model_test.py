@@ -1,7 +1,7 @@
 #!/usr/bin/python3
-"""The model of the replacement (replacement.pml): Spin explores it whole and finds no promise broken, but does
-without the lock and with a promise that is not made. Its labels are the system calls of two real runs, one that
-succeeds and one that fails. docs/robustness.md has the figures."""
+"""The model of the replacement (replacement.pml): Spin explores it whole and finds no promise
+broken, but does without the lock and with a promise that is not made. Its labels are the system
+calls of two real runs, one that succeeds and one that fails. docs/robustness.md has the figures."""
 import difflib
 import os
 import re
@@ -25,7 +25,8 @@ def explore(option, is_kept):
                     ["cc", "-w", "-O1", "-DSAFETY", "-DNOREDUCE", "-o", "pan", "pan.c"]):
         subprocess.run(command, check=True, stdout=subprocess.DEVNULL)
     found = subprocess.run("./pan", stdout=subprocess.PIPE, text=True, check=True).stdout
-    states, errors = re.search(r"(\d+) states, stored", found)[1], re.search(r"errors: (\d+)", found)[1]
+    states = re.search(r"(\d+) states, stored", found)[1]
+    errors = re.search(r"errors: (\d+)", found)[1]
     print(f"model {option or 'as it is'}: {states} states, errors: {errors}")
     is_whole = not re.search("not completed|too small", found)
     is_alive = re.search(r"unreached in proctype writer\n\t\(0 of ", found)
@@ -44,14 +45,15 @@ def label_of(call, arguments, folder):
     if call.startswith("rt_sig"):
         how = re.match(r"SIG_(\w+), \[.*TERM", arguments)
         return f"{call}_{how[1]}" if how else "rt_sigpending" if call == "rt_sigpending" else ""
-    file = re.search(rf'"(?:{folder}/)?keystore\.conf(\.bak)?"|<{folder}/keystore\.conf(\.bak)?', arguments)
+    name = r"keystore\.conf(\.bak)?"
+    file = re.search(rf'"(?:{folder}/)?{name}"|<{folder}/{name}', arguments)
     if file:
         return f"{call}_bak" if file[1] or file[2] else f"{call}_conf"
     return f"{call}_directory" if re.search(f'"{folder}"|<{folder}>', arguments) else ""
 
 
 def calls_of(line):
-    """What a run does with a keystore.conf of one line, as labels; the same call again counts once."""
+    """What a run does with a keystore.conf of one line, as labels; a call again counts once."""
     with tempfile.TemporaryDirectory() as folder:
         for name, content in (("keystore.conf", line + "\n"), ("key", 32 * "k")):
             with open(os.path.join(folder, name), "w") as file:
@@ -72,7 +74,8 @@ def calls_of(line):
 
 def compare(name, model, real):
     if model != real:
-        failures.extend(difflib.unified_diff(model, real, f"model: {name}", "the real run", lineterm=""))
+        failures.extend(difflib.unified_diff(model, real, f"model: {name}", "the real run",
+                                             lineterm=""))
 
 
 def main():
