@@ -68,3 +68,6 @@ endif()
 # chmod passes over the links, which lead to what this machine has installed.
 execute_process(COMMAND chmod -R u=rwX,go=rX ${CPACK_TEMPORARY_DIRECTORY}
                 COMMAND_ERROR_IS_FATAL ANY)
+# Source files may be older than the commit.
+execute_process(COMMAND find ${CPACK_TEMPORARY_DIRECTORY} -exec touch --no-dereference
+                        --date=@$ENV{SOURCE_DATE_EPOCH} {} + COMMAND_ERROR_IS_FATAL ANY)
