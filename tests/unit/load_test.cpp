@@ -7,6 +7,7 @@ namespace {
 using std::string;
 
 TEST(LoadSection, HandsOverTheSectionOrNothing) {
+    EXPECT_EQ(1U, sztUseLogErrorMessage); // before anybody sets it
     const TemporaryFile file("");
     const string atFault = "ZTM9062E The file '" + file.path + "'";
     const struct {

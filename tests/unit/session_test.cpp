@@ -24,6 +24,9 @@ TEST(Save, WritesWhatRestoreTakesUpToTheLimit) {
         EXPECT_GE(SVC_PBE_STORED_LIMIT + 0U, stored.size());
         EXPECT_EQ(clear, session.restore(stored));
         EXPECT_NE(stored, session.save(clear));
+        Session shortest(algorithm, "k");
+        shortest.record.saltLength = 1;
+        ASSERT_EQ(0U, shortest.open());
         for (const size_t length : {size_t{0}, limit + 1, size_t{100000}}) {
             (void)session.save(std::string(length, 'x'));
             EXPECT_EQ(SVC_PBE_CLEAR_TEXT_LENGTH + 0U, session.reason);
