@@ -8,6 +8,7 @@
 #include <cstring>
 #include <iterator>
 #include <map>
+#include <regex>
 #include <sstream>
 #include <vector>
 
@@ -60,6 +61,11 @@ const Reader READERS[] = {
     readerOf<SztouPkcs11Config, sztouGetPkcs11Config>("pkcs11", /* errorKeySize= */ 28),
     readerOf<SztouCrlConfig, crlWithoutFips>("crl", /* errorKeySize= */ 25),
 };
+
+const Reader &readerNamed(const string &name) {
+    return *std::find_if(std::begin(READERS), std::end(READERS),
+                         [&](const Reader &reader) { return reader.name == name; });
+}
 
 // ---- The rows of tests/data/readings.txt, whose top tells how they are written ------------------
 
@@ -202,9 +208,7 @@ TEST_F(Readers, ReadWhatTheRowsSay) {
         if (row[0] == '#' || !(words >> name >> changes >> result >> errorKey))
             continue;
         const Words fields(std::istream_iterator<string>(words), {});
-        const Reader &reader =
-            *std::find_if(std::begin(READERS), std::end(READERS),
-                          [&](const Reader &candidate) { return candidate.name == name; });
+        const Reader &reader = readerNamed(name);
         setenv("ZTS_VEKCRED_KEYFILE", "ours", 1);
         File file = wholeFile(reader);
         std::istringstream list(changes);
@@ -238,22 +242,36 @@ TEST_F(Readers, TellWhatKeepsThemFromTheSection) {
     SztouPemConfig pem;
     EXPECT_EQ(uint32_t{SZTU_BAD_ARGUMENTS}, sztouGetMCAConfig(&keyStore, nullptr, "/", nullptr));
     EXPECT_EQ(uint32_t{SZTU_BAD_ARGUMENTS}, sztouGetMCAPemConfig(&pem, nullptr, "/", nullptr));
+    EXPECT_EQ(uint32_t{SZTU_BAD_ARGUMENTS}, sztouGetVEKCredConfig(nullptr, "/", nullptr));
+    EXPECT_EQ(uint32_t{SZTU_CANNOT_PARSE}, sztucParseConfigFile(nullptr, nullptr));
 }
 
 TEST_F(Readers, ShowMessagesUnlessTheyServeAChannel) {
-    sztUseLogErrorMessage = 1;
-    for (const Reader &reader : READERS) {
-        const TemporaryFile file(reader.section() + ".log = yes\n");
-        Bytes record(reader.recordSize);
-        const string shown = shownBy([&] {
-            EXPECT_NE(0U, reader.call(record.data(), "/nonexistent", nullptr));
-            EXPECT_NE(0U, reader.call(record.data(), file.path.c_str(), nullptr));
-        });
-        const bool needsKeys =
-            reader.name == "cms" || reader.name == "pem" || reader.name == "pkcs11";
-        EXPECT_EQ(!reader.isOfChannel(), shown.find("ZTM9062E") == 0) << reader.name << shown;
-        EXPECT_EQ(needsKeys, shown.find("ZTM9061E") != string::npos) << reader.name << shown;
-    }
+    const TemporaryFile twice("cms.keystore = 1\ncms.keystore = 2\npem.private = k\n");
+    const struct {
+        const char *reader;
+        string file;
+        const char *message; // as a pattern
+    } cases[] = {
+        {"cms", "/none", "ZTM9062E The file '/none' "},
+        {"cms", twice.path, "ZTM9060E The file '.*' holds the key 'keystore'"},
+        {"cms@", "/none", ""},
+        {"cms@", twice.path, "ZTM9060E"},
+        {"ocsp", "/none", "ZTM9062E"},
+        {"pem", twice.path, "ZTM9061E The file '.*' lacks the required key 'public'"},
+        {"pem@", twice.path, ""},
+    };
+    for (const uint32_t isShown : {1U, 0U})
+        for (const auto &row : cases) {
+            sztUseLogErrorMessage = isShown;
+            const Reader &reader = readerNamed(row.reader);
+            Bytes record(reader.recordSize);
+            const string shown = shownBy(
+                [&] { EXPECT_NE(0U, reader.call(record.data(), row.file.c_str(), nullptr)); });
+            EXPECT_TRUE(std::regex_search(shown, std::regex(isShown ? row.message : "^$")))
+                << shown;
+            EXPECT_EQ(shown.empty(), !isShown || *row.message == '\0') << shown;
+        }
 }
 
 } // namespace
