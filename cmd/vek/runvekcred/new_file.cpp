@@ -136,25 +136,22 @@ int reserveRoom(FILE *input, FILE *output) {
     return replacement::reserveRoom(fileno(output), status.st_size);
 }
 
-// Results of writes to an -o file are not examined. In place the old file goes only when the new
-// bytes are on the disk.
-int settle(FILE *output) {
-    const int error = replacement::flushBytes(output);
-    return error != 0 ? error : replacement::syncBytes(fileno(output));
-}
-
-// Rewrites the lines. What went wrong has been told on return.
-int32_t fillOutput(const RunFiles &files, const TemporaryFile *temporary, SvcPBESession *session,
-                   FILE *input, Output *output) {
-    int readError = 0;
-    const int32_t reasonCode =
-        rewriteLines(input, output->get(), session,
-                     temporary != nullptr ? &temporary->heldBack() : nullptr, &readError);
+// What the rewriting came to. Results of writes to an -o file are not examined; in place the old
+// file goes only when the new bytes are on the disk.
+int32_t settle(const RunFiles &files, const TemporaryFile *temporary, Output *output,
+               int32_t reasonCode, int readError) {
     if (temporary != nullptr && (reasonCode != 0 || readError != 0))
         output->drop();
     if (reasonCode != 0)
         return reasonCode;
-    return readError == 0 ? 0 : reportCannotOpen(files.keystorePath, readError);
+    if (readError != 0)
+        return reportCannotOpen(files.keystorePath, readError);
+    if (temporary == nullptr)
+        return 0;
+    int error = replacement::flushBytes(output->get());
+    if (error == 0)
+        error = replacement::syncBytes(fileno(output->get()));
+    return error == 0 ? 0 : reportCannotOpen(temporary->name(), error);
 }
 
 // Writes the new content to the temporary file, or to the -o file when that is null. Everything is
@@ -170,15 +167,15 @@ int32_t writeNewContent(const RunFiles &files, const TemporaryFile *temporary,
                       : open(outputPath, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, CREATION_MODE));
     if (output.get() == nullptr)
         return reportCannotOpen(outputPath, errno);
-    int error = reserveRoom(input.get(), output.get());
+    const int error = reserveRoom(input.get(), output.get());
     if (error != 0)
         return reportCannotOpen(outputPath, error);
 
-    const int32_t reasonCode = fillOutput(files, temporary, session, input.get(), &output);
-    if (reasonCode != 0 || temporary == nullptr)
-        return reasonCode;
-    error = settle(output.get());
-    return error == 0 ? 0 : reportCannotOpen(outputPath, error);
+    int readError = 0;
+    const int32_t reasonCode =
+        rewriteLines(input.get(), output.get(), session,
+                     temporary != nullptr ? &temporary->heldBack() : nullptr, &readError);
+    return settle(files, temporary, &output, reasonCode, readError);
 }
 
 } // namespace
