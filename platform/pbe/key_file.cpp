@@ -34,7 +34,9 @@ int hexadecimalValue(int digit) {
            (isNoNumeral & isNoLetter);
 }
 
-bool decodeHexadecimal(const uint8_t *text, size_t length, uint8_t *key) {
+// Not inlined: with this loop in it the caller works with vectors, and half of a key of 32 bytes
+// stays behind when it has returned.
+__attribute__((noinline)) bool decodeHexadecimal(const uint8_t *text, size_t length, uint8_t *key) {
     if (length != HEXADECIMAL_LENGTH)
         return false;
     int all = 0;
