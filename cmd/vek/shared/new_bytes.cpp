@@ -23,6 +23,17 @@ int reserveRoom(int file, int64_t oldSize) {
     return meansNoRoom(errno) ? errno : 0;
 }
 
+int writeBytes(int file, std::string_view text) {
+    while (!text.empty()) {
+        const ssize_t length = write(file, text.data(), text.size());
+        if (length < 0 && errno != EINTR)
+            return errno;
+        if (length > 0)
+            text.remove_prefix(static_cast<size_t>(length));
+    }
+    return 0;
+}
+
 void giveBackRoom(int file) {
     struct stat status;
     // Cutting a file at its own size frees the blocks behind its end.

@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <string_view>
 
 namespace replacement {
 
@@ -16,6 +17,9 @@ namespace replacement {
 // much, and a page. The size of the file stays. Result: 0, ENOSPC, EDQUOT or EFBIG; every other
 // answer of the system counts as 0, because some files and file systems cannot do it.
 [[nodiscard]] int reserveRoom(int file, int64_t oldSize);
+
+// Writes all bytes of a text where the file stands.
+[[nodiscard]] int writeBytes(int file, std::string_view text);
 
 // Gives back what was reserved behind the end of the file.
 void giveBackRoom(int file);

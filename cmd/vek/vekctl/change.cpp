@@ -48,13 +48,13 @@ bool Change::open(const std::string &path, OpenedFile *file) {
     SafeReplacement &replacement = file->replacement;
     Secret content;
     bool isRead =
-        replacement.open(path, {.breakLinks = options_.breakLinks, .dryRun = options_.dryRun});
+        replacement.open(path, {.breakLinks = options.breakLinks, .dryRun = options.dryRun});
     if (isRead) {
         content.resize(replacement.size());
         isRead = replacement.read({content.data(), content.size()});
     }
     if (!isRead) {
-        report_.problem(replacement.problem());
+        told.problem(replacement.problem());
         return false;
     }
     FileText text;
@@ -62,23 +62,23 @@ bool Change::open(const std::string &path, OpenedFile *file) {
     if (file->lines.take(std::move(text)))
         return true;
     const Problem &problem = file->lines.problem();
-    report_.problem(problem.text, problem.line, problem.key);
+    told.problem(problem.text, problem.line, problem.key);
     return false;
 }
 
 CipherSession *Change::session(const KeySource &source) {
-    CipherSession &session = keys_.session(source);
+    CipherSession &session = keys.session(source);
     if (session.reason() == SVC_PBE_OK)
         return &session;
-    report_.problem(shown(session.problem()));
+    told.problem(shown(session.problem()));
     return nullptr;
 }
 
 CipherSession *Change::sessionFor(const CredentialLines &lines) {
-    const KeySource source = options_.common.keySource(lines.keyFile());
-    if (source.isBuiltIn() && !options_.builtIn && !options_.common.key) {
-        report_.problem(NO_KEY);
-        keyIsMissing_ = true;
+    const KeySource source = options.common.keySource(lines.keyFile());
+    if (source.isBuiltIn() && !options.builtIn && !options.common.key) {
+        told.problem(NO_KEY);
+        keyIsMissing = true;
         return nullptr;
     }
     CipherSession *const found = session(source);
@@ -86,7 +86,7 @@ CipherSession *Change::sessionFor(const CredentialLines &lines) {
 }
 
 bool Change::mayHold(const KeySource &source, CipherSession *session) {
-    CipherSession &other = keys_.session(source);
+    CipherSession &other = keys.session(source);
     return other.reason() != SVC_PBE_OK || isSameKey(session, &other);
 }
 
@@ -94,39 +94,39 @@ void Change::tellOfKey(const CredentialLines &lines, const std::string &named,
                        CipherSession *session, const char *option) {
     const KeySource chosen = chooseKeySource(
         /* option= */ nullptr, named.empty() ? lines.keyFile() : absolutePath(named));
-    CipherSession &found = keys_.session(chosen);
+    CipherSession &found = keys.session(chosen);
     const bool isUsable = found.reason() == SVC_PBE_OK;
     const bool isFound = lines.credentials().empty() || (isUsable && isSameKey(session, &found));
-    report_.json()["found"] = isFound;
+    told.json()["found"] = isFound;
     if (isFound)
         return;
     if (!isUsable)
-        report_.note(shown(found.problem()) + "; the readers need the key there");
+        told.note(shown(found.problem()) + "; the readers need the key there");
     else if (chosen.isBuiltIn())
-        report_.note("the readers need " + std::string(vek::KEY_FILE_VARIABLE) +
-                     " or vekcred.keyfile to find the key; " + option + " writes the latter");
+        told.note("the readers need " + std::string(vek::KEY_FILE_VARIABLE) +
+                  " or vekcred.keyfile to find the key; " + option + " writes the latter");
     else
-        report_.note(
-            shown(chosen.describe()) + " holds another key; the readers need this one there" +
-            (chosen.origin == KeyOrigin::section ? std::string(", or run again with ") + option
-                                                 : ""));
+        told.note(shown(chosen.describe()) + " holds another key; the readers need this one there" +
+                  (chosen.origin == KeyOrigin::section
+                       ? std::string(", or run again with ") + option
+                       : ""));
 }
 
 // Values under another key than the one that the file names would be lost to the readers. A named
 // file that is not here belongs to the host that the file is made for.
 bool Change::checkNamedKey(const CredentialLines &lines, CipherSession *session) {
-    if (!options_.common.key || lines.keyFile().empty() || options_.nameKey ||
+    if (!options.common.key || lines.keyFile().empty() || options.nameKey ||
         svcIsEnvironment(vek::KEY_FILE_VARIABLE) != 0 ||
         mayHold({KeyOrigin::section, lines.keyFile()}, session))
         return true;
-    report_.problem("names another key than --key; leave --key away, or use vekctl rekey",
-                    lines.keyFileLine().number, "vekcred.keyfile");
+    told.problem("names another key than --key; leave --key away, or use vekctl rekey",
+                 lines.keyFileLine().number, KEY_FILE_KEY);
     return false;
 }
 
 Outcome Change::refuse(const ChangePlan &plan) {
     const Problem &problem = plan.problem();
-    report_.problem(problem.text, problem.line, problem.key);
+    told.problem(problem.text, problem.line, problem.key);
     return Outcome::failed;
 }
 
@@ -140,33 +140,33 @@ bool Change::prove(ChangePlan *plan, const Secret &text) {
 }
 
 void Change::tellDeeds(const ChangePlan &plan) {
-    if (options_.common.json)
+    if (options.common.json)
         for (const Deed &deed : plan.deeds())
-            report_.json()["changes"].push_back(
+            told.json()["changes"].push_back(
                 {{"line", deed.line}, {"key", deed.key}, {"change", deed.text}});
-    else if (options_.dryRun)
+    else if (options.dryRun)
         for (const Deed &deed : plan.deeds())
-            report_.note("would change: " + deed.key + ": " + deed.text);
+            told.note("would change: " + deed.key + ": " + deed.text);
 }
 
 Outcome Change::carryOut(OpenedFile *file, ChangePlan *plan) {
     if (plan->isNothing()) {
-        report_.note("nothing to do");
+        told.note("nothing to do");
         return Outcome::already;
     }
     const Secret text = plan->text();
     if (!prove(plan, text))
         return Outcome::failed;
-    if (options_.dryRun)
+    if (options.dryRun)
         return Outcome::changed;
     if (!file->replacement.replaceWith(text.view())) {
-        report_.problem(file->replacement.problem());
-        report_.json().erase("changes");
+        told.problem(file->replacement.problem());
+        told.json().erase("changes");
         return Outcome::failed;
     }
-    const std::string keys = listOfKeys(plan->deeds());
-    if (!options_.common.json)
-        report_.note(keys.empty() ? "changed: markers" : "changed: " + keys);
+    const std::string changed = listOfKeys(plan->deeds());
+    if (!options.common.json)
+        told.note("changed: " + (changed.empty() ? "markers" : changed));
     return Outcome::changed;
 }
 

@@ -33,11 +33,11 @@ struct OpenedFile {
 // The functions that return bool or a pointer tell the report why when they fail.
 class Change {
 public:
-    Change(const char *command, const ChangeOptions &options)
-        : options_(options), report_(command, options.common), keys_(options.common.fips) {}
+    Change(const char *command, const ChangeOptions &given)
+        : options(given), told(command, given.common), keys(given.common.fips) {}
 
     [[nodiscard]] Report &report() {
-        return report_;
+        return told;
     }
 
     [[nodiscard]] bool open(const std::string &path, OpenedFile *file);
@@ -47,6 +47,10 @@ public:
     // The session of the key that the readers of the file will use, or of --key; null when there is
     // none. Only the built-in key that was asked for is one.
     [[nodiscard]] CipherSession *sessionFor(const CredentialLines &lines);
+    // The same for a command that needs no key where there is no credential; any session does then.
+    [[nodiscard]] CipherSession *sessionForCredentials(const CredentialLines &lines) {
+        return lines.credentials().empty() ? session({}) : sessionFor(lines);
+    }
     // Says whether the readers choose the key of the session themselves, and what they need when
     // they do not. `named` is the key file that vekcred.keyfile names from now on, "" for the one
     // that it named before; `option` is the one that writes it.
@@ -62,7 +66,7 @@ public:
 
     // The exit status of a run: 2 when a file had no key.
     [[nodiscard]] int status(int ofFiles) const {
-        return keyIsMissing_ ? STATUS_USAGE : ofFiles;
+        return keyIsMissing ? STATUS_USAGE : ofFiles;
     }
 
 private:
@@ -71,10 +75,10 @@ private:
     [[nodiscard]] bool checkNamedKey(const CredentialLines &lines, CipherSession *session);
     void tellDeeds(const ChangePlan &plan);
 
-    const ChangeOptions &options_;
-    Report report_;
-    KeyRing keys_;
-    bool keyIsMissing_ = false;
+    const ChangeOptions &options;
+    Report told;
+    KeyRing keys;
+    bool keyIsMissing = false;
 };
 
 // Whether two sessions have the same initial key; takes as long in either case.

@@ -6,30 +6,31 @@
 
 #include <algorithm>
 #include <cctype>
+#include <map>
 
 namespace vekctl {
 
 // The settings of a text as the library's parser hands them to the readers.
 class ReadersView {
 public:
-    explicit ReadersView(std::string_view text) : copy_(text), list_(SztuListCreate()) {
-        copy_.append({"\0", 1});
-        if (list_ == nullptr)
+    explicit ReadersView(std::string_view text) : copy(text), list(SztuListCreate()) {
+        copy.append({"\0", 1});
+        if (list == nullptr)
             throw std::bad_alloc();
-        isWhole_ = sztucParseConfigFile(copy_.data(), list_) == SZTU_OK;
+        parsed = sztucParseConfigFile(copy.data(), list) == SZTU_OK;
     }
     ReadersView(const ReadersView &) = delete;
     ReadersView &operator=(const ReadersView &) = delete;
     ~ReadersView() {
-        sztucFreeConfigList(list_);
+        sztucFreeConfigList(list);
     }
 
     [[nodiscard]] bool isWhole() const {
-        return isWhole_;
+        return parsed;
     }
     [[nodiscard]] std::vector<std::string_view> valuesOf(const std::string &key) const {
         std::vector<std::string_view> values;
-        for (const SztuListNode *node = list_->head; node != nullptr; node = node->next) {
+        for (const SztuListNode *node = list->head; node != nullptr; node = node->next) {
             const auto *const item = static_cast<const SztucConfigItem *>(node->item);
             if (key == item->key)
                 values.emplace_back(item->value);
@@ -38,14 +39,13 @@ public:
     }
 
 private:
-    Secret copy_;
-    SztuList *list_;
-    bool isWhole_ = false;
+    Secret copy;
+    SztuList *list;
+    bool parsed = false;
 };
 
 namespace {
 
-constexpr char KEY_FILE_KEY[] = "vekcred.keyfile";
 constexpr char NOT_PROVED[] =
     "the new text does not say the same as the old one; nothing was changed";
 
@@ -74,25 +74,25 @@ const char *doubtIn(const KeyLine &credential) {
 // that changes.
 class OtherLines {
 public:
-    OtherLines(const CredentialLines &lines, bool keyFileChanges) : lines_(lines) {
+    OtherLines(const CredentialLines &walked, bool keyFileChanges) : lines(walked) {
         for (const auto *const list : {&lines.credentials(), &lines.markers()})
             for (const KeyLine &each : *list)
-                left_.insert(each.line.number);
+                left.insert(each.line.number);
         if (keyFileChanges)
-            left_.insert(lines.keyFileLine().number);
+            left.insert(lines.keyFileLine().number);
     }
     // Null at the end.
     const Line *next() {
-        while (lines_.next(&line_))
-            if (!left_.contains(line_.number))
-                return &line_;
+        while (lines.next(&line))
+            if (!left.contains(line.number))
+                return &line;
         return nullptr;
     }
 
 private:
-    const CredentialLines &lines_;
-    std::set<size_t> left_;
-    Line line_;
+    const CredentialLines &lines;
+    std::set<size_t> left;
+    Line line;
 };
 
 // The last line of a file without a last line end gets one when something follows it.
@@ -105,46 +105,30 @@ std::string textOf(uint32_t reason) {
     return text == nullptr ? "unknown reason" : text;
 }
 
-std::string shownKey(const KeyLine &line) {
-    std::string_view key = line.reading.key;
-    while (vek::isBlank(key.back()))
-        key.remove_suffix(1);
-    return shown(key);
-}
-
 } // namespace
 
 bool ChangePlan::fail(std::string text, const KeyLine &line) {
-    problem_ = {std::move(text), line.line.number, shownKey(line)};
+    failure = {std::move(text), line.line.number, shownKey(line.reading.key)};
     return false;
 }
 
 bool ChangePlan::checkDuplicates() {
-    for (const KeyLine &line : lines_.credentials()) {
-        const KeyLine *const first = lineOf(line.name);
-        if (first->line.number != line.line.number && !lines_.mayBeWrittenMarker(line))
-            return fail("stands a second time (first in line " +
-                            std::to_string(first->line.number) +
-                            "), so that its reader fails; keep one of the lines",
-                        line);
+    std::map<std::string, size_t> firstLines;
+    for (const KeyLine &line : lines.credentials()) {
+        const auto [first, isFirst] = firstLines.emplace(line.name.key(), line.line.number);
+        if (!isFirst && !lines.mayBeWrittenMarker(line))
+            return fail(textOf(duplicateKey(line.line.number, "", first->second)), line);
     }
     return true;
 }
 
 bool ChangePlan::checkLookAlikes() {
-    if (lines_.lookAlikes().empty())
+    if (lines.lookAlikes().empty())
         return true;
-    const KeyLine &line = lines_.lookAlikes().front();
+    const KeyLine &line = lines.lookAlikes().front();
     return fail("no reader knows this key, but runvekcred takes it for a credential or a marker; "
                 "correct or remove it",
                 line);
-}
-
-const KeyLine *ChangePlan::lineOf(const CredentialName &name) const {
-    const auto &all = lines_.credentials();
-    const auto found = std::find_if(all.begin(), all.end(),
-                                    [&](const KeyLine &line) { return line.name == name; });
-    return found == all.end() ? nullptr : &*found;
 }
 
 bool ChangePlan::open(const KeyLine &credential, CipherSession &key, Secret *clearText) {
@@ -157,7 +141,7 @@ bool ChangePlan::open(const KeyLine &credential, CipherSession &key, Secret *cle
 }
 
 bool ChangePlan::isWrittenMarker(const KeyLine &line, CipherSession &key) const {
-    if (!lines_.mayBeWrittenMarker(line))
+    if (!lines.mayBeWrittenMarker(line))
         return false;
     Secret opened;
     return !line.isStored() || (key.restore(line.reading.value, &opened) == SVC_PBE_OK &&
@@ -173,10 +157,10 @@ bool ChangePlan::takeClear(const KeyLine &credential, Secret *clearText) {
 
 bool ChangePlan::encrypt(const CredentialName &name, size_t line, std::string_view clearText,
                          std::string *stored) {
-    const uint32_t reason = session_.save(clearText, stored);
+    const uint32_t reason = session.save(clearText, stored);
     if (reason == SVC_PBE_OK)
         return true;
-    problem_ = {"cannot be encrypted: " + textOf(reason), line, name.key()};
+    failure = {"cannot be encrypted: " + textOf(reason), line, name.key()};
     return false;
 }
 
@@ -184,10 +168,10 @@ bool ChangePlan::store(const KeyLine &credential, Secret clearText, const char *
     std::string stored;
     if (!encrypt(credential.name, credential.line.number, clearText.view(), &stored))
         return false;
-    change_.replaceValue(credential.line, credential.reading, stored, tail);
-    rewritten_.insert(credential.line.number);
-    deeds_.push_back({credential.line.number, credential.name.key(), deed});
-    expected_.push_back(
+    change.replaceValue(credential.line, credential.reading, stored, tail);
+    rewritten.insert(credential.line.number);
+    done.push_back({credential.line.number, credential.name.key(), deed});
+    expectations.push_back(
         {credential.name, std::move(clearText), /* isStored= */ true, Marking::asBefore});
     return true;
 }
@@ -196,19 +180,19 @@ bool ChangePlan::storeNew(const CredentialName &name, Secret clearText) {
     std::string stored;
     if (!encrypt(name, /* line= */ 0, clearText.view(), &stored))
         return false;
-    for (const KeyLine &marker : lines_.markers())
+    for (const KeyLine &marker : lines.markers())
         if (marker.name == name)
             remove(marker, "marker moved");
-    const Line last = lines_.lastLineOf(name.row->section);
+    const Line last = lines.lastLineOf(name.row->section);
     // The marker of a channel comes behind: in front, it would keep runvekcred from later clear
     // values.
     if (name.channel.empty())
-        change_.insertBehind(last, name.marker(), vek::MARKER_YES);
-    change_.insertBehind(last, name.key(), stored);
+        change.insertBehind(last, name.marker(), vek::MARKER_YES);
+    change.insertBehind(last, name.key(), stored);
     if (!name.channel.empty())
-        change_.insertBehind(last, name.marker(), vek::MARKER_YES);
-    deeds_.push_back({/* line= */ 0, name.key(), "stored"});
-    expected_.push_back({name, std::move(clearText), /* isStored= */ true, Marking::yes});
+        change.insertBehind(last, name.marker(), vek::MARKER_YES);
+    done.push_back({/* line= */ 0, name.key(), "stored"});
+    expectations.push_back({name, std::move(clearText), /* isStored= */ true, Marking::yes});
     return true;
 }
 
@@ -228,47 +212,47 @@ bool ChangePlan::writeClear(const KeyLine &credential, Secret clearText) {
     if (doubtIn(written) != nullptr || !clearText.equals(written.reading.value))
         return fail("its value cannot stand in clear: the readers would take another one",
                     credential);
-    change_.replaceValue(line, credential.reading, clearText.view(), Tail::stays);
-    deeds_.push_back({line.number, credential.name.key(), "in clear"});
-    expected_.push_back(
+    change.replaceValue(line, credential.reading, clearText.view(), Tail::stays);
+    done.push_back({line.number, credential.name.key(), "in clear"});
+    expectations.push_back(
         {credential.name, std::move(clearText), /* isStored= */ false, Marking::none});
     return true;
 }
 
 void ChangePlan::keep(const KeyLine &credential, Secret clearText) {
     if (credential.isHidden()) {
-        change_.replaceValue(credential.line, credential.reading, credential.reading.value,
-                             Tail::stays);
-        deeds_.push_back({credential.line.number, credential.name.key(), "made visible"});
+        change.replaceValue(credential.line, credential.reading, credential.reading.value,
+                            Tail::stays);
+        done.push_back({credential.line.number, credential.name.key(), "made visible"});
     }
-    expected_.push_back(
+    expectations.push_back(
         {credential.name, std::move(clearText), /* isStored= */ true, Marking::asBefore});
 }
 
 // What runvekcred has written may stand there more than once, and has no reader.
 void ChangePlan::leave(const KeyLine &credential) {
-    if (!credential.isHidden() && !lines_.mayBeWrittenMarker(credential))
-        expected_.push_back({credential.name, Secret(credential.reading.value),
-                             /* isStored= */ false, Marking::asBefore});
+    if (!credential.isHidden() && !lines.mayBeWrittenMarker(credential))
+        expectations.push_back({credential.name, Secret(credential.reading.value),
+                                /* isStored= */ false, Marking::asBefore});
 }
 
 void ChangePlan::remove(const KeyLine &line, const char *deed) {
-    change_.remove(line.line);
-    removed_.insert(line.line.number);
-    deeds_.push_back({line.line.number, shownKey(line), deed});
+    change.remove(line.line);
+    removed.insert(line.line.number);
+    done.push_back({line.line.number, shownKey(line.reading.key), deed});
 }
 
 // A marker of a section is in its place in front of its credential; where it stands matters to
 // runvekcred alone, so one that is right is not moved for its own sake.
 bool ChangePlan::isInPlace(const KeyLine &marker, const KeyLine &credential) const {
     return marker.isRightMarker() &&
-           (!marker.name.channel.empty() || !rewritten_.contains(credential.line.number) ||
+           (!marker.name.channel.empty() || !rewritten.contains(credential.line.number) ||
             marker.line.number < credential.line.number);
 }
 
 void ChangePlan::mark(const KeyLine &credential) {
     bool isThere = false;
-    for (const KeyLine &marker : lines_.markers()) {
+    for (const KeyLine &marker : lines.markers()) {
         if (marker.name != credential.name)
             continue;
         if (!isThere && isInPlace(marker, credential))
@@ -278,7 +262,7 @@ void ChangePlan::mark(const KeyLine &credential) {
     }
     if (!isThere)
         insertMarker(credential);
-    for (Expected &expected : expected_)
+    for (Expected &expected : expectations)
         if (expected.name == credential.name)
             expected.marking = Marking::yes;
 }
@@ -287,47 +271,46 @@ void ChangePlan::mark(const KeyLine &credential) {
 // so it stands behind the last credential of its section.
 void ChangePlan::insertMarker(const KeyLine &credential) {
     const CredentialName &name = credential.name;
-    deeds_.push_back({/* line= */ 0, name.marker(), "marker added"});
+    done.push_back({/* line= */ 0, name.marker(), "marker added"});
     if (name.channel.empty())
-        return change_.insertBefore(credential.line, name.marker(), vek::MARKER_YES);
+        return change.insertBefore(credential.line, name.marker(), vek::MARKER_YES);
     const Line *last = &credential.line;
-    for (const KeyLine &other : lines_.credentials())
-        if (other.name.row == name.row && !removed_.contains(other.line.number) &&
+    for (const KeyLine &other : lines.credentials())
+        if (other.name.row == name.row && !removed.contains(other.line.number) &&
             other.line.number > last->number)
             last = &other.line;
-    change_.insertBehind(*last, name.marker(), vek::MARKER_YES);
+    change.insertBehind(*last, name.marker(), vek::MARKER_YES);
 }
 
 bool ChangePlan::nameKeyFile(const std::string &path) {
-    if (lines_.keyFile() == path)
+    if (lines.keyFile() == path)
         return true;
     const bool isTaken = std::none_of(path.begin(), path.end(), [](char character) {
         return character == '#' || iscntrl(static_cast<unsigned char>(character)) != 0;
     });
     if (path.empty() || !isTaken || vek::isBlank(path.front()) || vek::isBlank(path.back()) ||
         path.size() >= SZTUC_PATH_CAPACITY - 1) {
-        problem_ = {
-            "the path of the key file cannot stand in the file; it must not hold a \"#\", a "
-            "control character, or a blank at an end",
-            lines_.keyFileLine().number, KEY_FILE_KEY};
+        failure = {"the path of the key file cannot stand in the file; it must not hold a \"#\", a "
+                   "control character, or a blank at an end",
+                   lines.keyFileLine().number, KEY_FILE_KEY};
         return false;
     }
-    if (lines_.keyFileLine().number == 0) {
-        change_.insertBehind(Line{}, KEY_FILE_KEY, path);
+    if (lines.keyFileLine().number == 0) {
+        change.insertBehind(Line{}, KEY_FILE_KEY, path);
     } else {
-        const Line &line = lines_.keyFileLine();
-        change_.replaceValue(line, readLine(line), path, Tail::stays);
+        const Line &line = lines.keyFileLine();
+        change.replaceValue(line, readLine(line), path, Tail::stays);
     }
-    keyFile_ = path;
-    deeds_.push_back({lines_.keyFileLine().number, KEY_FILE_KEY, "names the key file"});
+    namedKeyFile = path;
+    done.push_back({lines.keyFileLine().number, KEY_FILE_KEY, "names the key file"});
     return true;
 }
 
 bool ChangePlan::prove(const Secret &newText) {
-    const ReadersView before(lines_.text());
+    const ReadersView before(lines.text());
     const ReadersView now(newText.view());
-    if (!now.isWhole() && expected_.empty()) {
-        problem_ = {"holds nothing but markers that no reader looks at; remove it", 0, {}};
+    if (!now.isWhole() && expectations.empty()) {
+        failure = {"holds nothing but markers that no reader looks at; remove it", 0, {}};
         return false;
     }
     FileText copy;
@@ -335,9 +318,10 @@ bool ChangePlan::prove(const Secret &newText) {
     CredentialLines result;
     const bool isRead = now.isWhole() && result.take(std::move(copy));
     const auto isProved = [&](const Expected &each) { return isReadBack(each, before, now); };
-    if (isRead && std::all_of(expected_.begin(), expected_.end(), isProved) && hasSameLines(result))
+    if (isRead && std::all_of(expectations.begin(), expectations.end(), isProved) &&
+        hasSameLines(result))
         return true;
-    problem_ = {NOT_PROVED, /* line= */ 0, /* key= */ {}};
+    failure = {NOT_PROVED, /* line= */ 0, /* key= */ {}};
     return false;
 }
 
@@ -347,7 +331,7 @@ bool ChangePlan::isReadBack(const Expected &expected, const ReadersView &before,
     if (values.size() != 1)
         return false;
     Secret opened;
-    if (expected.isStored && session_.restore(values.front(), &opened) != SVC_PBE_OK)
+    if (expected.isStored && session.restore(values.front(), &opened) != SVC_PBE_OK)
         return false;
     if (!expected.value.equals(expected.isStored ? opened.view() : values.front()))
         return false;
@@ -364,10 +348,10 @@ bool ChangePlan::isReadBack(const Expected &expected, const ReadersView &before,
 }
 
 bool ChangePlan::hasSameLines(const CredentialLines &result) const {
-    if (keyFile_ && result.keyFile() != *keyFile_)
+    if (namedKeyFile && result.keyFile() != *namedKeyFile)
         return false;
-    OtherLines before(lines_, keyFile_.has_value());
-    OtherLines now(result, keyFile_.has_value());
+    OtherLines before(lines, namedKeyFile.has_value());
+    OtherLines now(result, namedKeyFile.has_value());
     const Line *old = before.next();
     const Line *fresh = now.next();
     while (old != nullptr && fresh != nullptr && isSameLine(*old, *fresh)) {

@@ -26,8 +26,8 @@ class ReadersView;
 class ChangePlan {
 public:
     // Both must outlive the plan.
-    ChangePlan(const CredentialLines &lines, CipherSession &session)
-        : lines_(lines), session_(session), change_(lines) {}
+    ChangePlan(const CredentialLines &old, CipherSession &key)
+        : lines(old), session(key), change(old) {}
 
     // ---- Before anything is planned ----
     // Refuses keys that stand twice.
@@ -66,19 +66,19 @@ public:
 
     // ---- The result ----
     [[nodiscard]] bool isNothing() const {
-        return change_.isNothing();
+        return change.isNothing();
     }
     [[nodiscard]] Secret text() const {
-        return change_.text();
+        return change.text();
     }
     // Reads the new text back with the library's parser, opens every value and compares it, and
     // compares all other lines with those of the old text.
     [[nodiscard]] bool prove(const Secret &newText);
     [[nodiscard]] const std::vector<Deed> &deeds() const {
-        return deeds_;
+        return done;
     }
     [[nodiscard]] const Problem &problem() const {
-        return problem_;
+        return failure;
     }
 
 private:
@@ -91,7 +91,6 @@ private:
         Marking marking;
     };
     [[nodiscard]] bool fail(std::string text, const KeyLine &line);
-    [[nodiscard]] const KeyLine *lineOf(const CredentialName &name) const;
     [[nodiscard]] bool encrypt(const CredentialName &name, size_t line, std::string_view clearText,
                                std::string *stored);
     [[nodiscard]] bool isInPlace(const KeyLine &marker, const KeyLine &credential) const;
@@ -100,15 +99,15 @@ private:
                                   const ReadersView &now);
     [[nodiscard]] bool hasSameLines(const CredentialLines &result) const;
 
-    const CredentialLines &lines_;
-    CipherSession &session_;
-    TextChange change_;
-    std::vector<Expected> expected_;
-    std::set<size_t> rewritten_; // numbers of the lines of credentials that get another value
-    std::set<size_t> removed_;
-    std::optional<std::string> keyFile_;
-    std::vector<Deed> deeds_;
-    Problem problem_;
+    const CredentialLines &lines;
+    CipherSession &session;
+    TextChange change;
+    std::vector<Expected> expectations;
+    std::set<size_t> rewritten; // numbers of the lines of credentials that get another value
+    std::set<size_t> removed;
+    std::optional<std::string> namedKeyFile;
+    std::vector<Deed> done;
+    Problem failure;
 };
 
 } // namespace vekctl

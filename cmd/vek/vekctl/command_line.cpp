@@ -60,13 +60,9 @@ const CLI::App &chosenCommand(const CLI::App &program) {
 
 int refuse(const std::string &text, const CLI::App &command) {
     const std::string topic = command.get_parent() == nullptr ? "" : " " + command.get_name();
-    std::cerr << "vekctl: " << text << "; see 'vekctl help" << topic << "'\n";
+    std::cerr << "vekctl: " << text << (text.ends_with('?') ? " See" : "; see") << " 'vekctl help"
+              << topic << "'\n";
     return STATUS_USAGE;
-}
-
-std::string meant(const std::string &word, const std::vector<std::string> &candidates) {
-    const std::string candidate = nearest(word, candidates);
-    return candidate.empty() ? "" : "; did you mean '" + candidate + "'?";
 }
 
 int refuseOption(const std::string &argument, const CLI::App &command) {
@@ -74,7 +70,7 @@ int refuseOption(const std::string &argument, const CLI::App &command) {
     const std::vector<std::string> known = optionNames(command);
     if (std::ranges::count(known, option) != 0)
         return refuse(option + " stands behind the command, not in front of it", command);
-    const std::string suggestion = meant(option, known);
+    const std::string suggestion = didYouMean(nearest(option, known));
     return refuse(suggestion.empty() ? "there is no such option"
                                      : "there is no option '" + shown(option) + "'" + suggestion,
                   command);
@@ -85,7 +81,7 @@ int refuseArgument(const CLI::App &program, const CLI::App &command, const std::
         return refuseOption(argument, command);
     if (&command != &program)
         return refuse("there are too many arguments, and a value is never one of them", command);
-    const std::string suggestion = meant(argument, commandNames(program));
+    const std::string suggestion = didYouMean(nearest(argument, commandNames(program)));
     return refuse(suggestion.empty() ? "there is no such command"
                                      : "there is no command '" + shown(argument) + "'" + suggestion,
                   program);

@@ -18,7 +18,6 @@
 #include "vekctl/options.h"
 
 #include <functional>
-#include <stdexcept>
 
 namespace CLI {
 class App;
@@ -62,11 +61,6 @@ public:
 private:
     Program &program;
     CLI::App &parser;
-};
-
-// Options that do not go together. The text repeats no argument.
-struct UsageError : std::runtime_error {
-    using std::runtime_error::runtime_error;
 };
 
 void addCheck(Program &program);

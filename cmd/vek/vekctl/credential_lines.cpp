@@ -3,14 +3,13 @@
 #include "shared/line_words.h"
 #include "vekctl/keystore.h"
 #include "vekctl/line_findings.h"
+#include "vekctl/options.h"
+#include "vekctl/suggestion.h"
 
 #include <algorithm>
-#include <cstring>
 
 namespace vekctl {
 namespace {
-
-constexpr std::string_view KEY_FILE_KEY = "vekcred.keyfile";
 
 std::string_view withoutBlanksInFront(std::string_view text) {
     const auto *const start = std::find_if_not(text.begin(), text.end(), vek::isBlank);
@@ -21,30 +20,6 @@ std::string_view withoutBlanksBehind(std::string_view text) {
     while (!text.empty() && vek::isBlank(text.back()))
         text.remove_suffix(1);
     return text;
-}
-
-// Whether the key is one of the channel whose password the marker of runvekcred would be, were
-// there such a channel.
-bool isOfChannelCalledAsMarker(std::string_view key) {
-    const KnownKey known = findKey(key);
-    return known.isOfChannel &&
-           std::any_of(std::begin(vek::CREDENTIALS), std::end(vek::CREDENTIALS),
-                       [&](const vek::Credential &row) {
-                           return row.channelKey != nullptr && key != row.writtenChannelMarker &&
-                                  known.key->section == std::string_view(row.section) &&
-                                  known.channel ==
-                                      row.writtenChannelMarker + strlen(row.channelKey);
-                       });
-}
-
-// One call of the library's parser, for the whole text.
-bool canBeParsed(std::string_view text) {
-    Secret copy(text);
-    copy.append({"\0", 1});
-    SztuList *const list = SztuListCreate();
-    const uint32_t result = sztucParseConfigFile(copy.data(), list);
-    sztucFreeConfigList(list);
-    return result == SZTU_OK;
 }
 
 } // namespace
@@ -68,6 +43,22 @@ NamedKey roleOfKey(std::string_view key) {
     return {};
 }
 
+CredentialName credentialCalled(const std::string &key) {
+    NamedKey named = roleOfKey(key);
+    if (named.role == KeyRole::credential)
+        return std::move(named.name);
+    const std::string word = shownKey(key);
+    if (const KnownKey known = findKey(key); known.key != nullptr && !known.isCredential())
+        throw UsageError(word + " is no credential: 'vekctl show " + known.key->section +
+                         "' prints it, and an editor changes it");
+    const std::string meant = didYouMean(meantKey(word));
+    throw UsageError((word.empty() ? "that" : word) + " is the key of no credential" +
+                     (!meant.empty() ? meant
+                                     : "; they are crl.ldap.pass, pem.password, "
+                                       "pem.password.channel.NAME (at most 20 characters) and "
+                                       "pkcs11.token_pin"));
+}
+
 bool KeyLine::isStored() const {
     return reading.value.starts_with(vek::LABEL);
 }
@@ -81,86 +72,54 @@ bool KeyLine::isRightMarker() const {
 }
 
 bool CredentialLines::fail(std::string text, size_t line, std::string key) {
-    problem_ = {std::move(text), line, std::move(key)};
+    failure = {std::move(text), line, std::move(key)};
     return false;
 }
 
 bool CredentialLines::take(FileText text) {
-    text_ = std::move(text);
-    if (text_.text().empty() && !text_.hasNul())
+    content = std::move(text);
+    if (content.text().empty() && !content.hasNul())
         return fail("is empty");
     std::vector<Finding> findings;
-    findInText(text_, &findings);
+    findInText(content, &findings);
     if (!findings.empty())
         return fail(findings.front().detail, findings.front().line);
-    if (!canBeParsed(text_.text()))
-        return failAtRefusedLine();
-    for (Line line; text_.next(&line);) {
-        sortIn(line);
-        if (!takeKeyFile(line))
-            return false;
-    }
-    return true;
-}
-
-// What a line was meant to be, where that can be told, says more than why it is refused.
-bool CredentialLines::failAtRefusedLine() {
-    for (Line line; text_.next(&line);) {
+    if (const auto refused = findRefusedLine(content); refused)
+        return fail(refused->detail, refused->line);
+    for (Line line; content.next(&line);) {
         const Reading reading = readLine(line);
-        if (reading.kind != LineKind::refused)
-            continue;
-        std::vector<Finding> meant;
-        findInLine(line, reading, &meant);
-        return fail(meant.empty() ? refusalText(reading.refusal) : meant.front().detail,
-                    line.number);
+        settings.add(line, reading);
+        if (reading.key == KEY_FILE_KEY)
+            lineOfKeyFile = line;
+        if (takenByWriter(reading.key) != nullptr)
+            sortIn(line, reading);
     }
-    return fail("holds no setting at all, so that no reader can use it");
+    return takeKeyFile();
 }
 
-void CredentialLines::sortIn(const Line &line) {
-    const std::string_view start = withoutBlanksInFront(line.text);
-    const bool mayBeOfChannel = start.find(vek::CHANNEL_PART) != std::string_view::npos;
-    const bool isOurs = takenByWriter(start) != nullptr;
-    if (!isOurs && !mayBeOfChannel)
-        return;
-    const Reading reading = readLine(line);
+void CredentialLines::sortIn(const Line &line, const Reading &reading) {
     const std::string_view key = withoutBlanksBehind(reading.key);
-    hasChannelCalledAsMarker_ = hasChannelCalledAsMarker_ || isOfChannelCalledAsMarker(key);
-    if (!isOurs)
-        return;
     NamedKey named = roleOfKey(key);
     // runvekcred ends a key at its first blank.
     if (key != reading.writerKey)
         named.role = KeyRole::lookAlike;
-    std::vector<KeyLine> &place = named.role == KeyRole::credential ? credentials_
-                                  : named.role == KeyRole::marker   ? markers_
-                                                                    : lookAlikes_;
+    std::vector<KeyLine> &place = named.role == KeyRole::credential ? credentialLines
+                                  : named.role == KeyRole::marker   ? markerLines
+                                                                    : lookAlikeLines;
     place.push_back({std::move(named.name), line, reading});
 }
 
-bool CredentialLines::takeKeyFile(const Line &line) {
-    if (!withoutBlanksInFront(line.text).starts_with(KEY_FILE_KEY))
-        return true;
-    const Reading reading = readLine(line);
-    if (reading.key != KEY_FILE_KEY)
-        return true;
-    if (keyFileLine_.number != 0)
-        return fail("stands a second time, so that no reader gets a key; keep one of the lines",
-                    line.number, std::string(KEY_FILE_KEY));
-    keyFileLine_ = line;
-    keyFile_ = reading.value;
-    return true;
-}
-
-bool CredentialLines::mayBeWrittenMarker(const KeyLine &line) const {
-    return !hasChannelCalledAsMarker_ && line.name.row->writtenChannelMarker != nullptr &&
-           line.name.key() == line.name.row->writtenChannelMarker &&
-           (line.isStored() || saysYes(line.reading.value) || saysNo(line.reading.value));
+bool CredentialLines::takeKeyFile() {
+    const NamedKeyFile named = settings.keyFile();
+    pathOfKeyFile = named.path;
+    return named.code == SZTU_OK ||
+           fail(textOf(duplicateKey(named.line, KEY_FILE_KEY, named.firstLine)), named.line,
+                KEY_FILE_KEY);
 }
 
 Line CredentialLines::lastLineOf(std::string_view section) const {
     Line last;
-    for (Line line; text_.next(&line);) {
+    for (Line line; content.next(&line);) {
         const std::string_view start = withoutBlanksInFront(line.text);
         if (start.starts_with(section) && start.substr(section.size()).starts_with('.'))
             last = line;
@@ -170,7 +129,7 @@ Line CredentialLines::lastLineOf(std::string_view section) const {
 
 std::string_view CredentialLines::endFor(const Line &line) const {
     Line first;
-    (void)text_.next(&first);
+    (void)content.next(&first);
     return !line.end.empty() ? line.end : !first.end.empty() ? first.end : "\n";
 }
 

@@ -8,7 +8,7 @@
 #ifndef VEKCTL_CREDENTIAL_LINES_H
 #define VEKCTL_CREDENTIAL_LINES_H
 
-#include "vekctl/file_text.h"
+#include "vekctl/keystore.h"
 
 #include "shared.h"
 
@@ -46,6 +46,9 @@ struct NamedKey {
 // What a key is to the readers, and to runvekcred where that is another thing.
 [[nodiscard]] NamedKey roleOfKey(std::string_view key);
 
+// The credential that a person named with its whole key. Throws UsageError for another key.
+[[nodiscard]] CredentialName credentialCalled(const std::string &key);
+
 // The line of a credential or of a marker.
 struct KeyLine {
     CredentialName name;
@@ -66,35 +69,35 @@ public:
     [[nodiscard]] bool take(FileText text);
 
     [[nodiscard]] const Problem &problem() const {
-        return problem_;
+        return failure;
     }
     [[nodiscard]] std::string_view text() const {
-        return text_.text();
+        return content.text();
     }
     // Takes the next line, as FileText does.
     [[nodiscard]] bool next(Line *line) const {
-        return text_.next(line);
+        return content.next(line);
     }
     [[nodiscard]] const std::vector<KeyLine> &credentials() const {
-        return credentials_;
+        return credentialLines;
     }
     [[nodiscard]] const std::vector<KeyLine> &markers() const {
-        return markers_;
+        return markerLines;
     }
     [[nodiscard]] const std::vector<KeyLine> &lookAlikes() const {
-        return lookAlikes_;
+        return lookAlikeLines;
     }
     // The line of vekcred.keyfile and its value; number 0 and "" without one.
     [[nodiscard]] const Line &keyFileLine() const {
-        return keyFileLine_;
+        return lineOfKeyFile;
     }
-    [[nodiscard]] std::string keyFile() const {
-        return std::string(keyFile_);
+    [[nodiscard]] const std::string &keyFile() const {
+        return pathOfKeyFile;
     }
-    // Whether a line could be the marker that runvekcred writes before a channel's password, which
-    // no reader looks at. Its key is that of the password of a channel called "encrypted" as well;
-    // it is the password when that channel has other keys.
-    [[nodiscard]] bool mayBeWrittenMarker(const KeyLine &line) const;
+    // Whether a line may be the marker that runvekcred writes before a channel's password.
+    [[nodiscard]] bool mayBeWrittenMarker(const KeyLine &line) const {
+        return settings.isStrayMarker(line.reading);
+    }
 
     // The last setting of a section; number 0 without one.
     [[nodiscard]] Line lastLineOf(std::string_view section) const;
@@ -103,18 +106,17 @@ public:
 
 private:
     [[nodiscard]] bool fail(std::string text, size_t line = 0, std::string key = {});
-    [[nodiscard]] bool failAtRefusedLine();
-    void sortIn(const Line &line);
-    [[nodiscard]] bool takeKeyFile(const Line &line);
+    void sortIn(const Line &line, const Reading &reading);
+    [[nodiscard]] bool takeKeyFile();
 
-    FileText text_;
-    std::vector<KeyLine> credentials_;
-    std::vector<KeyLine> markers_;
-    std::vector<KeyLine> lookAlikes_;
-    bool hasChannelCalledAsMarker_ = false;
-    Line keyFileLine_;
-    std::string_view keyFile_;
-    Problem problem_;
+    FileText content;
+    std::vector<KeyLine> credentialLines;
+    std::vector<KeyLine> markerLines;
+    std::vector<KeyLine> lookAlikeLines;
+    Keystore settings;
+    Line lineOfKeyFile;
+    std::string pathOfKeyFile;
+    Problem failure;
 };
 
 } // namespace vekctl

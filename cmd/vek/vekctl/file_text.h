@@ -30,8 +30,8 @@ struct Line {
 
 enum class LineKind { nothing, setting, refused };
 
-// Why the readers refuse a line, and with it the whole file.
-enum class Refusal { none, noEquals, keyTooLong, noValue };
+// Why the readers refuse a line, and with it the whole file; and a file without a single setting.
+enum class Refusal { none, noEquals, keyTooLong, noValue, noSetting };
 
 // What a line says. The views lie in the line.
 struct Reading {

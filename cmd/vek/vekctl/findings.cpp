@@ -17,8 +17,7 @@ constexpr Matter SAFETY = Matter::safety;
 
 constexpr FindingKind KINDS[] = {
     {Code::unreadable, "unreadable", ERROR, READING, "the file cannot be read"},
-    {Code::unparsable, "unparsable", ERROR, READING,
-     "the readers refuse this line, and with it the whole file"},
+    {Code::unparsable, "unparsable", ERROR, READING, "the readers refuse the whole file"},
     {Code::notText, "not-text", ERROR, SAFETY,
      "the readers take this otherwise than its author meant it"},
     {Code::clear, "clear", ERROR, SAFETY, "stands in clear; vekctl protect encrypts it"},
@@ -86,6 +85,16 @@ const FindingKind &kindOf(Code code) {
 
 const char *nameOf(Level level) {
     return level == Level::error ? "error" : "warning";
+}
+
+Finding duplicateKey(size_t line, std::string key, size_t firstLine) {
+    return {Code::duplicate, Level::error, line, std::move(key),
+            "the first one is line " + std::to_string(firstLine)};
+}
+
+std::string textOf(const Finding &finding) {
+    const std::string text = kindOf(finding.code).text;
+    return finding.detail.empty() ? text : text + ": " + finding.detail;
 }
 
 } // namespace vekctl

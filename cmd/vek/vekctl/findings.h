@@ -70,6 +70,12 @@ struct Finding {
 
 [[nodiscard]] const char *nameOf(Level level);
 
+// A key that stands a second time, in `line`.
+[[nodiscard]] Finding duplicateKey(size_t line, std::string key, size_t firstLine);
+
+// What is said of a finding behind its file, line and key.
+[[nodiscard]] std::string textOf(const Finding &finding);
+
 } // namespace vekctl
 
 #endif

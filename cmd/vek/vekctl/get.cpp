@@ -2,12 +2,13 @@
  * get.cpp - the command that prints one credential, as its reader hands it to a program.
  */
 #include "vekctl/commands.h"
+#include "vekctl/credential_lines.h"
 #include "vekctl/loaded_file.h"
 
 #include "shared/line_words.h"
+#include "shared/new_bytes.h"
 
-#include <algorithm>
-#include <iostream>
+#include <cstring>
 #include <memory>
 #include <unistd.h>
 
@@ -20,17 +21,6 @@ struct Options {
     std::string file;
     std::string key;
 };
-
-// Standard output is written directly: a stream would keep a copy.
-bool print(std::string_view text) {
-    while (!text.empty()) {
-        const ssize_t count = write(STDOUT_FILENO, text.data(), text.size());
-        if (count < 0 && errno != EINTR)
-            return false;
-        text.remove_prefix(static_cast<size_t>(std::max<ssize_t>(count, 0)));
-    }
-    return true;
-}
 
 class Get {
 public:
@@ -55,8 +45,7 @@ private:
             if (item.reading.key != options.key)
                 continue;
             if (found != nullptr)
-                return refuse("stands more than once, so its reader fails; keep one of the lines",
-                              item.line);
+                return refuse(textOf(duplicateKey(item.line, options.key, found->line)), item.line);
             found = &item;
         }
         if (found == nullptr)
@@ -86,31 +75,16 @@ private:
 
     Outcome hand(Secret value) {
         value.append("\n");
-        if (print(value.view()))
-            return Outcome::clean;
-        return refuse("standard output cannot be written");
+        // Written directly: a stream would keep a copy.
+        if (const int error = replacement::writeBytes(STDOUT_FILENO, value.view()); error != 0)
+            return refuse("standard output cannot be written: " + std::string(strerror(error)));
+        return Outcome::clean;
     }
 
     const Options &options;
     Report report;
     LoadedFile file;
 };
-
-int get(const Options &options) {
-    const KnownKey known = findKey(options.key);
-    if (known.isCredential())
-        return Get(options).run();
-    if (known.key != nullptr) {
-        std::cerr << "vekctl: " << shown(options.key) << " is no credential; 'vekctl show "
-                  << known.key->section << "' prints it\n";
-        return STATUS_USAGE;
-    }
-    const std::string meant = meantKey(shownKey(options.key));
-    std::cerr << "vekctl: that is the key of no credential"
-              << (meant.empty() ? "" : "; did you mean '" + meant + "'?")
-              << "; see 'vekctl help get'\n";
-    return STATUS_USAGE;
-}
 
 } // namespace
 
@@ -120,7 +94,10 @@ void addGet(Program &program) {
     command.keyOptions(&options->common);
     command.operand("FILE", &options->file, Need::required, "keystore.conf");
     command.operand("KEY", &options->key, Need::required, "the whole key, as pem.password");
-    command.work([options] { return get(*options); });
+    command.work([options] {
+        (void)credentialCalled(options->key);
+        return Get(*options).run();
+    });
 }
 
 } // namespace vekctl

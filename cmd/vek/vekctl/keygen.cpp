@@ -9,6 +9,7 @@
 #include "vekctl/secret.h"
 
 #include "common/guards.h"
+#include "shared/new_bytes.h"
 
 #include <cerrno>
 #include <cstring>
@@ -35,9 +36,9 @@ bool fillWithRandomBytes(Secret *key) {
     return count == static_cast<ssize_t>(key->size());
 }
 
-bool writeAndSync(int file, const Secret &key) {
-    return write(file, key.data(), key.size()) == static_cast<ssize_t>(key.size()) &&
-           fsync(file) == 0;
+int writeAndSync(int file, const Secret &key) {
+    const int error = replacement::writeBytes(file, key.view());
+    return error == 0 && fsync(file) != 0 ? errno : error;
 }
 
 bool syncFolderOf(const std::string &path) {
@@ -63,9 +64,12 @@ Outcome makeKey(const std::string &path, Report &report) {
         return Outcome::failed;
     }
     // A mask of the user's own may have taken rights away.
-    if (fchmod(file.get(), 0600) != 0 || !writeAndSync(file.get(), key) || !syncFolderOf(path)) {
-        report.problem("the key cannot be written: " + std::string(strerror(errno)));
+    int error = fchmod(file.get(), 0600) == 0 ? writeAndSync(file.get(), key) : errno;
+    if (error == 0 && !syncFolderOf(path))
+        error = errno;
+    if (error != 0) {
         (void)unlink(path.c_str());
+        report.problem("the key cannot be written: " + std::string(strerror(error)));
         return Outcome::failed;
     }
     report.note("a new key, for its owner only; keep a copy where the files that it protects "

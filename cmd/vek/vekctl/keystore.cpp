@@ -84,7 +84,7 @@ std::vector<ReaderName> Keystore::readers() const {
             if (item.section != section)
                 continue;
             hasSection = true;
-            if (isStrayMarker(item))
+            if (isStrayMarker(item.reading))
                 continue;
             if (item.known.isOfChannel)
                 channels.emplace_back(item.known.channel);
@@ -122,7 +122,7 @@ SztuList *Keystore::list(std::string_view section) {
 ReaderResult Keystore::run(const ReaderName &reader, SvcPBESession *session, Records *records) {
     char errorKey[SZTOU_ERROR_KEY_CAPACITY] = {};
     if (reader.section == vek::KEY_SOURCE_SECTION)
-        return {readKeyFileKey(list(reader.section), records->keyFile), "vekcred.keyfile"};
+        return {readKeyFileKey(list(reader.section), records->keyFile), KEY_FILE_KEY};
     const std::string section(reader.section);
     const char *const channel = reader.channel.c_str();
     vek::Reading reading(
@@ -146,17 +146,20 @@ ReaderResult Keystore::run(const ReaderName &reader, SvcPBESession *session, Rec
     return {reading.result(), key.substr(0, key.find('='))};
 }
 
-uint32_t Keystore::findKeyFile(std::string *path) {
-    ztm::Wiping<Records> records{};
-    SvcPBESession none = {};
-    const bool hasSection = std::ranges::any_of(kept, [](const Item &item) {
-        return item.section == std::string_view(vek::KEY_SOURCE_SECTION);
-    });
-    if (!hasSection)
-        return SZTU_OK;
-    const ReaderResult result = run({vek::KEY_SOURCE_SECTION, false, {}}, &none, &records.value);
-    *path = records.value.keyFile;
-    return result.code;
+NamedKeyFile Keystore::keyFile() {
+    NamedKeyFile named;
+    for (const Item &item : kept) {
+        if (item.reading.key != KEY_FILE_KEY)
+            continue;
+        named.firstLine = named.line == 0 ? item.line : named.firstLine;
+        named.line = item.line;
+    }
+    if (named.line == 0)
+        return named;
+    char path[SZTUC_PATH_CAPACITY] = {};
+    named.code = readKeyFileKey(list(vek::KEY_SOURCE_SECTION), path);
+    named.path = path;
+    return named;
 }
 
 bool Keystore::wantsFips(std::string_view section) {
@@ -179,14 +182,18 @@ const Item *Keystore::credentialOf(const Item &marker) const {
     return nullptr;
 }
 
-bool Keystore::isStrayMarker(const Item &item) const {
-    const vek::Credential *const credential = item.known.credential;
-    if (credential == nullptr || credential->writtenChannelMarker == nullptr ||
-        item.reading.key != credential->writtenChannelMarker)
+bool Keystore::isStrayMarker(const Reading &reading) const {
+    const KnownKey known = findKey(reading.key);
+    if (known.credential == nullptr || known.credential->writtenChannelMarker == nullptr ||
+        reading.key != known.credential->writtenChannelMarker)
         return false;
-    return std::ranges::none_of(kept, [&](const Item &other) {
-        return other.reading.key != item.reading.key && belongTogether(other, item);
-    });
+    const bool mayBeWritten =
+        reading.value.starts_with(vek::LABEL) || saysYes(reading.value) || saysNo(reading.value);
+    return mayBeWritten && std::ranges::none_of(kept, [&](const Item &other) {
+               return other.section == std::string_view(known.key->section) &&
+                      other.known.isOfChannel && other.known.channel == known.channel &&
+                      other.reading.key != reading.key;
+           });
 }
 
 // A marker that its credential's reader accepts and obeys. One that stands twice stays in the list,

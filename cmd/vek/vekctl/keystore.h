@@ -57,6 +57,14 @@ struct ReaderResult {
     std::string errorKey; // never with the value that some readers append
 };
 
+// The setting vekcred.keyfile.
+struct NamedKeyFile {
+    uint32_t code = SZTU_OK; // of its reader, 0 also without the section
+    std::string path;        // as the reader takes it; "" without the setting
+    size_t line = 0;         // the last one that has the key, or 0
+    size_t firstLine = 0;
+};
+
 class Keystore {
 public:
     // The markers' credentials are not opened: a YES marker does not reach the reader.
@@ -87,9 +95,7 @@ public:
     [[nodiscard]] ReaderResult run(const ReaderName &reader, SvcPBESession *session,
                                    Records *records);
 
-    // The value of vekcred.keyfile, "" when there is none. Result: of its reader, 0 also without
-    // the section.
-    [[nodiscard]] uint32_t findKeyFile(std::string *path);
+    [[nodiscard]] NamedKeyFile keyFile();
 
     // What the key "fips" of a section says.
     [[nodiscard]] bool wantsFips(std::string_view section);
@@ -99,9 +105,10 @@ public:
     [[nodiscard]] const Item *markerOf(const Item &credential, bool isYes) const;
     [[nodiscard]] const Item *credentialOf(const Item &marker) const;
 
-    // What runvekcred writes in front of a channel's password: no reader looks at it, unless there
-    // is a channel of that name.
-    [[nodiscard]] bool isStrayMarker(const Item &item) const;
+    // Whether a line is what runvekcred writes in front of a channel's password, in clear or
+    // encrypted by its next run: no reader looks at it. Its key is that of the password of a
+    // channel called "encrypted" as well, and it is that when the channel has other keys.
+    [[nodiscard]] bool isStrayMarker(const Reading &reading) const;
 
 private:
     [[nodiscard]] SztuList *list(std::string_view section);

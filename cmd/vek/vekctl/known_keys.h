@@ -14,6 +14,9 @@
 
 namespace vekctl {
 
+// Names the initial key file.
+inline constexpr char KEY_FILE_KEY[] = "vekcred.keyfile";
+
 // A key as its readers know it. `key` null: no reader knows it.
 struct KnownKey {
     const vek::Key *key = nullptr;

@@ -128,20 +128,42 @@ private:
     std::vector<Finding> *findings;
 };
 
-} // namespace
-
 const char *refusalText(Refusal refusal) {
     switch (refusal) {
     case Refusal::noEquals:
-        return "it has no \"=\"; write 'section.key = value', or \"#\" in front of a comment";
+        return "this line has no \"=\"; write 'section.key = value', or \"#\" in front of a "
+               "comment";
     case Refusal::keyTooLong:
-        return "its key has more than 255 characters";
+        return "the key of this line has more than 255 characters; shorten it";
     case Refusal::noValue:
-        return "it has no value; a line without one is taken out, or made a comment with \"#\"";
+        return "this line has no value; write one, or take the line out";
+    case Refusal::noSetting:
+        return "the file has no setting at all; write one as 'section.key = value'";
     case Refusal::none:
         break;
     }
     return "";
+}
+
+} // namespace
+
+Finding refusedLine(size_t line, Refusal refusal) {
+    return {Code::unparsable, Level::error, line, "", refusalText(refusal)};
+}
+
+std::optional<Finding> findRefusedLine(const FileText &text) {
+    bool hasSetting = false;
+    for (Line line; text.next(&line);) {
+        const Reading reading = readLine(line);
+        hasSetting = hasSetting || reading.kind == LineKind::setting;
+        if (reading.kind != LineKind::refused)
+            continue;
+        std::vector<Finding> meant;
+        findInLine(line, reading, &meant);
+        return meant.empty() ? refusedLine(line.number, reading.refusal) : meant.front();
+    }
+    return hasSetting ? std::nullopt
+                      : std::optional(refusedLine(/* line= */ 0, Refusal::noSetting));
 }
 
 void findInLine(const Line &line, const Reading &reading, std::vector<Finding> *findings) {

@@ -12,30 +12,23 @@ bool LoadedFile::load(const std::string &path, Report *report) {
         report->problem(text.problem());
         return false;
     }
-    Line line;
-    while (text.next(&line)) {
-        const Reading reading = readLine(line);
-        if (reading.kind == LineKind::refused) {
-            report->problem(std::string("the readers refuse this line, and with it the file: ") +
-                                refusalText(reading.refusal),
-                            line.number);
-            return false;
-        }
-        keystore.add(line, reading);
+    if (const auto refused = findRefusedLine(text); refused) {
+        report->problem(refused->detail, refused->line);
+        return false;
     }
-    if (!keystore.hasSetting())
-        report->problem("the file has no setting at all");
-    return keystore.hasSetting();
+    for (Line line; text.next(&line);)
+        keystore.add(line, readLine(line));
+    return true;
 }
 
 bool LoadedFile::findSource(const CommonOptions &options, Report *report, KeySource *source) {
-    std::string keyFile;
-    if (keystore.findKeyFile(&keyFile) != SZTU_OK && !options.key) {
-        report->problem("stands more than once, so its reader fails; keep one of the lines",
-                        /* line= */ 0, "vekcred.keyfile");
+    const NamedKeyFile named = keystore.keyFile();
+    if (named.code != SZTU_OK && !options.key) {
+        report->problem(textOf(duplicateKey(named.line, KEY_FILE_KEY, named.firstLine)), named.line,
+                        KEY_FILE_KEY);
         return false;
     }
-    *source = options.keySource(keyFile);
+    *source = options.keySource(named.path);
     return true;
 }
 

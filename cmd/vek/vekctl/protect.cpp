@@ -54,31 +54,30 @@ namespace {
 
 class Protect {
 public:
-    explicit Protect(const ChangeOptions &options)
-        : options_(options), change_("protect", options) {}
+    explicit Protect(const ChangeOptions &given) : options(given), change("protect", given) {}
 
     int run() {
-        const int status = change_.report().overFiles(
-            options_.files, [this](const std::string &path) { return protect(path); });
-        return change_.status(status);
+        const int status = change.report().overFiles(
+            options.files, [this](const std::string &path) { return protect(path); });
+        return change.status(status);
     }
 
 private:
     Outcome protect(const std::string &path) {
         OpenedFile file;
-        if (!change_.open(path, &file))
+        if (!change.open(path, &file))
             return Outcome::failed;
-        CipherSession *const session = sessionFor(file.lines);
+        CipherSession *const session = change.sessionForCredentials(file.lines);
         if (session == nullptr)
             return Outcome::failed;
         ChangePlan plan(file.lines, *session);
         if (!planProtection(file.lines, &plan, session) || !nameKey(&plan))
-            return change_.refuse(plan);
-        const Outcome outcome = change_.carryOut(&file, &plan);
+            return change.refuse(plan);
+        const Outcome outcome = change.carryOut(&file, &plan);
         if (outcome == Outcome::failed)
             return outcome;
-        change_.tellOfKey(file.lines, options_.nameKey ? *options_.common.key : "", session,
-                          "--name-key");
+        change.tellOfKey(file.lines, options.nameKey ? *options.common.key : "", session,
+                         "--name-key");
         return tellOfTheRest(file.lines) ? Outcome::findings : outcome;
     }
 
@@ -96,23 +95,18 @@ private:
             const bool isQuoted =
                 finding.code == Code::notText && findKey(finding.key).isCredential();
             if (isMeant || isQuoted || finding.code == Code::comment)
-                change_.report().finding(finding);
+                change.report().finding(finding);
             isError = isError || isMeant;
         }
         return isError;
     }
 
-    // Where there is nothing to encrypt, no key is needed; any session does.
-    CipherSession *sessionFor(const CredentialLines &lines) {
-        return lines.credentials().empty() ? change_.session({}) : change_.sessionFor(lines);
-    }
-
     bool nameKey(ChangePlan *plan) const {
-        return !options_.nameKey || plan->nameKeyFile(absolutePath(*options_.common.key));
+        return !options.nameKey || plan->nameKeyFile(absolutePath(*options.common.key));
     }
 
-    const ChangeOptions &options_;
-    Change change_;
+    const ChangeOptions &options;
+    Change change;
 };
 
 } // namespace

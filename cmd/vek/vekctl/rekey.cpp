@@ -15,31 +15,31 @@ struct RekeyOptions : ChangeOptions {
 
 class Rekey {
 public:
-    explicit Rekey(const RekeyOptions &options) : options_(options), change_("rekey", options) {}
+    explicit Rekey(const RekeyOptions &given) : options(given), change("rekey", given) {}
 
     int run() {
-        from_ = change_.session(chooseKeySource(&options_.from, ""));
-        to_ = change_.session(chooseKeySource(&options_.to, ""));
-        if (from_ == nullptr || to_ == nullptr)
+        from = change.session(chooseKeySource(&options.from, ""));
+        to = change.session(chooseKeySource(&options.to, ""));
+        if (from == nullptr || to == nullptr)
             return STATUS_USAGE;
-        if (isSameKey(from_, to_)) {
-            change_.report().problem("--from and --to are the same key; nothing was changed");
+        if (isSameKey(from, to)) {
+            change.report().problem("--from and --to are the same key; nothing was changed");
             return STATUS_USAGE;
         }
-        return change_.report().overFiles(options_.files,
-                                          [this](const std::string &path) { return rekey(path); });
+        return change.report().overFiles(options.files,
+                                         [this](const std::string &path) { return rekey(path); });
     }
 
 private:
     Outcome rekey(const std::string &path) {
         OpenedFile file;
-        if (!change_.open(path, &file))
+        if (!change.open(path, &file))
             return Outcome::failed;
-        ChangePlan plan(file.lines, *to_);
+        ChangePlan plan(file.lines, *to);
         if (!planValues(file.lines, &plan) ||
-            (!options_.keyFile.empty() && !plan.nameKeyFile(absolutePath(options_.keyFile))))
-            return change_.refuse(plan);
-        const Outcome outcome = change_.carryOut(&file, &plan);
+            (!options.keyFile.empty() && !plan.nameKeyFile(absolutePath(options.keyFile))))
+            return change.refuse(plan);
+        const Outcome outcome = change.carryOut(&file, &plan);
         if (outcome != Outcome::failed)
             tellOfTheRest(file.lines);
         return outcome;
@@ -48,9 +48,9 @@ private:
     void tellOfTheRest(const CredentialLines &lines) {
         for (const KeyLine &line : lines.credentials())
             if (!line.isStored() && !lines.mayBeWrittenMarker(line))
-                change_.report().note("stands in clear as before; vekctl protect encrypts it",
-                                      line.line.number, line.name.key());
-        change_.tellOfKey(lines, options_.keyFile, to_, "--set-keyfile");
+                change.report().note("stands in clear as before; vekctl protect encrypts it",
+                                     line.line.number, line.name.key());
+        change.tellOfKey(lines, options.keyFile, to, "--set-keyfile");
     }
 
     bool planValues(const CredentialLines &lines, ChangePlan *plan) {
@@ -65,22 +65,22 @@ private:
     // A value in clear stays: this command changes keys, protect encrypts.
     bool planValue(ChangePlan *plan, const KeyLine &line) {
         Secret clearText;
-        if (!line.isStored() || to_->restore(line.reading.value, &clearText) == SVC_PBE_OK) {
+        if (!line.isStored() || to->restore(line.reading.value, &clearText) == SVC_PBE_OK) {
             plan->leave(line);
             return true;
         }
-        if (plan->isWrittenMarker(line, *from_)) {
+        if (plan->isWrittenMarker(line, *from)) {
             plan->remove(line, "stray marker removed");
             return true;
         }
-        return plan->open(line, *from_, &clearText) &&
+        return plan->open(line, *from, &clearText) &&
                plan->store(line, std::move(clearText), "encrypted with the new key", Tail::stays);
     }
 
-    const RekeyOptions &options_;
-    Change change_;
-    CipherSession *from_ = nullptr;
-    CipherSession *to_ = nullptr;
+    const RekeyOptions &options;
+    Change change;
+    CipherSession *from = nullptr;
+    CipherSession *to = nullptr;
 };
 
 } // namespace

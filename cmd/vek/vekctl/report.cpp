@@ -139,9 +139,7 @@ int Report::overFiles(std::vector<std::string> files,
 void Report::finding(const Finding &finding) {
     overwriteRegisters();
     const FindingKind &kind = kindOf(finding.code);
-    std::string text = sentence(finding.key, kind.text);
-    if (!finding.detail.empty())
-        text += ": " + finding.detail;
+    const std::string text = sentence(finding.key, textOf(finding));
     if (asJson) {
         nlohmann::json entry = {{"code", kind.name},
                                 {"level", nameOf(finding.level)},

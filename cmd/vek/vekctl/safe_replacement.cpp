@@ -56,17 +56,17 @@ std::string folderOf(const std::string &path) {
 // Removes a file at its end; one that has got another name by then is not there any more.
 class RemovedAtEnd {
 public:
-    RemovedAtEnd(const replacement::LockedDirectory &folder, const std::string &path)
-        : folder_(folder), path_(path) {}
+    RemovedAtEnd(const replacement::LockedDirectory &itsFolder, const std::string &itsPath)
+        : folder(itsFolder), filePath(itsPath) {}
     RemovedAtEnd(const RemovedAtEnd &) = delete;
     RemovedAtEnd &operator=(const RemovedAtEnd &) = delete;
     ~RemovedAtEnd() {
-        (void)folder_.remove(path_.c_str());
+        (void)folder.remove(filePath.c_str());
     }
 
 private:
-    const replacement::LockedDirectory &folder_;
-    const std::string &path_;
+    const replacement::LockedDirectory &folder;
+    const std::string &filePath;
 };
 
 bool isSameFile(const struct stat &one, const struct stat &other) {
@@ -151,7 +151,7 @@ bool isFixed(int file) {
 } // namespace
 
 bool SafeReplacement::fail(std::string problem) {
-    problem_ = std::move(problem);
+    failure = std::move(problem);
     return false;
 }
 
@@ -160,36 +160,37 @@ bool SafeReplacement::failWith(int error, const char *step) {
 }
 
 bool SafeReplacement::open(const std::string &path, const ReplacementRules &rules) {
-    path_ = path;
+    filePath = path;
     if (!followLinks()) {
         // A run of runvekcred is without the file for a moment, and has the lock meanwhile.
-        folder_.emplace(path_.c_str());
-        folder_.reset();
-        path_ = path;
+        folder.emplace(filePath.c_str());
+        folder.reset();
+        filePath = path;
         if (!followLinks())
             return false;
     }
     if (!openFolder())
         return false;
-    temporaryPath_ = folderOf(path_) + "." + path_.substr(folderOf(path_).size()) + ".vekctl";
+    temporaryPath =
+        folderOf(filePath) + "." + filePath.substr(folderOf(filePath).size()) + ".vekctl";
     if (!rules.dryRun)
-        (void)folder_->remove(temporaryPath_.c_str());
+        (void)folder->remove(temporaryPath.c_str());
     return openFile(rules.breakLinks);
 }
 
 bool SafeReplacement::followLinks() {
     for (int count = 0; count <= LINKS_FOLLOWED; ++count) {
         struct stat status;
-        if (lstat(path_.c_str(), &status) != 0)
+        if (lstat(filePath.c_str(), &status) != 0)
             return failWith(errno, "cannot be read");
         if (!S_ISLNK(status.st_mode))
             return true;
         std::array<char, PATH_MAX> target;
-        const ssize_t length = readlink(path_.c_str(), target.data(), target.size());
+        const ssize_t length = readlink(filePath.c_str(), target.data(), target.size());
         if (length <= 0)
             return failWith(errno, "the link cannot be read");
         const std::string text(target.data(), static_cast<size_t>(length));
-        path_ = text.front() == '/' ? text : folderOf(path_) + text;
+        filePath = text.front() == '/' ? text : folderOf(filePath) + text;
     }
     return failWith(ELOOP, "cannot be read");
 }
@@ -198,43 +199,43 @@ bool SafeReplacement::followLinks() {
 // system without locks is no reason to stop; a lock that another program has kept through the wait
 // is one.
 bool SafeReplacement::openFolder() {
-    folder_.emplace(path_.c_str());
+    folder.emplace(filePath.c_str());
     struct stat status;
-    if (fstat(folder_->descriptor(), &status) != 0)
+    if (fstat(folder->descriptor(), &status) != 0)
         return fail("its folder cannot be opened; run as the owner of the file");
     if (status.st_uid != 0 && status.st_uid != geteuid())
         return fail("its folder belongs to another user; run as its owner");
     if ((status.st_mode & OTHERS_WRITE) != 0)
         return fail("others can write to its folder; take that right away (chmod go-w)");
-    if (flock(folder_->descriptor(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)
+    if (flock(folder->descriptor(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)
         return fail("another program keeps its folder locked; run again when that has ended");
     return true;
 }
 
 bool SafeReplacement::openFile(bool breakLinks) {
     constexpr int FLAGS = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
-    const std::string name = path_.substr(folderOf(path_).size());
-    file_.reset(openat(folder_->descriptor(), name.c_str(), FLAGS));
-    if (!file_ || fstat(file_.get(), &status_) != 0)
+    const std::string name = filePath.substr(folderOf(filePath).size());
+    file.reset(openat(folder->descriptor(), name.c_str(), FLAGS));
+    if (!file || fstat(file.get(), &opened) != 0)
         return failWith(errno, "cannot be read");
-    if (S_ISDIR(status_.st_mode))
+    if (S_ISDIR(opened.st_mode))
         return fail("is a folder; name the file in it");
-    if (!S_ISREG(status_.st_mode))
+    if (!S_ISREG(opened.st_mode))
         return fail("is not a regular file");
-    if (status_.st_nlink > 1 && !breakLinks)
+    if (opened.st_nlink > 1 && !breakLinks)
         return fail("has a second name (hard link), which would keep the old content; "
                     "--break-links replaces this name only");
     return true;
 }
 
 size_t SafeReplacement::size() const {
-    return static_cast<size_t>(status_.st_size);
+    return static_cast<size_t>(opened.st_size);
 }
 
 bool SafeReplacement::read(std::span<char> content) {
     size_t done = 0;
     while (done < content.size()) {
-        const ssize_t length = pread(file_.get(), content.data() + done, content.size() - done,
+        const ssize_t length = pread(file.get(), content.data() + done, content.size() - done,
                                      static_cast<off_t>(done));
         if (length < 0 && errno == EINTR)
             continue;
@@ -249,12 +250,12 @@ bool SafeReplacement::read(std::span<char> content) {
 
 bool SafeReplacement::replaceWith(std::string_view content) {
     const replacement::HeldBackSignals signals;
-    if (isFixed(file_.get()))
+    if (isFixed(file.get()))
         return fail("is immutable or append-only; allow changes first (chattr -i -a)");
-    temporary_.reset(folder_->createAnew(temporaryPath_.c_str(), PRIVATE_MODE));
-    if (!temporary_)
+    temporary.reset(folder->createAnew(temporaryPath.c_str(), PRIVATE_MODE));
+    if (!temporary)
         return failWith(errno, "no new file can be made in its folder");
-    const RemovedAtEnd leftover(*folder_, temporaryPath_);
+    const RemovedAtEnd leftover(*folder, temporaryPath);
     if (!build(content))
         return false;
     if (signals.isPending())
@@ -266,30 +267,25 @@ bool SafeReplacement::build(std::string_view content) {
     if (!write(content) || !verify(content) || !copyAttributes())
         return false;
     // Owner and rights as well.
-    if (fsync(temporary_.get()) != 0 && errno != EINVAL && errno != ENOSYS)
+    if (fsync(temporary.get()) != 0 && errno != EINVAL && errno != ENOSYS)
         return failWith(errno, "the new file cannot be put on the disk");
     return true;
 }
 
 bool SafeReplacement::write(std::string_view content) {
-    const int file = temporary_.get();
-    int error = replacement::reserveRoom(file, static_cast<int64_t>(content.size()));
-    while (error == 0 && !content.empty()) {
-        const ssize_t length = ::write(file, content.data(), content.size());
-        if (length < 0 && errno != EINTR)
-            error = errno;
-        else
-            content.remove_prefix(static_cast<size_t>(std::max<ssize_t>(length, 0)));
-    }
-    replacement::giveBackRoom(file);
+    const int target = temporary.get();
+    int error = replacement::reserveRoom(target, static_cast<int64_t>(content.size()));
     if (error == 0)
-        error = replacement::syncBytes(file);
+        error = replacement::writeBytes(target, content);
+    replacement::giveBackRoom(target);
+    if (error == 0)
+        error = replacement::syncBytes(target);
     return error == 0 || failWith(error, "the new file cannot be written");
 }
 
 // Reads the new file back; it may hold credentials of the old one in clear, so the buffer is wiped.
 bool SafeReplacement::verify(std::string_view content) {
-    const ztm::Descriptor written(folder_->openToRead(temporaryPath_.c_str()));
+    const ztm::Descriptor written(folder->openToRead(temporaryPath.c_str()));
     std::vector<char> buffer(READ_BACK_SIZE);
     bool isSame = true;
     for (size_t done = 0; isSame && done <= content.size();) {
@@ -313,27 +309,27 @@ bool SafeReplacement::verify(std::string_view content) {
 // Lists of rights come before the mode: with an inherited list, the mode would open the file to
 // others.
 bool SafeReplacement::copyAttributes() {
-    const int file = temporary_.get();
+    const int target = temporary.get();
     struct stat made;
-    if (fstat(file, &made) != 0)
+    if (fstat(target, &made) != 0)
         return failWith(errno, "the new file cannot be looked at");
-    if ((made.st_uid != status_.st_uid || made.st_gid != status_.st_gid) &&
-        fchown(file, status_.st_uid, status_.st_gid) != 0)
+    if ((made.st_uid != opened.st_uid || made.st_gid != opened.st_gid) &&
+        fchown(target, opened.st_uid, opened.st_gid) != 0)
         return failWith(errno, "owner and group cannot be kept");
-    if (!copyExtendedAttributes(file_.get(), file))
+    if (!copyExtendedAttributes(file.get(), target))
         return failWith(errno, "its access list or extended attributes cannot be kept");
-    if (fchmod(file, status_.st_mode & ALLPERMS) != 0)
+    if (fchmod(target, opened.st_mode & ALLPERMS) != 0)
         return failWith(errno, "its mode cannot be kept");
     return true;
 }
 
 bool SafeReplacement::checkUnchanged() {
     struct stat now;
-    if (folder_->look(path_.c_str(), &now) != 0 || !isUntouched(status_, now))
+    if (folder->look(filePath.c_str(), &now) != 0 || !isUntouched(opened, now))
         return fail("was changed or replaced by another program meanwhile; run again");
     struct stat made;
     struct stat named;
-    if (fstat(temporary_.get(), &made) != 0 || folder_->look(temporaryPath_.c_str(), &named) != 0 ||
+    if (fstat(temporary.get(), &made) != 0 || folder->look(temporaryPath.c_str(), &named) != 0 ||
         !isSameFile(made, named))
         return fail("another program took the new file away; run again");
     return true;
@@ -342,9 +338,9 @@ bool SafeReplacement::checkUnchanged() {
 bool SafeReplacement::putInPlace() {
     if (!checkUnchanged())
         return false;
-    if (folder_->moveOnto(temporaryPath_.c_str(), path_.c_str()) != 0)
+    if (folder->moveOnto(temporaryPath.c_str(), filePath.c_str()) != 0)
         return failWith(errno, "the new file cannot take its place");
-    folder_->sync();
+    folder->sync();
     return true;
 }
 

@@ -45,7 +45,7 @@ public:
 
     // Why the last step failed: what happened, and what to do; without the name of the file.
     [[nodiscard]] const std::string &problem() const {
-        return problem_;
+        return failure;
     }
 
 private:
@@ -61,13 +61,13 @@ private:
     [[nodiscard]] bool checkUnchanged();
     [[nodiscard]] bool putInPlace();
 
-    std::string path_;          // of the file itself, no link
-    std::string temporaryPath_; // the same for each run, so that the next one finds it
-    std::optional<replacement::LockedDirectory> folder_;
-    ztm::Descriptor file_;
-    ztm::Descriptor temporary_;
-    struct stat status_ = {}; // of the file at opening
-    std::string problem_;
+    std::string filePath;      // of the file itself, no link
+    std::string temporaryPath; // the same for each run, so that the next one finds it
+    std::optional<replacement::LockedDirectory> folder;
+    ztm::Descriptor file;
+    ztm::Descriptor temporary;
+    struct stat opened = {}; // of the file at opening
+    std::string failure;
 };
 
 } // namespace vekctl

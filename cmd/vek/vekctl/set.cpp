@@ -2,7 +2,6 @@
  * set.cpp - the command that stores one credential, encrypted, with its marker.
  */
 #include "vekctl/change.h"
-#include "vekctl/suggestion.h"
 #include "vekctl/typed_value.h"
 
 #include <algorithm>
@@ -15,65 +14,41 @@ struct SetOptions : ChangeOptions {
     std::string key;
 };
 
-std::string meant(const std::string &key) {
-    std::vector<std::string> known;
-    for (const vek::Credential &row : vek::CREDENTIALS)
-        known.emplace_back(row.key);
-    const std::string candidate = nearest(key, known);
-    return candidate.empty() ? "" : "; did you mean '" + candidate + "'?";
-}
-
 class Set {
 public:
-    explicit Set(const SetOptions &options) : options_(options), change_("set", options) {}
+    explicit Set(const SetOptions &given)
+        : options(given), change("set", given), name(credentialCalled(given.key)) {}
 
     int run() {
-        const int status = change_.report().overFiles(
-            {options_.file}, [this](const std::string &path) { return set(path); });
-        return usageIsWrong_ ? STATUS_USAGE : change_.status(status);
+        const int status = change.report().overFiles(
+            {options.file}, [this](const std::string &path) { return set(path); });
+        return change.status(status);
     }
 
 private:
     Outcome set(const std::string &path) {
-        if (!checkKey())
-            return Outcome::failed;
         OpenedFile file;
-        if (!change_.open(path, &file))
+        if (!change.open(path, &file))
             return Outcome::failed;
-        CipherSession *const session = change_.sessionFor(file.lines);
+        CipherSession *const session = change.sessionFor(file.lines);
         if (session == nullptr)
             return Outcome::failed;
         ChangePlan plan(file.lines, *session);
         if (!plan.checkDuplicates() || !keepOthers(file.lines, &plan, session))
-            return change_.refuse(plan);
+            return change.refuse(plan);
         Secret value;
         if (!takeNewValue(&value))
             return Outcome::failed;
         if (!planValue(file.lines, &plan, std::move(value)))
-            return change_.refuse(plan);
-        return change_.carryOut(&file, &plan);
-    }
-
-    bool checkKey() {
-        NamedKey named = roleOfKey(options_.key);
-        if (named.role != KeyRole::credential) {
-            change_.report().problem("is no credential that a reader knows" + meant(options_.key) +
-                                         "; they are crl.ldap.pass, pem.password, "
-                                         "pem.password.channel.NAME (at most 20 characters) and "
-                                         "pkcs11.token_pin",
-                                     /* line= */ 0, shown(options_.key));
-            usageIsWrong_ = true;
-            return false;
-        }
-        name_ = std::move(named.name);
-        return true;
+            return change.refuse(plan);
+        return change.carryOut(&file, &plan);
     }
 
     // One file, one key: what is there already must open.
     bool keepOthers(const CredentialLines &lines, ChangePlan *plan, CipherSession *session) {
         for (const KeyLine &line : lines.credentials()) {
             Secret opened;
-            if (line.name == name_)
+            if (line.name == name)
                 continue;
             if (line.isStored() && !plan->open(line, *session, &opened))
                 return false;
@@ -83,12 +58,12 @@ private:
     }
 
     bool takeNewValue(Secret *value) {
-        std::string problem = takeValue("Value of " + options_.key, value);
-        if (problem.empty() && value->size() > name_.row->capacity)
+        std::string problem = takeValue("Value of " + options.key, value);
+        if (problem.empty() && value->size() > name.row->capacity)
             problem = "the value is too long for the field of its reader; nothing was changed";
         if (problem.empty())
             return true;
-        change_.report().problem(problem, /* line= */ 0, options_.key);
+        change.report().problem(problem, /* line= */ 0, options.key);
         return false;
     }
 
@@ -96,9 +71,9 @@ private:
     bool planValue(const CredentialLines &lines, ChangePlan *plan, Secret value) {
         const auto &all = lines.credentials();
         const auto line = std::find_if(all.begin(), all.end(),
-                                       [&](const KeyLine &each) { return each.name == name_; });
+                                       [&](const KeyLine &each) { return each.name == name; });
         if (line == all.end())
-            return plan->storeNew(name_, std::move(value));
+            return plan->storeNew(name, std::move(value));
         const Tail tail = line->isStored() ? Tail::stays : Tail::goes;
         if (!plan->store(*line, std::move(value), "stored", tail))
             return false;
@@ -106,10 +81,9 @@ private:
         return true;
     }
 
-    const SetOptions &options_;
-    Change change_;
-    CredentialName name_;
-    bool usageIsWrong_ = false;
+    const SetOptions &options;
+    Change change;
+    CredentialName name;
 };
 
 } // namespace

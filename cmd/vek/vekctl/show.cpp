@@ -6,7 +6,6 @@
 #include "vekctl/suggestion.h"
 
 #include <cstring>
-#include <iostream>
 #include <memory>
 #include <nlohmann/json.hpp>
 
@@ -170,11 +169,10 @@ int show(const Options &options) {
     const bool isForChannel = !options.channel || options.section == vek::PEM_SECTION ||
                               options.section == vek::CMS_SECTION;
     if (std::ranges::count(sections, options.section) == 0 || !isForChannel) {
-        const std::string meant = nearest(options.section, sections);
-        std::cerr << "vekctl: there is no such section" << (isForChannel ? "" : " with channels")
-                  << (meant.empty() || !isForChannel ? "" : "; did you mean '" + meant + "'?")
-                  << "; see 'vekctl help show'\n";
-        return STATUS_USAGE;
+        if (!isForChannel)
+            throw UsageError("there is no such section with channels");
+        throw UsageError("there is no such section" +
+                         didYouMean(nearest(options.section, sections)));
     }
     Report report("show", options.common);
     const std::vector<std::string> files =

@@ -57,4 +57,8 @@ std::string nearest(std::string_view word, std::span<const std::string> candidat
     return result;
 }
 
+std::string didYouMean(const std::string &candidate) {
+    return candidate.empty() ? "" : "; did you mean '" + candidate + "'?";
+}
+
 } // namespace vekctl

@@ -18,6 +18,9 @@ namespace vekctl {
 // word.
 [[nodiscard]] std::string nearest(std::string_view word, std::span<const std::string> candidates);
 
+// "; did you mean 'candidate'?", or "" without one.
+[[nodiscard]] std::string didYouMean(const std::string &candidate);
+
 } // namespace vekctl
 
 #endif

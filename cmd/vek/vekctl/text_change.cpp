@@ -32,8 +32,8 @@ std::string_view between(const char *start, const char *end) {
 
 // `replaced` lies in the text of the file.
 void TextChange::edit(std::string_view replaced, std::string_view inserted) {
-    edits_.push_back({static_cast<size_t>(replaced.data() - lines_.text().data()), replaced.size(),
-                      Secret(inserted)});
+    edits.push_back({static_cast<size_t>(replaced.data() - lines.text().data()), replaced.size(),
+                     Secret(inserted)});
 }
 
 void TextChange::replaceValue(const Line &line, const Reading &reading, std::string_view value,
@@ -52,7 +52,7 @@ void TextChange::remove(const Line &line) {
 
 void TextChange::insertBefore(const Line &line, const std::string &key, std::string_view value) {
     Secret inserted = setting(key, value);
-    inserted.append(lines_.endFor(line));
+    inserted.append(lines.endFor(line));
     edit(line.text.substr(0, 0), inserted.view());
 }
 
@@ -61,7 +61,7 @@ void TextChange::insertBehind(const Line &line, const std::string &key, std::str
     if (line.number == 0)
         return insertBehind(lastLine(), key, value);
     const Secret inserted = setting(key, value);
-    Secret whole(line.end.empty() ? lines_.endFor(line) : "");
+    Secret whole(line.end.empty() ? lines.endFor(line) : "");
     whole.append(inserted.view());
     whole.append(line.end);
     edit({line.end.data() + line.end.size(), 0}, whole.view());
@@ -69,21 +69,21 @@ void TextChange::insertBehind(const Line &line, const std::string &key, std::str
 
 Line TextChange::lastLine() const {
     Line last;
-    while (lines_.next(&last)) {
+    while (lines.next(&last)) {
     }
     return last;
 }
 
 Secret TextChange::text() const {
     std::vector<const Edit *> ordered;
-    for (const Edit &edit : edits_)
+    for (const Edit &edit : edits)
         ordered.push_back(&edit);
     // What is inserted at a place comes before what is removed from there on.
     std::stable_sort(ordered.begin(), ordered.end(), [](const Edit *one, const Edit *other) {
         return one->offset != other->offset ? one->offset < other->offset
                                             : one->removed == 0 && other->removed != 0;
     });
-    const std::string_view old = lines_.text();
+    const std::string_view old = lines.text();
     Secret result;
     size_t position = 0;
     for (const Edit *const edit : ordered) {

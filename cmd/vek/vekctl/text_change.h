@@ -14,7 +14,7 @@ enum class Tail { stays, goes };
 class TextChange {
 public:
     // `lines` must outlive the change.
-    explicit TextChange(const CredentialLines &lines) : lines_(lines) {}
+    explicit TextChange(const CredentialLines &old) : lines(old) {}
 
     // Puts another value into a line. A key that the stripping rule hides becomes visible.
     void replaceValue(const Line &line, const Reading &reading, std::string_view value, Tail tail);
@@ -24,7 +24,7 @@ public:
     void insertBehind(const Line &line, const std::string &key, std::string_view value);
 
     [[nodiscard]] bool isNothing() const {
-        return edits_.empty();
+        return edits.empty();
     }
     // The new text.
     [[nodiscard]] Secret text() const;
@@ -38,8 +38,8 @@ private:
     void edit(std::string_view replaced, std::string_view inserted);
     [[nodiscard]] Line lastLine() const;
 
-    const CredentialLines &lines_;
-    std::vector<Edit> edits_;
+    const CredentialLines &lines;
+    std::vector<Edit> edits;
 };
 
 } // namespace vekctl

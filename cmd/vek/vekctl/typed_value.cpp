@@ -26,33 +26,33 @@ void noteSignal(int signal) {
 class WithoutEcho {
 public:
     WithoutEcho() {
-        isTerminal_ = tcgetattr(STDIN_FILENO, &before_) == 0;
+        isTerminal = tcgetattr(STDIN_FILENO, &before) == 0;
         sigset_t held;
         (void)sigemptyset(&held);
         for (const int signal : ENDING_SIGNALS)
             (void)sigaddset(&held, signal);
-        (void)pthread_sigmask(SIG_BLOCK, &held, &maskBefore_);
+        (void)pthread_sigmask(SIG_BLOCK, &held, &maskBefore);
         struct sigaction action = {};
         action.sa_handler = noteSignal;
         for (size_t i = 0; i < std::size(ENDING_SIGNALS); ++i) {
-            (void)sigaction(ENDING_SIGNALS[i], nullptr, &actionsBefore_[i]);
-            if (actionsBefore_[i].sa_handler != SIG_IGN)
+            (void)sigaction(ENDING_SIGNALS[i], nullptr, &actionsBefore[i]);
+            if (actionsBefore[i].sa_handler != SIG_IGN)
                 (void)sigaction(ENDING_SIGNALS[i], &action, nullptr);
         }
-        termios silent = before_;
+        termios silent = before;
         silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
         silent.c_cc[VSUSP] = _POSIX_VDISABLE;
-        if (isTerminal_)
+        if (isTerminal)
             (void)tcsetattr(STDIN_FILENO, TCSAFLUSH, &silent);
     }
     WithoutEcho(const WithoutEcho &) = delete;
     WithoutEcho &operator=(const WithoutEcho &) = delete;
     ~WithoutEcho() {
-        if (isTerminal_)
-            (void)tcsetattr(STDIN_FILENO, TCSAFLUSH, &before_);
+        if (isTerminal)
+            (void)tcsetattr(STDIN_FILENO, TCSAFLUSH, &before);
         for (size_t i = 0; i < std::size(ENDING_SIGNALS); ++i)
-            (void)sigaction(ENDING_SIGNALS[i], &actionsBefore_[i], nullptr);
-        (void)pthread_sigmask(SIG_SETMASK, &maskBefore_, nullptr);
+            (void)sigaction(ENDING_SIGNALS[i], &actionsBefore[i], nullptr);
+        (void)pthread_sigmask(SIG_SETMASK, &maskBefore, nullptr);
         if (caughtSignal != 0)
             (void)raise(caughtSignal);
     }
@@ -61,16 +61,16 @@ public:
     [[nodiscard]] bool waitForInput() const {
         pollfd input = {STDIN_FILENO, POLLIN, 0};
         while (caughtSignal == 0)
-            if (ppoll(&input, 1, /* timeout= */ nullptr, &maskBefore_) > 0)
+            if (ppoll(&input, 1, /* timeout= */ nullptr, &maskBefore) > 0)
                 return true;
         return false;
     }
 
 private:
-    bool isTerminal_ = false;
-    termios before_ = {};
-    sigset_t maskBefore_ = {};
-    struct sigaction actionsBefore_[std::size(ENDING_SIGNALS)] = {};
+    bool isTerminal = false;
+    termios before = {};
+    sigset_t maskBefore = {};
+    struct sigaction actionsBefore[std::size(ENDING_SIGNALS)] = {};
 };
 
 void say(const std::string &text) {

@@ -3,6 +3,7 @@
  * markers.
  */
 #include "shared/held_back_signals.h"
+#include "shared/new_bytes.h"
 #include "vekctl/change.h"
 
 #include <cerrno>
@@ -20,16 +21,6 @@ struct UnprotectOptions : ChangeOptions {
 
 constexpr mode_t PRIVATE_MODE = 0600;
 
-bool writeAll(int file, std::string_view text) {
-    while (!text.empty()) {
-        const ssize_t length = write(file, text.data(), text.size());
-        if (length < 0 && errno != EINTR)
-            return false;
-        text.remove_prefix(static_cast<size_t>(std::max<ssize_t>(length, 0)));
-    }
-    return true;
-}
-
 // A new file, of nobody else and for nobody else. Result: 0 or an error number.
 int writeNewFile(const std::string &path, std::string_view text) {
     constexpr int FLAGS = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC;
@@ -37,10 +28,13 @@ int writeNewFile(const std::string &path, std::string_view text) {
     const ztm::Descriptor file(open(path.c_str(), FLAGS, PRIVATE_MODE));
     if (!file)
         return errno;
-    if (writeAll(file.get(), text) && fsync(file.get()) == 0 && !signals.isPending())
-        return 0;
-    const int error = signals.isPending() ? EINTR : errno;
-    (void)unlink(path.c_str());
+    int error = replacement::writeBytes(file.get(), text);
+    if (error == 0 && fsync(file.get()) != 0)
+        error = errno;
+    if (signals.isPending())
+        error = EINTR;
+    if (error != 0)
+        (void)unlink(path.c_str());
     return error;
 }
 
@@ -65,66 +59,67 @@ bool planClearText(const CredentialLines &lines, ChangePlan *plan, CipherSession
 
 class Unprotect {
 public:
-    explicit Unprotect(const UnprotectOptions &options)
-        : options_(options), change_("unprotect", options) {}
+    explicit Unprotect(const UnprotectOptions &given)
+        : options(given), change("unprotect", given) {}
 
     int run() {
-        const int status = change_.report().overFiles(
-            options_.files, [this](const std::string &path) { return unprotect(path); });
-        return change_.status(status);
+        const int status = change.report().overFiles(
+            options.files, [this](const std::string &path) { return unprotect(path); });
+        return change.status(status);
     }
 
 private:
     Outcome unprotect(const std::string &path) {
         OpenedFile file;
-        if (!(options_.inPlace ? change_.open(path, &file) : read(path, &file.lines)))
+        if (!(options.inPlace ? change.open(path, &file) : read(path, &file.lines)))
             return Outcome::failed;
-        CipherSession *const session = change_.sessionFor(file.lines);
+        CipherSession *const session = change.sessionForCredentials(file.lines);
         if (session == nullptr)
             return Outcome::failed;
         ChangePlan plan(file.lines, *session);
         if (!planClearText(file.lines, &plan, session))
-            return change_.refuse(plan);
-        return options_.inPlace ? change_.carryOut(&file, &plan) : writeOut(&plan);
+            return change.refuse(plan);
+        return options.inPlace ? change.carryOut(&file, &plan) : writeOut(&plan);
     }
 
     // What is not replaced may lie anywhere.
     bool read(const std::string &path, CredentialLines *lines) {
         FileText text;
         if (!text.read(path)) {
-            change_.report().problem(text.problem());
+            change.report().problem(text.problem());
             return false;
         }
         if (lines->take(std::move(text)))
             return true;
         const Problem &problem = lines->problem();
-        change_.report().problem(problem.text, problem.line, problem.key);
+        change.report().problem(problem.text, problem.line, problem.key);
         return false;
     }
 
     Outcome writeOut(ChangePlan *plan) {
         const Secret text = plan->text();
-        if (!change_.prove(plan, text))
+        if (!change.prove(plan, text))
             return Outcome::failed;
-        if (options_.dryRun)
+        if (options.dryRun)
             return Outcome::clean;
-        if (options_.output.empty()) {
-            if (writeAll(STDOUT_FILENO, text.view()))
+        if (options.output.empty()) {
+            const int error = replacement::writeBytes(STDOUT_FILENO, text.view());
+            if (error == 0)
                 return Outcome::clean;
-            change_.report().problem(std::string("standard output cannot be written: ") +
-                                     strerror(errno));
+            change.report().problem(std::string("standard output cannot be written: ") +
+                                    strerror(error));
             return Outcome::failed;
         }
-        if (const int error = writeNewFile(options_.output, text.view()); error != 0) {
-            change_.report().problem("the output '" + shown(options_.output) +
-                                     "' cannot be made: " + strerror(error));
+        if (const int error = writeNewFile(options.output, text.view()); error != 0) {
+            change.report().problem("the output '" + shown(options.output) +
+                                    "' cannot be made: " + strerror(error));
             return Outcome::failed;
         }
         return Outcome::clean;
     }
 
-    const UnprotectOptions &options_;
-    Change change_;
+    const UnprotectOptions &options;
+    Change change;
 };
 
 void checkOptions(const UnprotectOptions &options) {

@@ -93,27 +93,25 @@ private:
         while (text.next(&line)) {
             const Reading reading = readLine(line);
             if (reading.kind == LineKind::refused)
-                refuse(line.number, refusalText(reading.refusal));
+                refuse(line.number, reading.refusal);
             findInLine(line, reading, &lineFindings);
             keepLineFindings();
             keystore.add(line, reading);
         }
         if (!isRefused && !keystore.hasSetting())
-            refuse(0, "the file has no setting at all");
+            refuse(/* line= */ 0, Refusal::noSetting);
     }
 
-    void refuse(size_t line, const char *reason) {
+    void refuse(size_t line, Refusal refusal) {
         isRefused = true;
-        keep({Code::unparsable, Level::error, line, "", reason});
+        keep(refusedLine(line, refusal));
     }
 
     void chooseKey() {
-        std::string path;
-        sourceIsReadable = keystore.findKeyFile(&path) == SZTU_OK || rules.keyOption != nullptr;
-        verdict.source = chooseKeySource(rules.keyOption, path);
-        for (const Item &item : keystore.items())
-            if (item.reading.key == "vekcred.keyfile")
-                verdict.sourceLine = item.line;
+        const NamedKeyFile named = keystore.keyFile();
+        sourceIsReadable = named.code == SZTU_OK || rules.keyOption != nullptr;
+        verdict.source = chooseKeySource(rules.keyOption, named.path);
+        verdict.sourceLine = named.line;
     }
 
     // The session that the readers of a section use; not open where they would have none.
@@ -122,7 +120,7 @@ private:
         if (!rules.opens)
             return &closedSession;
         if (!sourceIsReadable) {
-            keyProblem = "vekcred.keyfile cannot be read";
+            keyProblem = "the readers take none of two lines that name its file";
             return &closedSession;
         }
         const bool fips = section != vek::CRL_SECTION && keystore.wantsFips(section);
@@ -142,8 +140,7 @@ private:
         });
         const bool isFromFile = verdict.source.origin == KeyOrigin::section;
         keep({Code::noKey, isNeeded ? Level::error : Level::warning,
-              isFromFile ? verdict.sourceLine : 0, isFromFile ? "vekcred.keyfile" : "",
-              keyProblem});
+              isFromFile ? verdict.sourceLine : 0, isFromFile ? KEY_FILE_KEY : "", keyProblem});
     }
 
     void openCredentials() {
@@ -212,14 +209,14 @@ private:
     void judgeItem(const Item &item) {
         if (item.known.key == nullptr)
             return;
-        if (keystore.isStrayMarker(item)) {
+        if (keystore.isStrayMarker(item.reading)) {
             add(Code::strayMarker, Level::warning, item);
             return;
         }
         const auto [first, isFirst] = firstLines.emplace(item.reading.key, item.line);
         if (!isFirst)
             addReading(Code::duplicate, item,
-                       "the first one is line " + std::to_string(first->second) +
+                       duplicateKey(item.line, "", first->second).detail +
                            furtherOnes(keystore.countOf(item)));
         if (item.known.isMarker() && !saysYes(item.reading.value) && !saysNo(item.reading.value))
             addReading(Code::badMarker, item);
