@@ -66,11 +66,11 @@ bool Change::open(const std::string &path, OpenedFile *file) {
     return false;
 }
 
-CipherSession *Change::session(const KeySource &source) {
+CipherSession *Change::session(const KeySource &source, size_t line) {
     CipherSession &session = keys.session(source);
     if (session.reason() == SVC_PBE_OK)
         return &session;
-    told.problem(shown(session.problem()));
+    told.unusable(session, line);
     return nullptr;
 }
 
@@ -81,7 +81,7 @@ CipherSession *Change::sessionFor(const CredentialLines &lines) {
         keyIsMissing = true;
         return nullptr;
     }
-    CipherSession *const found = session(source);
+    CipherSession *const found = session(source, lines.keyFileLine().number);
     return found != nullptr && checkNamedKey(lines, found) ? found : nullptr;
 }
 
@@ -101,12 +101,12 @@ void Change::tellOfKey(const CredentialLines &lines, const std::string &named,
     if (isFound)
         return;
     if (!isUsable)
-        told.note(shown(found.problem()) + "; the readers need the key there");
+        told.note(found.problem() + "; the readers need the key there");
     else if (chosen.isBuiltIn())
         told.note("the readers need " + std::string(vek::KEY_FILE_VARIABLE) +
                   " or vekcred.keyfile to find the key; " + option + " writes the latter");
     else
-        told.note(shown(chosen.describe()) + " holds another key; the readers need this one there" +
+        told.note(chosen.describe() + " holds another key; the readers need this one there" +
                   (chosen.origin == KeyOrigin::section
                        ? std::string(", or run again with ") + option
                        : ""));
@@ -143,7 +143,7 @@ void Change::tellDeeds(const ChangePlan &plan) {
     if (options.common.json)
         for (const Deed &deed : plan.deeds())
             told.json()["changes"].push_back(
-                {{"line", deed.line}, {"key", deed.key}, {"change", deed.text}});
+                {{"line", deed.line}, {"key", shown(deed.key)}, {"change", deed.text}});
     else if (options.dryRun)
         for (const Deed &deed : plan.deeds())
             told.note("would change: " + deed.key + ": " + deed.text);

@@ -42,8 +42,9 @@ public:
 
     [[nodiscard]] bool open(const std::string &path, OpenedFile *file);
 
-    // The session for a key source; null when the key cannot be used.
-    [[nodiscard]] CipherSession *session(const KeySource &source);
+    // The session for a key source, which the file may name in a line; null when the key cannot be
+    // used.
+    [[nodiscard]] CipherSession *session(const KeySource &source, size_t line = 0);
     // The session of the key that the readers of the file will use, or of --key; null when there is
     // none. Only the built-in key that was asked for is one.
     [[nodiscard]] CipherSession *sessionFor(const CredentialLines &lines);

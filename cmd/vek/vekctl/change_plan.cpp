@@ -46,8 +46,9 @@ private:
 
 namespace {
 
-constexpr char NOT_PROVED[] =
-    "the new text does not say the same as the old one; nothing was changed";
+constexpr char NOT_PROVED[] = "the new text does not say the same as the old one; nothing was "
+                              "changed, and this is a fault of "
+                              "vekctl: please report it";
 
 // Why a clear value is not surely the one that was meant, or null.
 const char *doubtIn(const KeyLine &credential) {
@@ -135,7 +136,7 @@ bool ChangePlan::open(const KeyLine &credential, CipherSession &key, Secret *cle
     const uint32_t reason = key.restore(credential.reading.value, clearText);
     if (reason == SVC_PBE_OK)
         return true;
-    return fail("does not open with " + shown(key.source().describe()) + ": " + textOf(reason) +
+    return fail("does not open with " + key.source().describe() + ": " + textOf(reason) +
                     "; name its key, or remove the line and use vekctl set",
                 credential);
 }
@@ -310,7 +311,9 @@ bool ChangePlan::prove(const Secret &newText) {
     const ReadersView before(lines.text());
     const ReadersView now(newText.view());
     if (!now.isWhole() && expectations.empty()) {
-        failure = {"holds nothing but markers that no reader looks at; remove it", 0, {}};
+        failure = {"holds nothing but markers that no reader looks at; remove the file",
+                   lines.markers().empty() ? 0 : lines.markers().front().line.number,
+                   {}};
         return false;
     }
     FileText copy;

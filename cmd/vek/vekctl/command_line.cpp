@@ -60,8 +60,8 @@ const CLI::App &chosenCommand(const CLI::App &program) {
 
 int refuse(const std::string &text, const CLI::App &command) {
     const std::string topic = command.get_parent() == nullptr ? "" : " " + command.get_name();
-    std::cerr << "vekctl: " << text << (text.ends_with('?') ? " See" : "; see") << " 'vekctl help"
-              << topic << "'\n";
+    std::cerr << "vekctl: " << shown(text) << (text.ends_with('?') ? " See" : "; see")
+              << " 'vekctl help" << topic << "'\n";
     return STATUS_USAGE;
 }
 
@@ -72,7 +72,7 @@ int refuseOption(const std::string &argument, const CLI::App &command) {
         return refuse(option + " stands behind the command, not in front of it", command);
     const std::string suggestion = didYouMean(nearest(option, known));
     return refuse(suggestion.empty() ? "there is no such option"
-                                     : "there is no option '" + shown(option) + "'" + suggestion,
+                                     : "there is no option '" + option + "'" + suggestion,
                   command);
 }
 
@@ -83,7 +83,7 @@ int refuseArgument(const CLI::App &program, const CLI::App &command, const std::
         return refuse("there are too many arguments, and a value is never one of them", command);
     const std::string suggestion = didYouMean(nearest(argument, commandNames(program)));
     return refuse(suggestion.empty() ? "there is no such command"
-                                     : "there is no command '" + shown(argument) + "'" + suggestion,
+                                     : "there is no command '" + argument + "'" + suggestion,
                   program);
 }
 

@@ -85,7 +85,7 @@ bool CredentialLines::take(FileText text) {
     if (!findings.empty())
         return fail(findings.front().detail, findings.front().line);
     if (const auto refused = findRefusedLine(content); refused)
-        return fail(refused->detail, refused->line);
+        return fail(refused->detail, refused->line, refused->key);
     for (Line line; content.next(&line);) {
         const Reading reading = readLine(line);
         settings.add(line, reading);

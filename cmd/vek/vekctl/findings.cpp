@@ -46,7 +46,7 @@ constexpr FindingKind KINDS[] = {
     {Code::reader, "reader", ERROR, READING, "the reader of the section fails"},
     {Code::lookAlike, "look-alike", ERROR, SAFETY,
      "only begins like a credential or a marker; runvekcred takes it for one"},
-    {Code::unknownKey, "unknown-key", WARNING, SAFETY, "is a key that no reader knows"},
+    {Code::unknownKey, "unknown-key", WARNING, SAFETY, "is known to no reader"},
     {Code::comment, "comment", WARNING, SAFETY,
      "a comment holds what looks like a credential in clear; remove it"},
     {Code::strayMarker, "stray-marker", WARNING, SAFETY,

@@ -49,7 +49,7 @@ private:
             found = &item;
         }
         if (found == nullptr)
-            return refuse("is not in the file");
+            return refuse("is not in the file; vekctl set stores it");
         return tell(*found);
     }
 
@@ -67,7 +67,7 @@ private:
         Secret clear;
         const uint32_t reason = session->restore(value.substr(0, SVC_PBE_STORED_LIMIT), &clear);
         if (reason != SVC_PBE_OK)
-            return refuse("does not open with " + shown(session->source().describe()) + ": " +
+            return refuse("does not open with " + session->source().describe() + ": " +
                               svcPBEReasonText(reason),
                           item.line);
         return hand(std::move(clear));

@@ -73,7 +73,12 @@ CipherSession::~CipherSession() {
 
 std::string CipherSession::problem() const {
     const char *const text = svcPBEReasonText(openReason);
-    return keySource.describe() + " cannot be used: " + (text == nullptr ? "unknown reason" : text);
+    const char *const advice =
+        openReason == SVC_PBE_KEY_FILE_UNREADABLE   ? "; correct its name or its rights"
+        : openReason == SVC_PBE_KEY_FILE_BAD_LENGTH ? "; vekctl keygen makes a key file"
+                                                    : "";
+    return keySource.describe() +
+           " cannot be used: " + (text == nullptr ? "unknown reason" : text) + advice;
 }
 
 uint32_t CipherSession::fingerprint(std::string *text) {

@@ -45,7 +45,7 @@ Outcome tellKey(const Options &options, const std::string &path, KeyRing &keys, 
     if (!source.isBuiltIn())
         report.json()["path"] = shown(source.path);
     if (session.reason() != SVC_PBE_OK) {
-        report.problem(session.problem());
+        report.unusable(session, file.settings().keyFile().line);
         return Outcome::failed;
     }
     std::string fingerprint;
@@ -55,8 +55,8 @@ Outcome tellKey(const Options &options, const std::string &path, KeyRing &keys, 
         return Outcome::failed;
     }
     report.json()["fingerprint"] = fingerprint;
-    report.note(shown(source.describe()) + ", " + nameOf(look.form) + ", fingerprint " +
-                fingerprint);
+    const std::string form = source.isBuiltIn() ? "" : std::string(", ") + nameOf(look.form);
+    report.note(source.describe() + form + ", fingerprint " + fingerprint);
     for (const Finding &finding : look.findings)
         report.finding(finding);
     return look.findings.empty() ? Outcome::clean : Outcome::findings;

@@ -14,6 +14,7 @@ namespace vekctl {
 
 namespace {
 
+constexpr std::string_view BYTE_ORDER_MARK = "\xef\xbb\xbf";
 constexpr std::string_view BLANKS = " \t\v\f\r";
 
 std::string_view trimmed(std::string_view text) {
@@ -23,41 +24,54 @@ std::string_view trimmed(std::string_view text) {
     return text.substr(start, text.find_last_not_of(BLANKS) + 1 - start);
 }
 
+// The key at the beginning of a text that is no setting, when a reader knows it: other words may be a
+// secret.
+std::string knownKeyIn(std::string_view text) {
+    const std::string key = shownKey(trimmed(text));
+    return findKey(key).key != nullptr ? key : "";
+}
+
 class LineFinder {
 public:
     LineFinder(const Line &looked, const Reading &read, std::vector<Finding> *found)
         : line(looked), reading(read), findings(found) {}
 
     void find() {
-        findStrangeText();
+        const bool isStrange = findStrangeText();
         findComment();
-        if (reading.kind == LineKind::setting && findKey(reading.key).key == nullptr)
-            findUnknownKey();
-        if (reading.kind == LineKind::setting && findKey(reading.key).key != nullptr)
+        if (reading.kind != LineKind::setting)
+            return;
+        if (findKey(reading.key).key != nullptr)
             findQuotes();
+        else if (!isStrange && !reading.key.starts_with(BYTE_ORDER_MARK)) // is told already
+            findUnknownKey();
     }
 
 private:
     void add(Code code, Level level, const std::string &key, const std::string &detail) {
         findings->push_back({code, level, line.number, key, detail});
     }
-    void addNotText(const std::string &detail) {
-        add(Code::notText, Level::error, "", detail);
+    void addNotText(const std::string &detail, const std::string &key = "") {
+        add(Code::notText, Level::error, key, detail);
     }
 
-    void findStrangeText() {
+    // Whether there is something in it that is no setting for its author.
+    bool findStrangeText() {
         const std::string_view content = trimmed(line.text);
         if (content.find('\r') != std::string_view::npos)
             addNotText("a carriage return stands inside the line; end lines with LF or CRLF");
         if (reading.kind == LineKind::nothing)
-            return;
+            return false;
         if (content.starts_with('['))
             addNotText("there are no [section] lines; write the section in front of each key, as "
                        "in 'pem.private = ...'");
         else if (content.starts_with(';'))
-            addNotText("\";\" starts no comment; use \"#\"");
+            addNotText("\";\" starts no comment; use \"#\"", knownKeyIn(content.substr(1)));
         else if (hasColon(content))
-            addNotText("a key is followed by \"=\", not by \":\"");
+            addNotText("a key is followed by \"=\", not by \":\"", knownKeyIn(content));
+        else
+            return false;
+        return true;
     }
 
     // "pem.password: x", where a reader knows what stands in front of the colon.
@@ -147,8 +161,9 @@ const char *refusalText(Refusal refusal) {
 
 } // namespace
 
-Finding refusedLine(size_t line, Refusal refusal) {
-    return {Code::unparsable, Level::error, line, "", refusalText(refusal)};
+Finding refusedLine(const Line &line, Refusal refusal) {
+    return {Code::unparsable, Level::error, line.number, knownKeyIn(line.text),
+            refusalText(refusal)};
 }
 
 std::optional<Finding> findRefusedLine(const FileText &text) {
@@ -160,10 +175,9 @@ std::optional<Finding> findRefusedLine(const FileText &text) {
             continue;
         std::vector<Finding> meant;
         findInLine(line, reading, &meant);
-        return meant.empty() ? refusedLine(line.number, reading.refusal) : meant.front();
+        return meant.empty() ? refusedLine(line, reading.refusal) : meant.front();
     }
-    return hasSetting ? std::nullopt
-                      : std::optional(refusedLine(/* line= */ 0, Refusal::noSetting));
+    return hasSetting ? std::nullopt : std::optional(refusedLine(Line{}, Refusal::noSetting));
 }
 
 void findInLine(const Line &line, const Reading &reading, std::vector<Finding> *findings) {
@@ -177,7 +191,7 @@ void findInText(const FileText &text, std::vector<Finding> *findings) {
     };
     if (start.starts_with("\xff\xfe") || start.starts_with("\xfe\xff"))
         add(1, "the file is UTF-16; store it as UTF-8 without a byte order mark");
-    else if (start.starts_with("\xef\xbb\xbf"))
+    else if (start.starts_with(BYTE_ORDER_MARK))
         add(1, "a byte order mark stands in front of the first key; store the file without one");
     if (text.hasNul())
         add(static_cast<size_t>(std::ranges::count(start, '\n')) + 1,

@@ -19,8 +19,8 @@ void findInLine(const Line &line, const Reading &reading, std::vector<Finding> *
 // Appends what concerns the text as a whole: a byte order mark, a NUL.
 void findInText(const FileText &text, std::vector<Finding> *findings);
 
-// What is said of a line that the readers refuse, and of a file without a setting (line 0).
-[[nodiscard]] Finding refusedLine(size_t line, Refusal refusal);
+// What is said of a line that the readers refuse, and of a file without a setting (the line is Line{}).
+[[nodiscard]] Finding refusedLine(const Line &line, Refusal refusal);
 
 // The first such line of a text that the readers cannot use. What the line was meant to be, where
 // that can be told, says more than why it is refused.

@@ -13,7 +13,7 @@ bool LoadedFile::load(const std::string &path, Report *report) {
         return false;
     }
     if (const auto refused = findRefusedLine(text); refused) {
-        report->problem(refused->detail, refused->line);
+        report->problem(refused->detail, refused->line, refused->key);
         return false;
     }
     for (Line line; text.next(&line);)
@@ -41,7 +41,7 @@ std::unique_ptr<CipherSession> LoadedFile::openSession(const CommonOptions &opti
     auto session = std::make_unique<CipherSession>(source, options.fips || readerWantsFips);
     if (session->reason() == SVC_PBE_OK)
         return session;
-    report->problem(shown(session->problem()));
+    report->unusable(*session, keystore.keyFile().line);
     return nullptr;
 }
 

@@ -2,6 +2,7 @@
  * vekctl - the administrator's program for keystore.conf.
  */
 #include "vekctl/command_line.h"
+#include "vekctl/report.h"
 
 #include "ztvek.h"
 
@@ -23,7 +24,7 @@ int main(int argumentCount, char **arguments) {
     try {
         status = vekctl::runCommandLine(argumentCount, arguments);
     } catch (const std::exception &problem) {
-        (void)fprintf(stderr, "vekctl: %s\n", problem.what());
+        (void)fprintf(stderr, "vekctl: %s\n", vekctl::shown(problem.what()).c_str());
     }
     (void)svcProgramTerm(/* options= */ 0);
     return status;

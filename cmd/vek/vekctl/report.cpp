@@ -3,13 +3,15 @@
  */
 #include "vekctl/report.h"
 
-#include "shared.h"
+#include "vekctl/known_keys.h"
 
 #include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <iostream>
+#include <new>
 #include <nlohmann/json.hpp>
 #include <unistd.h>
 
@@ -28,23 +30,33 @@ bool mayColour() {
            std::string_view(terminal) != "dumb";
 }
 
+// Whether a character of UTF-8 that takes `length` bytes may be shown: in its shortest form, no
+// control character, no half of one, and no sign that turns the direction of writing, which would
+// show a name as another one.
+bool mayBeShown(char32_t character, size_t length) {
+    static constexpr char32_t SMALLEST[] = {0, 0x20, 0xa0, 0x800, 0x10000};
+    const auto isIn = [character](char32_t first, char32_t last) {
+        return character >= first && character <= last;
+    };
+    return character >= SMALLEST[length] && character <= 0x10ffff && character != 0x7f &&
+           character != 0x61c && !isIn(0xd800, 0xdfff) && !isIn(0x200e, 0x200f) &&
+           !isIn(0x2028, 0x202e) && !isIn(0x2066, 0x2069);
+}
+
 // Length of the character of UTF-8 at the beginning of `text`, 0 when there is none that may be
 // shown.
 size_t characterLength(std::string_view text) {
-    const unsigned char first = static_cast<unsigned char>(text.front());
-    if (first < 0x80)
-        return first < 0x20 || first == 0x7f ? 0 : 1;
-    const size_t length = first >= 0xf0 ? 4 : first >= 0xe0 ? 3 : first >= 0xc3 ? 2 : 0;
-    if (first > 0xf4 || length == 0 || text.size() < length)
+    const unsigned first = static_cast<unsigned char>(text.front());
+    const size_t length = first < 0x80 ? 1 : first < 0xe0 ? 2 : first < 0xf0 ? 3 : 4;
+    if (text.size() < length || (first >= 0x80 && first < 0xc0) || first >= 0xf8)
         return 0;
-    for (size_t i = 1; i < length; ++i)
-        if ((static_cast<unsigned char>(text[i]) & 0xc0) != 0x80)
+    char32_t character = length == 1 ? first : first & (0x7fU >> length);
+    for (const char byte : text.substr(1, length - 1)) {
+        if ((static_cast<unsigned char>(byte) & 0xc0) != 0x80)
             return 0;
-    // Signs that turn the direction of writing would show a name as another one.
-    const std::string_view character = text.substr(0, length);
-    const bool turns = (character >= "\u202a" && character <= "\u202e") ||
-                       (character >= "\u2066" && character <= "\u2069");
-    return turns ? 0 : length;
+        character = character << 6 | (static_cast<unsigned char>(byte) & 0x3fU);
+    }
+    return mayBeShown(character, length) ? length : 0;
 }
 
 // The text that was copied or searched last is still in vector registers, and the dynamic linker
@@ -66,11 +78,12 @@ std::string place(const std::string &file, size_t line) {
     return line == 0 ? shown(file) : shown(file) + ":" + std::to_string(line);
 }
 
-// Most texts of findings go on from the key; one with an article is a sentence of its own.
+// Most texts of findings go on from the key; one with an article is a sentence of its own. A key that
+// may not be shown is left out.
 std::string sentence(const std::string &key, const std::string &text) {
-    if (key.empty())
-        return text;
     const bool isWhole = text.starts_with("the ") || text.starts_with("a ");
+    if (key.empty())
+        return isWhole ? text : "the key of this line " + text;
     return key + (isWhole ? ": " : " ") + text;
 }
 
@@ -119,7 +132,7 @@ int Report::overFiles(std::vector<std::string> files,
         showProgress(i, files.size());
         file = files[i];
         *fileDocument = {{"file", shown(file)}};
-        const size_t outcome = static_cast<size_t>(treat(file));
+        const size_t outcome = static_cast<size_t>(treatOne(treat));
         overwriteRegisters();
         ++counts[outcome];
         (*fileDocument)["outcome"] = OUTCOME_NAMES[outcome];
@@ -136,10 +149,22 @@ int Report::overFiles(std::vector<std::string> files,
     return statusOf(counts);
 }
 
+Outcome Report::treatOne(const std::function<Outcome(const std::string &)> &treat) {
+    try {
+        return treat(file);
+    } catch (const std::bad_alloc &) {
+        problem("there is not enough memory");
+    } catch (const std::filesystem::filesystem_error &error) {
+        problem(std::string("the working folder cannot be found: ") + error.code().message());
+    }
+    return Outcome::failed;
+}
+
 void Report::finding(const Finding &finding) {
     overwriteRegisters();
     const FindingKind &kind = kindOf(finding.code);
-    const std::string text = sentence(finding.key, textOf(finding));
+    const std::string key = shown(finding.key);
+    const std::string text = sentence(key, shown(textOf(finding)));
     if (asJson) {
         nlohmann::json entry = {{"code", kind.name},
                                 {"level", nameOf(finding.level)},
@@ -147,8 +172,8 @@ void Report::finding(const Finding &finding) {
                                 {"text", text}};
         if (finding.line != 0)
             entry["line"] = finding.line;
-        if (!finding.key.empty())
-            entry["key"] = finding.key;
+        if (!key.empty())
+            entry["key"] = key;
         (*fileDocument)["findings"].push_back(std::move(entry));
     } else if (!quiet) {
         clearProgress();
@@ -162,21 +187,26 @@ void Report::finding(const Finding &finding) {
 void Report::problem(const std::string &text, size_t line, const std::string &key) {
     overwriteRegisters();
     if (asJson && !fileDocument->is_null()) {
-        (*fileDocument)["problem"] = text;
+        (*fileDocument)["problem"] = shown(text);
         if (line != 0)
             (*fileDocument)["line"] = line;
         if (!key.empty())
-            (*fileDocument)["key"] = key;
+            (*fileDocument)["key"] = shown(key);
         return;
     }
     clearProgress();
     std::cerr << "vekctl: " << (file.empty() ? "" : place(file, line) + ": ")
-              << (key.empty() ? "" : key + ": ") << text << "\n";
+              << shown(key.empty() ? text : key + ": " + text) << "\n";
+}
+
+void Report::unusable(const CipherSession &session, size_t line) {
+    const bool isNamed = session.source().origin == KeyOrigin::section;
+    problem(session.problem(), isNamed ? line : 0, isNamed ? KEY_FILE_KEY : "");
 }
 
 void Report::note(const std::string &text, size_t line, const std::string &key) {
     overwriteRegisters();
-    const std::string whole = key.empty() ? text : key + ": " + text;
+    const std::string whole = shown(key.empty() ? text : key + ": " + text);
     if (asJson) {
         (*fileDocument)["notes"].push_back(whole);
     } else if (!quiet) {
@@ -188,7 +218,7 @@ void Report::note(const std::string &text, size_t line, const std::string &key) 
 void Report::answer(const std::string &line) {
     clearProgress();
     if (!asJson)
-        std::cout << line << "\n";
+        std::cout << shown(line) << "\n";
 }
 
 void Report::showProgress(size_t done, size_t all) {
@@ -218,7 +248,9 @@ void Report::countUp(const std::vector<size_t> &counts) {
     }
     if (asJson) {
         (*document)["summary"] = std::move(summary);
-        std::cout << document->dump(/* indent= */ 2) << "\n";
+        std::cout << document->dump(/* indent= */ 2, ' ', /* ensure_ascii= */ false,
+                                    nlohmann::json::error_handler_t::replace)
+                  << "\n";
     } else if (all > 1 && !quiet) {
         std::cout << all << " files: " << words << "\n";
     }

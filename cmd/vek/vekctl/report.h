@@ -1,8 +1,10 @@
 /*
  * report.h - what a command says: lines as compilers write them, or one JSON document with --json.
  *
- * Findings and answers go to standard output, problems to standard error. Names of files come from
- * outside and may hold anything, so control characters in them are shown as "?".
+ * Findings and answers go to standard output, problems to standard error. Names of files, of keys and
+ * of channels come from outside and may hold anything, so every text that is handed over here is
+ * shown with "?" in place of a control character, and is UTF-8. What goes into json() directly is a
+ * number, a text of ours, or has been through shown().
  */
 #ifndef VEKCTL_REPORT_H
 #define VEKCTL_REPORT_H
@@ -47,6 +49,8 @@ public:
     // Why the file could not be treated: what happened and what to do. `line` 0 and `key` "" are
     // left out. Before the first file it is said of the run, on standard error in any case.
     void problem(const std::string &text, size_t line = 0, const std::string &key = {});
+    // The same of a key that cannot be used. `line` is the one in which the file names it, or 0.
+    void unusable(const CipherSession &session, size_t line);
     // Something that was done, for a person who waits; not with --quiet.
     void note(const std::string &text, size_t line = 0, const std::string &key = {});
     // A line of the answer itself, also with --quiet; the document has it from json().
@@ -57,6 +61,7 @@ public:
     }
 
 private:
+    [[nodiscard]] Outcome treatOne(const std::function<Outcome(const std::string &)> &treat);
     void showProgress(size_t done, size_t all);
     void clearProgress();
     void countUp(const std::vector<size_t> &counts);

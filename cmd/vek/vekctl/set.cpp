@@ -58,7 +58,7 @@ private:
     }
 
     bool takeNewValue(Secret *value) {
-        std::string problem = takeValue("Value of " + options.key, value);
+        std::string problem = takeValue("Value of " + shown(options.key), value);
         if (problem.empty() && value->size() > name.row->capacity)
             problem = "the value is too long for the field of its reader; nothing was changed";
         if (problem.empty())

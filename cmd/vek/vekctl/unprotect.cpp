@@ -111,7 +111,7 @@ private:
             return Outcome::failed;
         }
         if (const int error = writeNewFile(options.output, text.view()); error != 0) {
-            change.report().problem("the output '" + shown(options.output) +
+            change.report().problem("the output '" + options.output +
                                     "' cannot be made: " + strerror(error));
             return Outcome::failed;
         }

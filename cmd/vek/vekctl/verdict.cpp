@@ -93,16 +93,16 @@ private:
         while (text.next(&line)) {
             const Reading reading = readLine(line);
             if (reading.kind == LineKind::refused)
-                refuse(line.number, reading.refusal);
+                refuse(line, reading.refusal);
             findInLine(line, reading, &lineFindings);
             keepLineFindings();
             keystore.add(line, reading);
         }
         if (!isRefused && !keystore.hasSetting())
-            refuse(/* line= */ 0, Refusal::noSetting);
+            refuse(Line{}, Refusal::noSetting);
     }
 
-    void refuse(size_t line, Refusal refusal) {
+    void refuse(const Line &line, Refusal refusal) {
         isRefused = true;
         keep(refusedLine(line, refusal));
     }
