@@ -73,7 +73,7 @@ damaged	2	crl.encrypted = YES\ncrl.ldap.pass = <VEK>2!Hunter-2!Hunter-2!x\n
 duplicate	2	crl.ldap.pass = Hunter-2\ncrl.ldap.pass = Hunter-2\n
 bad-marker	1	crl.encrypted = Hunter-2\n
 look-alike	1	crl.ldap.password = Hunter-2\n
-look-alike	1	pem.password: Hunter-2 = x\n
+not-text	1	pem.password: Hunter-2 = x\n
 unknown-key	1	PEM.PASSWORD = Hunter-2\n
 unknown-key	1	Hunter-2 = x\n
 not-found	1	pem.password.channel.shop = Hunter-2\n
@@ -94,7 +94,7 @@ told 'an empty file' 1 'it is empty [unreadable]' "$vekctl" check empty.conf
 told 'a missing file' 1 'No such file or directory [unreadable]' "$vekctl" check missing.conf
 told 'a folder' 1 'Is a directory [unreadable]' "$vekctl" check .
 printf '#\n' >comments.conf
-told 'no setting' 1 'the file has no setting at all [unparsable]' "$vekctl" check comments.conf
+told 'no setting' 1 'the file has no setting at all' "$vekctl" check comments.conf
 
 # A protected file, its key and another one.
 cp "$sample" good.conf

@@ -23,6 +23,8 @@ readers() {
     { printf '%s\n' "pem.fips=$2" "pkcs11.fips=$2" && cat conf; } >marked
     ZTS_VEKCRED_KEYFILE=$1 "$VEK_BUILD/tests/credentials" marked "$2" 2>err
 }
+# fingerprint KEY OPTION... as vekctl tells it, if it does
+fingerprint() { "$VEK_BUILD/bin/vekctl" keyinfo --key "$@" 2>/dev/null | sed -n 's/.*, fingerprint //p'; }
 # refuses NAME CONFIGURATION MODULES KEY
 refuses() {
     export OPENSSL_CONF=$2 OPENSSL_MODULES=$3
@@ -31,6 +33,7 @@ refuses() {
         is "$1: nothing is written" 'conf 0' "$(echo conf* new*) $(cmp -s conf clear; echo $?)"
     done
     is "$1: the command works without FIPS mode" '0 ZTM9105I' "$(write "$4")"
+    is "$1: no fingerprint" '' "$(fingerprint "$4" --fips)"
     is "$1: the readers refuse" '2 2 2 2 ' "$(readers "$4" yes)"
     is "$1: the readers work without FIPS mode" '0 0 0 0 abcd' "$(readers "$4" no)"
 }
@@ -53,6 +56,8 @@ while read -r key configuration algorithm reader writer; do
     is "$name: nonces" 4 "$(grep -o '<VEK>[^!]*![^!]*' conf | sort -u | wc -l)"
     OPENSSL_CONF=$configuration
     is "$name: reading, fips=$reader" '0 0 0 0 abcd' "$(readers "$key" "$reader")"
+    is "$name: one fingerprint" '1 16' "$({ fingerprint "$key"; fingerprint "$key" --fips; } |
+        sort | uniq -d | wc -lL | xargs)"
 done < <(printf '%s\n' {"raw $provider",'raw strict'}\ {1,2}\ {yes,'yes -sm','no -sm'} \
     "phrase $provider 1 yes -sm" 'phrase strict 2 yes' "phrase $provider 2 no -sm")
 

@@ -202,7 +202,8 @@ def run_vekctl(folder, row, environment):
     elif state == "cut":
         write(folder, "keystore.conf", clear.replace(b"\n", b"#more\n", 1))
     name = f"vekctl {line}, {state}"
-    wanted = {**wanted_of("raw"), **keys, "new value": NEW_VALUE}
+    fingerprint = HKDF(hashes.SHA256(), 8, new_content.SALT, b"key fingerprint").derive(RAW)
+    wanted = {**wanted_of("raw"), **keys, "new value": NEW_VALUE, "fingerprint": fingerprint}
     del wanted["too long"]
     run(name, folder, [VEKCTL, *command], status, wanted, environment, shown, NEW_VALUE + b"\n",
         EACH_PIECE)
