@@ -107,6 +107,12 @@ void FileText::take(Secret text) {
     nulFound = visible.size() != taken.size();
 }
 
+Line FileText::at(const char *start, size_t number) const {
+    Line line = {.number = number - 1, .text = {}, .end = {start, 0}};
+    (void)next(&line);
+    return line;
+}
+
 bool FileText::next(Line *line) const {
     const char *const start =
         line->number == 0 ? visible.data() : line->end.data() + line->end.size();

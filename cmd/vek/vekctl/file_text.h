@@ -68,6 +68,8 @@ public:
     // Takes the next line; `line` is Line{} for the first one. False at the end. Nothing is copied,
     // so that a file of any size costs its size.
     [[nodiscard]] bool next(Line *line) const;
+    // The line of this number, which begins here.
+    [[nodiscard]] Line at(const char *start, size_t number) const;
 
 private:
     [[nodiscard]] bool readStandardInput();

@@ -59,7 +59,7 @@ std::string_view credentialField(const Records &records, std::string_view sectio
     return {};
 }
 
-void Keystore::add(const Line &line, const Reading &reading) {
+void Keystore::add(const Line &line, const Reading &reading, size_t lines) {
     if (reading.kind != LineKind::setting)
         return;
     settingFound = true;
@@ -67,11 +67,21 @@ void Keystore::add(const Line &line, const Reading &reading) {
     item.section = sectionOf(reading.key, &item.name);
     if (item.section == nullptr)
         return;
+    if (item.known.isOfChannel && !rules.withChannels) {
+        if (!Keystore().isStrayMarker(reading))
+            sectionsOfChannels.insert(item.section);
+        item.known = {};
+    }
+    take(item, lines);
+}
+
+void Keystore::take(const Item &item, size_t lines) {
     // An unknown key counts for its section, which it shows to be there.
     const bool isKnown = item.known.key != nullptr;
-    const size_t count = ++counts[isKnown ? reading.key : std::string_view(item.section)];
-    if (count <= (isKnown ? MOST_REPEATS : 1))
+    size_t &count = counts[isKnown ? item.reading.key : std::string_view(item.section)];
+    if (count < (isKnown ? MOST_REPEATS : 1))
         kept.push_back(item);
+    count += lines;
 }
 
 std::vector<ReaderName> Keystore::readers() const {
@@ -95,7 +105,8 @@ std::vector<ReaderName> Keystore::readers() const {
         }
         std::ranges::sort(channels);
         channels.erase(std::unique(channels.begin(), channels.end()), channels.end());
-        if (hasSection && (hasGeneralKey || channels.empty()))
+        const bool hasChannels = !channels.empty() || sectionsOfChannels.contains(section);
+        if (hasSection && (hasGeneralKey || !hasChannels))
             readers.push_back({section, false, {}});
         for (std::string &channel : channels)
             readers.push_back({section, true, std::move(channel)});
@@ -111,7 +122,7 @@ SztuList *Keystore::list(std::string_view section) {
     if (made == nullptr)
         throw std::bad_alloc();
     for (const Item &item : kept) {
-        if (item.section != section || (!keepsMarkers && isSingleYes(item)))
+        if (item.section != section || (!rules.withMarkers && isSingleYes(item)))
             continue;
         if (vek::appendItem(made.get(), item.name, item.reading.value) != SZTU_OK)
             throw std::bad_alloc();

@@ -15,6 +15,7 @@
 
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -65,15 +66,22 @@ struct NamedKeyFile {
     size_t firstLine = 0;
 };
 
+struct KeystoreRules {
+    bool withMarkers = true;  // false: no value is opened; a YES marker does not reach the reader
+    bool withChannels = true; // false: of the lines of channels no more is kept than that they are
+};
+
 class Keystore {
 public:
-    // The markers' credentials are not opened: a YES marker does not reach the reader.
-    explicit Keystore(bool withMarkers = true) : keepsMarkers(withMarkers) {}
+    explicit Keystore(const KeystoreRules &given = {}) : rules(given) {}
 
     // Takes a line. Only what matters is kept: nothing of a section that is not ours, of the keys
     // that no reader looks at one for each section, of a key that is repeated two lines. The text
-    // of the file must outlive this.
-    void add(const Line &line, const Reading &reading);
+    // of the file must outlive this. `lines` is more than one when others with its key follow that
+    // are not handed over.
+    void add(const Line &line, const Reading &reading, size_t lines = 1);
+    // Takes an item of another one.
+    void take(const Item &item, size_t lines = 1);
 
     [[nodiscard]] const std::vector<Item> &items() const {
         return kept;
@@ -114,10 +122,11 @@ private:
     [[nodiscard]] SztuList *list(std::string_view section);
     [[nodiscard]] bool isSingleYes(const Item &marker) const;
 
-    bool keepsMarkers;
+    KeystoreRules rules;
     bool settingFound = false;
     std::vector<Item> kept;
     std::unordered_map<std::string_view, size_t> counts; // of lines, by key
+    std::set<std::string_view> sectionsOfChannels;       // of lines that are not kept
 
     struct FreeList {
         void operator()(SztuList *freed) const {

@@ -3,12 +3,14 @@
  */
 #include "vekctl/verdict.h"
 
+#include "vekctl/channel_lines.h"
 #include "vekctl/keystore.h"
 #include "vekctl/line_findings.h"
 
 #include "shared/line_words.h"
 
 #include <algorithm>
+#include <iterator>
 #include <map>
 
 namespace vekctl {
@@ -34,39 +36,61 @@ struct ReaderRun {
     }
 };
 
+// What is judged at once: the general lines of a file, or those of one channel together with the
+// general ones that its readers share.
+struct Part {
+    Keystore keystore;
+    std::map<size_t, Opened> opened; // by line
+    std::vector<ReaderRun> readers;
+    std::vector<std::string> explained; // keys of the errors of reading that were found
+};
+
 class Judge {
 public:
     Judge(const FileText &judged, KeyRing &ring, const CheckRules &checkRules)
-        : text(judged), keys(ring), rules(checkRules), keystore(checkRules.opens) {}
+        : text(judged), keys(ring), rules(checkRules),
+          general{Keystore({.withMarkers = checkRules.opens, .withChannels = false}), {}, {}, {}} {}
 
     Verdict run() {
         findInText(text, &lineFindings);
         keepLineFindings();
         readLines();
-        if (!isRefused) {
+        if (!isRefused)
             chooseKey();
-            openCredentials();
-            runReaders();
-            reportKey();
-        }
-        for (const Item &item : keystore.items())
-            judgeItem(item);
-        for (const ReaderRun &reader : readers)
-            explain(reader);
-        std::ranges::stable_sort(verdict.findings, {}, &Finding::line);
+        openAndRun(general, /* isOfChannel= */ false);
+        forEachChannel(text, channelLines,
+                       [this](std::span<const KeyLines *const> lines) { judgeChannel(lines); });
+        reportKey();
+        for (const Item &item : general.keystore.items())
+            judgeItem(general, item);
+        for (const ReaderRun &reader : general.readers)
+            explain(general, reader);
+        for (const ReaderRun &reader : failedAtShared)
+            explain(general, reader);
+        collect();
         return std::move(verdict);
     }
 
 private:
+    // The first ones by line are listed.
     void keep(Finding finding) {
         const bool isError = finding.level == Level::error;
-        size_t &listed = isError ? listedErrors : listedWarnings;
-        if (listed == LISTED_LIMIT) {
-            ++(isError ? verdict.unlistedErrors : verdict.unlistedWarnings);
-            return;
-        }
-        ++listed;
-        verdict.findings.push_back(std::move(finding));
+        std::vector<Finding> &listed = isError ? errors : warnings;
+        listed.push_back(std::move(finding));
+        if (listed.size() == 2 * LISTED_LIMIT)
+            (isError ? verdict.unlistedErrors : verdict.unlistedWarnings) += shorten(&listed);
+    }
+    static size_t shorten(std::vector<Finding> *listed) {
+        std::ranges::stable_sort(*listed, {}, &Finding::line);
+        const size_t size = listed->size();
+        listed->resize(std::min(size, LISTED_LIMIT));
+        return size - listed->size();
+    }
+    void collect() {
+        verdict.unlistedErrors += shorten(&errors);
+        verdict.unlistedWarnings += shorten(&warnings);
+        std::ranges::merge(errors, warnings, std::back_inserter(verdict.findings), {},
+                           &Finding::line, &Finding::line);
     }
     void keepLineFindings() {
         for (Finding &finding : lineFindings)
@@ -77,12 +101,19 @@ private:
         keep({code, level, item.line, std::string(item.reading.key), detail});
     }
     // A finding that is an error only where a reader is hurt.
-    void addReading(Code code, const Item &item, const std::string &detail = "") {
-        add(code, hurtsReader(item) ? Level::error : Level::warning, item, detail);
+    void addReading(Part &part, Code code, const Item &item, const std::string &detail = "") {
+        const bool isError = hurtsReader(part, item);
+        add(code, isError ? Level::error : Level::warning, item, detail);
+        if (isError)
+            part.explained.emplace_back(item.reading.key);
     }
-    bool hurtsReader(const Item &item) const {
-        return isRefused || std::ranges::any_of(readers, [&](const ReaderRun &reader) {
-                   return reader.name.reads(item) && reader.isBad();
+    bool hurtsReader(const Part &part, const Item &item) const {
+        const auto isHurt = [&](const ReaderRun &reader) {
+            return reader.name.reads(item) && reader.isBad();
+        };
+        return isRefused || std::ranges::any_of(part.readers, isHurt) ||
+               std::ranges::any_of(failedAtShared, [&](const ReaderRun &reader) {
+                   return reader.result.errorKey == item.reading.key;
                });
     }
 
@@ -96,9 +127,10 @@ private:
                 refuse(line, reading.refusal);
             findInLine(line, reading, &lineFindings);
             keepLineFindings();
-            keystore.add(line, reading);
+            general.keystore.add(line, reading);
+            channelLines += findKey(reading.key).isOfChannel ? 1 : 0;
         }
-        if (!isRefused && !keystore.hasSetting())
+        if (!isRefused && !general.keystore.hasSetting())
             refuse(Line{}, Refusal::noSetting);
     }
 
@@ -108,11 +140,58 @@ private:
     }
 
     void chooseKey() {
-        const NamedKeyFile named = keystore.keyFile();
+        const NamedKeyFile named = general.keystore.keyFile();
         sourceIsReadable = named.code == SZTU_OK || rules.keyOption != nullptr;
         verdict.source = chooseKeySource(rules.keyOption, named.path);
         verdict.sourceLine = named.line;
     }
+
+    void openAndRun(Part &part, bool isOfChannel) {
+        if (isRefused)
+            return;
+        openCredentials(part);
+        runReaders(part, isOfChannel);
+        for (const ReaderRun &reader : part.readers)
+            keyIsNeeded = keyIsNeeded || (reader.isBad() && hasYesMarker(part, reader.name));
+    }
+
+    // ---- Channels ----
+
+    void judgeChannel(std::span<const KeyLines *const> lines) {
+        Part part{Keystore({.withMarkers = rules.opens}), {}, {}, {}};
+        for (const Item &item : general.keystore.items())
+            if (item.known.isReadBy(/* channelReader= */ true, ""))
+                part.keystore.take(item);
+        for (const KeyLines *const each : lines) {
+            const Line first = text.at(each->first, each->firstNumber);
+            part.keystore.add(first, readLine(first));
+            if (each->count == 1)
+                continue;
+            const Line second = text.at(each->second, each->secondNumber);
+            part.keystore.add(second, readLine(second), each->count - 1);
+        }
+        openAndRun(part, /* isOfChannel= */ true);
+        for (const Item &item : part.keystore.items())
+            if (item.known.isOfChannel)
+                judgeItem(part, item);
+        for (const ReaderRun &reader : part.readers)
+            explainChannel(part, reader);
+    }
+
+    // What fails the readers of all channels is told once.
+    void explainChannel(Part &part, const ReaderRun &reader) {
+        const KnownKey known = findKey(reader.result.errorKey);
+        const bool isShared = reader.isBad() && known.key != nullptr && !known.isOfChannel;
+        if (!isShared)
+            return explain(part, reader);
+        const auto isSame = [&](const ReaderRun &other) {
+            return other.result.errorKey == reader.result.errorKey;
+        };
+        if (std::ranges::none_of(failedAtShared, isSame))
+            failedAtShared.push_back(reader);
+    }
+
+    // ---- Keys and readers ----
 
     // The session that the readers of a section use; not open where they would have none.
     SvcPBESession *sessionFor(std::string_view section) {
@@ -123,7 +202,7 @@ private:
             keyProblem = "the readers take none of two lines that name its file";
             return &closedSession;
         }
-        const bool fips = section != vek::CRL_SECTION && keystore.wantsFips(section);
+        const bool fips = section != vek::CRL_SECTION && general.keystore.wantsFips(section);
         CipherSession &session = keys.session(verdict.source, fips);
         if (session.reason() == SVC_PBE_OK)
             return session.record();
@@ -135,23 +214,20 @@ private:
     void reportKey() {
         if (keyProblem.empty())
             return;
-        const bool isNeeded = std::ranges::any_of(readers, [&](const ReaderRun &reader) {
-            return reader.isBad() && hasYesMarker(reader.name);
-        });
         const bool isFromFile = verdict.source.origin == KeyOrigin::section;
-        keep({Code::noKey, isNeeded ? Level::error : Level::warning,
+        keep({Code::noKey, keyIsNeeded ? Level::error : Level::warning,
               isFromFile ? verdict.sourceLine : 0, isFromFile ? KEY_FILE_KEY : "", keyProblem});
     }
 
-    void openCredentials() {
+    void openCredentials(Part &part) {
         if (!rules.opens || !sourceIsReadable)
             return;
-        for (const Item &item : keystore.items()) {
-            if (!item.known.isCredential() || keystore.markerOf(item, /* isYes= */ true) == nullptr)
+        for (const Item &item : part.keystore.items()) {
+            if (!item.known.isCredential() || !isMarked(part, item))
                 continue;
             SvcPBESession *const session = sessionFor(item.section);
             if (session != &closedSession)
-                opened[item.line] = open(session, item);
+                part.opened[item.line] = open(session, item);
         }
     }
 
@@ -167,89 +243,94 @@ private:
         return result;
     }
 
-    void runReaders() {
+    void runReaders(Part &part, bool isOfChannel) {
         ztm::Wiping<Records> records{};
-        for (ReaderName &name : keystore.readers()) {
+        for (ReaderName &name : part.keystore.readers()) {
+            if (name.isOfChannel != isOfChannel)
+                continue;
             SvcPBESession *const session =
-                hasYesMarker(name) ? sessionFor(name.section) : &closedSession;
-            ReaderResult result = keystore.run(name, session, &records.value);
+                hasYesMarker(part, name) ? sessionFor(name.section) : &closedSession;
+            ReaderResult result = part.keystore.run(name, session, &records.value);
             const bool isWrong = result.code == SZTU_OK &&
                                  !credentialField(records.value, name.section).empty() &&
-                                 std::ranges::any_of(keystore.items(), [&](const Item &item) {
+                                 std::ranges::any_of(part.keystore.items(), [&](const Item &item) {
                                      return item.known.isCredential() && name.reads(item) &&
-                                            (isUnmarked(item) || isTooLong(item));
+                                            (isUnmarked(part, item) || isTooLong(part, item));
                                  });
-            readers.push_back({std::move(name), std::move(result), isWrong});
+            part.readers.push_back({std::move(name), std::move(result), isWrong});
         }
     }
 
-    bool hasYesMarker(const ReaderName &name) const {
-        return std::ranges::any_of(keystore.items(), [&](const Item &item) {
+    static bool hasYesMarker(const Part &part, const ReaderName &name) {
+        return std::ranges::any_of(part.keystore.items(), [&](const Item &item) {
             return item.known.isMarker() && name.reads(item) && saysYes(item.reading.value);
         });
     }
 
     // ---- Facts about a credential ----
 
-    bool isMarked(const Item &item) const {
-        return keystore.markerOf(item, /* isYes= */ true) != nullptr;
+    static bool isMarked(const Part &part, const Item &item) {
+        return part.keystore.markerOf(item, /* isYes= */ true) != nullptr;
     }
-    bool isUnmarked(const Item &item) const {
-        return !isMarked(item) && vek::isInEncryptedForm(item.reading.value);
+    static bool isUnmarked(const Part &part, const Item &item) {
+        return !isMarked(part, item) && vek::isInEncryptedForm(item.reading.value);
     }
-    bool isTooLong(const Item &item) const {
-        const auto found = opened.find(item.line);
-        if (isMarked(item))
-            return found != opened.end() && found->second.length > item.known.credential->capacity;
+    static bool isTooLong(const Part &part, const Item &item) {
+        const auto found = part.opened.find(item.line);
+        if (isMarked(part, item))
+            return found != part.opened.end() &&
+                   found->second.length > item.known.credential->capacity;
         return item.reading.value.size() > item.known.credential->capacity;
     }
 
     // ---- Findings ----
 
-    void judgeItem(const Item &item) {
+    void judgeItem(Part &part, const Item &item) {
         if (item.known.key == nullptr)
             return;
-        if (keystore.isStrayMarker(item.reading)) {
+        if (part.keystore.isStrayMarker(item.reading)) {
             add(Code::strayMarker, Level::warning, item);
             return;
         }
-        const auto [first, isFirst] = firstLines.emplace(item.reading.key, item.line);
-        if (!isFirst)
-            addReading(Code::duplicate, item,
-                       duplicateKey(item.line, "", first->second).detail +
-                           furtherOnes(keystore.countOf(item)));
+        const Item &first = *std::ranges::find_if(part.keystore.items(), [&](const Item &other) {
+            return other.reading.key == item.reading.key;
+        });
+        if (first.line != item.line)
+            addReading(part, Code::duplicate, item,
+                       duplicateKey(item.line, "", first.line).detail +
+                           furtherOnes(part.keystore.countOf(item)));
         if (item.known.isMarker() && !saysYes(item.reading.value) && !saysNo(item.reading.value))
-            addReading(Code::badMarker, item);
+            addReading(part, Code::badMarker, item);
         if (item.known.isCredential())
-            judgeCredential(item);
+            judgeCredential(part, item);
     }
 
     static std::string furtherOnes(size_t count) {
         return count <= 2 ? "" : ", and " + std::to_string(count - 2) + " more follow";
     }
 
-    void judgeCredential(const Item &item) {
-        if (isUnmarked(item))
-            addReading(Code::unmarked, item);
-        else if (isMarked(item))
-            judgeMarked(item);
+    void judgeCredential(Part &part, const Item &item) {
+        if (isUnmarked(part, item))
+            addReading(part, Code::unmarked, item);
+        else if (isMarked(part, item))
+            judgeMarked(part, item);
         else
             judgeClear(item);
-        if (isTooLong(item))
-            addReading(Code::tooLong, item);
+        if (isTooLong(part, item))
+            addReading(part, Code::tooLong, item);
     }
 
-    void judgeMarked(const Item &item) {
+    void judgeMarked(Part &part, const Item &item) {
         const bool isClear = !item.reading.value.starts_with(vek::LABEL);
         verdict.holdsClearText = verdict.holdsClearText || isClear;
-        const auto found = opened.find(item.line);
+        const auto found = part.opened.find(item.line);
         if (isClear) {
-            addReading(Code::keptClear, item);
+            addReading(part, Code::keptClear, item);
             return;
         }
-        if (found == opened.end()) {
+        if (found == part.opened.end()) {
             if (!vek::isInEncryptedForm(item.reading.value))
-                addReading(Code::damaged, item);
+                addReading(part, Code::damaged, item);
             return;
         }
         switch (found->second.reason) {
@@ -258,10 +339,10 @@ private:
                 add(Code::builtInKey, Level::warning, item);
             break;
         case SVC_PBE_AUTHENTICATION_FAILED:
-            addReading(Code::otherKey, item, "tried with " + verdict.source.describe());
+            addReading(part, Code::otherKey, item, "tried with " + verdict.source.describe());
             break;
         case SVC_PBE_MALFORMED_TEXT:
-            addReading(Code::damaged, item);
+            addReading(part, Code::damaged, item);
             break;
         default: // no memory: what the reader itself says is told
             break;
@@ -277,27 +358,26 @@ private:
     }
 
     // A failure that no finding names yet is told as the reader's own.
-    void explain(const ReaderRun &reader) {
-        if (!reader.isBad() || reader.handsWrongText || isExplained(reader))
+    void explain(Part &part, const ReaderRun &reader) {
+        if (!reader.isBad() || reader.handsWrongText || isExplained(part, reader))
             return;
         Finding finding = {Code::reader, Level::error, 0, keyAtFault(reader), ""};
-        for (const Item &item : keystore.items())
+        for (const Item &item : part.keystore.items())
             if (item.reading.key == finding.key)
                 finding.line = item.line;
         const std::string who = reader.name.isOfChannel ? "channel's reader" : "reader";
         finding.detail = "the " + who + " ends with " + resultText(reader);
+        part.explained.push_back(finding.key);
         keep(std::move(finding));
     }
 
-    bool isExplained(const ReaderRun &reader) const {
+    bool isExplained(const Part &part, const ReaderRun &reader) const {
+        if (!keyProblem.empty() && hasYesMarker(part, reader.name))
+            return true;
         const std::string key = keyAtFault(reader);
         const bool namesKey = key.find('.') != std::string::npos;
-        return std::ranges::any_of(verdict.findings, [&](const Finding &finding) {
-            if (!isReadingError(finding))
-                return false;
-            if (finding.code == Code::noKey)
-                return hasYesMarker(reader.name);
-            return namesKey ? finding.key == key : finding.key.starts_with(key + ".");
+        return std::ranges::any_of(part.explained, [&](const std::string &other) {
+            return namesKey ? other == key : other.starts_with(key + ".");
         });
     }
 
@@ -318,18 +398,18 @@ private:
     const FileText &text;
     KeyRing &keys;
     const CheckRules &rules;
-    Keystore keystore;
+    Part general;
+    std::vector<ReaderRun> failedAtShared; // readers of channels, one for each key
+    size_t channelLines = 0;
     Verdict verdict;
     std::vector<Finding> lineFindings; // in the line that is being read
-    size_t listedErrors = 0;
-    size_t listedWarnings = 0;
+    std::vector<Finding> errors;
+    std::vector<Finding> warnings;
     bool isRefused = false; // by the parser: every reader fails
     bool sourceIsReadable = true;
-    std::string keyProblem; // why there is no session, or ""
+    bool keyIsNeeded = false; // a reader that fails needs it
+    std::string keyProblem;   // why there is no session, or ""
     SvcPBESession closedSession = {};
-    std::map<size_t, Opened> opened; // by line
-    std::map<std::string_view, size_t> firstLines;
-    std::vector<ReaderRun> readers;
 };
 
 } // namespace
