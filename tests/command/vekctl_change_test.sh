@@ -261,7 +261,7 @@ printf '%s\n' "${base[@]}" '  pem.password = two words # note' 'crl.ldap.pass=x'
 "$VEKCTL" protect --quiet --key key conf && cp -p conf before
 is 'the way back' 0 bash -c "'$VEKCTL' unprotect --key key conf | cmp - clear"
 is 'to a new file' '600\n0' bash -c "'$VEKCTL' unprotect --key key --output out.clear conf && cmp out.clear clear && stat -c %a out.clear"
-says 'never over a file' 1 'File exists' "$VEKCTL" unprotect --key key --output out.clear conf
+says 'never over a file' 1 'something is there already' "$VEKCTL" unprotect --key key --output out.clear conf
 says 'in place only when said twice' 2 'need each other' "$VEKCTL" unprotect --key key --in-place conf
 is 'still protected' 0 cmp before conf
 is 'under the built-in key' 'pem.password = x\n0' bash -c "echo 'pem.password = x' >built; '$VEKCTL' protect --quiet --built-in built && '$VEKCTL' unprotect built"

@@ -54,6 +54,36 @@ told 'help' 0 'Keeps the credentials' "$vekctl" help
 is 'help of a command' 'Usage: vekctl set [OPTIONS] FILE KEY' "$("$vekctl" help set | sed -n 2p)"
 is 'a value is not repeated' '' "$("$vekctl" get a b Hunter-2 2>&1 | grep Hunter)"
 
+# Whatever stands in the name of a file or of a key, no control character comes out, no sign that
+# turns the direction of writing, and nothing that is not UTF-8.
+evil=$'\e[31m\xff\xed\xa0\x80\x7f\xe2\x80\xae'
+printf '%s\n' "vekcred.keyfile = k$evil" pem.{private,public}".channel.$evil = k" \
+    {,}"pem.password.channel.$evil = x" "pem.$evil = x" >"$evil.conf"
+while read -ra words; do
+    words=("${words[@]//EVIL/$evil}")
+    answer=$("$vekctl" "${words[@]}" 2>&1 </dev/null)
+    [[ ${words[*]} != *json* ]] || does "a document of ${words[0]}" "$VEK_PYTHON" -m json.tool <<<"$answer"
+    is "${words[0]} shows what may be shown" '' "$(LC_ALL=C grep '[^ -~]' <<<"${answer:-$evil}")"
+done <<'EOD'
+check EVIL.conf
+check --json EVIL.conf
+keyinfo EVIL.conf
+keyinfo --json EVIL.conf
+show vekcred EVIL.conf
+show --json vekcred EVIL.conf
+show --json --channel EVIL pem EVIL.conf
+protect EVIL.conf EVIL.absent
+protect --json --built-in EVIL.conf
+set EVIL.conf pem.password.channel.EVIL
+get EVIL.conf pem.password.channel.EVIL
+rekey --json --from built-in --to key EVIL.conf
+unprotect --key key --output EVIL EVIL.conf
+keygen EVIL/key
+EVIL EVIL
+protect --EVIL
+help EVIL
+EOD
+
 # Text, finding and line. The value in each is Hunter-2.
 while IFS=$'\t' read -r code line text; do
     printf '%b' "$text" >bad.conf
@@ -90,9 +120,9 @@ unparsable	1	Hunter-2\n
 reader	2	ocsp.url = u\nocsp.unknown = Hunter-2\n
 EOD
 : >empty.conf
-told 'an empty file' 1 'it is empty [unreadable]' "$vekctl" check empty.conf
-told 'a missing file' 1 'No such file or directory [unreadable]' "$vekctl" check missing.conf
-told 'a folder' 1 'Is a directory [unreadable]' "$vekctl" check .
+told 'an empty file' 1 'it is empty; write a setting into it [unreadable]' "$vekctl" check empty.conf
+told 'a missing file' 1 'no such file or folder; correct the name [unreadable]' "$vekctl" check missing.conf
+told 'a folder' 1 'it is a folder; name the file in it [unreadable]' "$vekctl" check .
 printf '#\n' >comments.conf
 told 'no setting' 1 'the file has no setting at all' "$vekctl" check comments.conf
 

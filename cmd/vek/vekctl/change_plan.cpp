@@ -137,7 +137,7 @@ bool ChangePlan::open(const KeyLine &credential, CipherSession &key, Secret *cle
     if (reason == SVC_PBE_OK)
         return true;
     return fail("does not open with " + key.source().describe() + ": " + textOf(reason) +
-                    "; name its key, or remove the line and use vekctl set",
+                    "; name its key with --key, or remove the line and use vekctl set",
                 credential);
 }
 
@@ -312,7 +312,7 @@ bool ChangePlan::prove(const Secret &newText) {
     const ReadersView now(newText.view());
     if (!now.isWhole() && expectations.empty()) {
         failure = {"holds nothing but markers that no reader looks at; remove the file",
-                   lines.markers().empty() ? 0 : lines.markers().front().line.number,
+                   removed.empty() ? 0 : *removed.begin(),
                    {}};
         return false;
     }

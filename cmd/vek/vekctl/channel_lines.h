@@ -10,24 +10,15 @@
 #include "vekctl/file_text.h"
 
 #include <functional>
-#include <span>
+#include <vector>
 
 namespace vekctl {
 
-// The lines of one key of a channel: a reader fails at the second, and has nothing from a third.
-struct KeyLines {
-    std::string_view channel;
-    const char *first = nullptr;
-    const char *second = nullptr;
-    size_t firstNumber = 0;
-    size_t secondNumber = 0;
-    size_t count = 0;
-};
-
-// Calls `treat` for each channel, with the keys that it has. `channelLines` is at least the number
-// of lines with a key of a channel.
+// Calls `treat` for each channel (or, once in a while, for two at once), with its lines in their
+// order. Of a key that stands there many times at least three lines are among them. `channelLines`
+// is the number of lines with a key of a channel.
 void forEachChannel(const FileText &text, size_t channelLines,
-                    const std::function<void(std::span<const KeyLines *const>)> &treat);
+                    const std::function<void(const std::vector<Line> &)> &treat);
 
 } // namespace vekctl
 

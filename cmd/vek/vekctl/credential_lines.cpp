@@ -79,7 +79,7 @@ bool CredentialLines::fail(std::string text, size_t line, std::string key) {
 bool CredentialLines::take(FileText text) {
     content = std::move(text);
     if (content.text().empty() && !content.hasNul())
-        return fail("is empty");
+        return fail("is empty; write a setting into it");
     std::vector<Finding> findings;
     findInText(content, &findings);
     if (!findings.empty())

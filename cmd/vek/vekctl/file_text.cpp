@@ -3,6 +3,8 @@
  */
 #include "vekctl/file_text.h"
 
+#include "vekctl/error_text.h"
+
 #include "shared/line_words.h"
 #include "sztucona/parse.h"
 #include "ztvek.h"
@@ -18,7 +20,7 @@ namespace vekctl {
 namespace {
 
 std::string textOfError(int errorNumber) {
-    return errorNumber == 0 ? "it is empty" : strerror(errorNumber);
+    return errorNumber == 0 ? "it is empty; write a setting into it" : errorText(errorNumber);
 }
 
 // What the parser of the library says.

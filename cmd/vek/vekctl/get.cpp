@@ -3,12 +3,12 @@
  */
 #include "vekctl/commands.h"
 #include "vekctl/credential_lines.h"
+#include "vekctl/error_text.h"
 #include "vekctl/loaded_file.h"
 
 #include "shared/line_words.h"
 #include "shared/new_bytes.h"
 
-#include <cstring>
 #include <memory>
 #include <unistd.h>
 
@@ -68,7 +68,7 @@ private:
         const uint32_t reason = session->restore(value.substr(0, SVC_PBE_STORED_LIMIT), &clear);
         if (reason != SVC_PBE_OK)
             return refuse("does not open with " + session->source().describe() + ": " +
-                              svcPBEReasonText(reason),
+                              svcPBEReasonText(reason) + "; name its key with --key",
                           item.line);
         return hand(std::move(clear));
     }
@@ -77,7 +77,7 @@ private:
         value.append("\n");
         // Written directly: a stream would keep a copy.
         if (const int error = replacement::writeBytes(STDOUT_FILENO, value.view()); error != 0)
-            return refuse("standard output cannot be written: " + std::string(strerror(error)));
+            return refuse("standard output cannot be written: " + errorText(error));
         return Outcome::clean;
     }
 

@@ -5,6 +5,7 @@
  * key is lost with everything that it protects.
  */
 #include "vekctl/commands.h"
+#include "vekctl/error_text.h"
 #include "vekctl/report.h"
 #include "vekctl/secret.h"
 
@@ -12,7 +13,6 @@
 #include "shared/new_bytes.h"
 
 #include <cerrno>
-#include <cstring>
 #include <fcntl.h>
 #include <memory>
 #include <sys/random.h>
@@ -51,7 +51,7 @@ bool syncFolderOf(const std::string &path) {
 Outcome makeKey(const std::string &path, Report &report) {
     Secret key;
     if (!fillWithRandomBytes(&key)) {
-        report.problem("the system gives no random bytes: " + std::string(strerror(errno)));
+        report.problem("the system gives no random bytes: " + errorText(errno));
         return Outcome::failed;
     }
     const ztm::Descriptor file(
@@ -60,7 +60,7 @@ Outcome makeKey(const std::string &path, Report &report) {
         report.problem(errno == EEXIST
                            ? "something is there already, and a key is never written over; "
                              "name another file"
-                           : "the file cannot be made: " + std::string(strerror(errno)));
+                           : "the file cannot be made: " + errorText(errno));
         return Outcome::failed;
     }
     // A mask of the user's own may have taken rights away.
@@ -69,7 +69,7 @@ Outcome makeKey(const std::string &path, Report &report) {
         error = errno;
     if (error != 0) {
         (void)unlink(path.c_str());
-        report.problem("the key cannot be written: " + std::string(strerror(error)));
+        report.problem("the key cannot be written: " + errorText(error));
         return Outcome::failed;
     }
     report.note("a new key, for its owner only; keep a copy where the files that it protects "

@@ -59,7 +59,7 @@ std::string_view credentialField(const Records &records, std::string_view sectio
     return {};
 }
 
-void Keystore::add(const Line &line, const Reading &reading, size_t lines) {
+void Keystore::add(const Line &line, const Reading &reading) {
     if (reading.kind != LineKind::setting)
         return;
     settingFound = true;
@@ -72,16 +72,16 @@ void Keystore::add(const Line &line, const Reading &reading, size_t lines) {
             sectionsOfChannels.insert(item.section);
         item.known = {};
     }
-    take(item, lines);
+    take(item);
 }
 
-void Keystore::take(const Item &item, size_t lines) {
+void Keystore::take(const Item &item) {
     // An unknown key counts for its section, which it shows to be there.
     const bool isKnown = item.known.key != nullptr;
     size_t &count = counts[isKnown ? item.reading.key : std::string_view(item.section)];
     if (count < (isKnown ? MOST_REPEATS : 1))
         kept.push_back(item);
-    count += lines;
+    ++count;
 }
 
 std::vector<ReaderName> Keystore::readers() const {

@@ -77,16 +77,15 @@ public:
 
     // Takes a line. Only what matters is kept: nothing of a section that is not ours, of the keys
     // that no reader looks at one for each section, of a key that is repeated two lines. The text
-    // of the file must outlive this. `lines` is more than one when others with its key follow that
-    // are not handed over.
-    void add(const Line &line, const Reading &reading, size_t lines = 1);
+    // of the file must outlive this.
+    void add(const Line &line, const Reading &reading);
     // Takes an item of another one.
-    void take(const Item &item, size_t lines = 1);
+    void take(const Item &item);
 
     [[nodiscard]] const std::vector<Item> &items() const {
         return kept;
     }
-    // How many lines have the key of this item.
+    // How many lines that were taken have the key of this item.
     [[nodiscard]] size_t countOf(const Item &item) const {
         return counts.at(item.reading.key);
     }

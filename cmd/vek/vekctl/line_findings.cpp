@@ -174,6 +174,7 @@ std::optional<Finding> findRefusedLine(const FileText &text) {
         if (reading.kind != LineKind::refused)
             continue;
         std::vector<Finding> meant;
+        findInText(text, &meant);
         findInLine(line, reading, &meant);
         return meant.empty() ? refusedLine(line, reading.refusal) : meant.front();
     }
@@ -193,9 +194,10 @@ void findInText(const FileText &text, std::vector<Finding> *findings) {
         add(1, "the file is UTF-16; store it as UTF-8 without a byte order mark");
     else if (start.starts_with(BYTE_ORDER_MARK))
         add(1, "a byte order mark stands in front of the first key; store the file without one");
-    if (text.hasNul())
+    else if (text.hasNul())
         add(static_cast<size_t>(std::ranges::count(start, '\n')) + 1,
-            "a NUL ends the file for the readers; nothing behind it counts");
+            "a NUL ends the file for the readers, and nothing behind it counts; store it as UTF-8 "
+            "text");
 }
 
 } // namespace vekctl

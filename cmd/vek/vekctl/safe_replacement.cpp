@@ -2,6 +2,7 @@
 
 #include "shared/held_back_signals.h"
 #include "shared/new_bytes.h"
+#include "vekctl/error_text.h"
 
 #include <algorithm>
 #include <array>
@@ -9,7 +10,6 @@
 #include <climits>
 #include <cstring>
 #include <fcntl.h>
-#include <iterator>
 #include <sys/file.h>
 #include <sys/xattr.h>
 #include <unistd.h>
@@ -22,31 +22,6 @@ constexpr int LINKS_FOLLOWED = 40; // as the kernel has it
 constexpr mode_t PRIVATE_MODE = 0600;
 constexpr mode_t OTHERS_WRITE = S_IWGRP | S_IWOTH;
 constexpr size_t READ_BACK_SIZE = 65536;
-
-struct ErrorText {
-    int error;
-    const char *text;
-};
-
-constexpr ErrorText ERROR_TEXTS[] = {
-    {ENOENT, "there is no such file"},
-    {ENOSPC, "the disk is full; make room and run again"},
-    {EDQUOT, "the disk quota is used up; make room and run again"},
-    {EFBIG, "the file size limit is too low; raise it (ulimit -f) and run again"},
-    {EROFS, "the file system is read-only; remount it for writing"},
-    {EACCES, "no right to do it; run as the owner of the file"},
-    {EPERM,
-     "the system forbids it; run as the owner, and see lsattr for an immutable file or folder"},
-    {ELOOP, "too many symbolic links"},
-    {ENAMETOOLONG, "the name is too long"},
-};
-
-std::string textOf(int error) {
-    const auto *const known =
-        std::find_if(std::begin(ERROR_TEXTS), std::end(ERROR_TEXTS),
-                     [=](const ErrorText &row) { return row.error == error; });
-    return known != std::end(ERROR_TEXTS) ? known->text : strerror(error);
-}
 
 // The part of a path up to its last "/", which a link in that folder is relative to.
 std::string folderOf(const std::string &path) {
@@ -156,7 +131,7 @@ bool SafeReplacement::fail(std::string problem) {
 }
 
 bool SafeReplacement::failWith(int error, const char *step) {
-    return fail(std::string(step) + ": " + textOf(error));
+    return fail(std::string(step) + ": " + errorText(error));
 }
 
 bool SafeReplacement::open(const std::string &path, const ReplacementRules &rules) {

@@ -60,7 +60,8 @@ private:
     bool takeNewValue(Secret *value) {
         std::string problem = takeValue("Value of " + shown(options.key), value);
         if (problem.empty() && value->size() > name.row->capacity)
-            problem = "the value is too long for the field of its reader; nothing was changed";
+            problem = "the value is too long for the field of its reader; use a shorter one; "
+                      "nothing was changed";
         if (problem.empty())
             return true;
         change.report().problem(problem, /* line= */ 0, options.key);

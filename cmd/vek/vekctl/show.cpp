@@ -151,12 +151,15 @@ Outcome showRecord(const Options &options, const std::string &path, Report *repo
         file.settings().run(reader, session == nullptr ? &none : session->record(), &records.value);
     if (result.code != SZTU_OK) {
         const char *const reason = result.code == SZTU_KEY_NOT_PRESENT
-                                       ? "1: the key is not there"
+                                       ? "the key is not there"
                                        : svcPBEReasonText(result.code);
-        report->problem("the reader ends with " +
-                            (reason == nullptr ? std::to_string(result.code) : reason) +
+        const auto &items = file.settings().items();
+        const auto found = std::ranges::find(items, result.errorKey,
+                                             [](const Item &item) { return item.reading.key; });
+        report->problem("its reader fails with " + std::to_string(result.code) +
+                            (reason == nullptr ? "" : std::string(" (") + reason + ")") +
                             "; 'vekctl check' tells more",
-                        /* line= */ 0, result.errorKey);
+                        found == items.end() ? 0 : found->line, result.errorKey);
         return Outcome::failed;
     }
     Fields fields(report);

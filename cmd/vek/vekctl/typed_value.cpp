@@ -1,8 +1,9 @@
 #include "vekctl/typed_value.h"
 
+#include "vekctl/error_text.h"
+
 #include <cerrno>
 #include <csignal>
-#include <cstring>
 #include <poll.h>
 #include <termios.h>
 #include <unistd.h>
@@ -107,13 +108,14 @@ void removeLineEnd(Secret *value) {
 
 std::string faultOf(const Secret &value) {
     if (value.empty())
-        return "the value is empty; nothing was changed";
+        return "the value is empty; type it on the terminal or give it on standard input; nothing "
+               "was changed";
     if (value.size() > VALUE_LIMIT)
-        return "the value is too long for every reader; nothing was changed";
+        return "the value is too long for every reader; use a shorter one; nothing was changed";
     if (value.view().find('\0') != std::string_view::npos)
-        return "the value holds a NUL byte; nothing was changed";
+        return "the value holds a NUL byte; use one without; nothing was changed";
     if (value.view().find_first_of("\r\n") != std::string_view::npos)
-        return "the value has more than one line; nothing was changed";
+        return "the value has more than one line; use one line; nothing was changed";
     return "";
 }
 
@@ -122,18 +124,19 @@ std::string askTwice(const std::string &prompt, Secret *value) {
     {
         const WithoutEcho silent;
         if (!askOnce(prompt + ": ", silent, value) || !askOnce(prompt + " again: ", silent, &again))
-            return "no value was given; nothing was changed";
+            return "no value was given; run again; nothing was changed";
     }
     removeLineEnd(value);
     removeLineEnd(&again);
-    return value->equals(again.view()) ? "" : "the two values differ; nothing was changed";
+    return value->equals(again.view()) ? ""
+                                       : "the two values differ; run again; nothing was changed";
 }
 
 std::string takeAll(Secret *value) {
     for (ssize_t count = 1; count != 0 && value->size() <= VALUE_LIMIT;) {
         count = readSome(value);
         if (count < 0 && errno != EINTR)
-            return std::string("standard input cannot be read: ") + strerror(errno);
+            return "standard input cannot be read: " + errorText(errno);
     }
     removeLineEnd(value);
     return "";

@@ -5,9 +5,9 @@
 #include "shared/held_back_signals.h"
 #include "shared/new_bytes.h"
 #include "vekctl/change.h"
+#include "vekctl/error_text.h"
 
 #include <cerrno>
-#include <cstring>
 #include <fcntl.h>
 
 namespace vekctl {
@@ -106,13 +106,12 @@ private:
             const int error = replacement::writeBytes(STDOUT_FILENO, text.view());
             if (error == 0)
                 return Outcome::clean;
-            change.report().problem(std::string("standard output cannot be written: ") +
-                                    strerror(error));
+            change.report().problem("standard output cannot be written: " + errorText(error));
             return Outcome::failed;
         }
         if (const int error = writeNewFile(options.output, text.view()); error != 0) {
             change.report().problem("the output '" + options.output +
-                                    "' cannot be made: " + strerror(error));
+                                    "' cannot be made: " + errorText(error));
             return Outcome::failed;
         }
         return Outcome::clean;

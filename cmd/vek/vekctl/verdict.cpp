@@ -59,7 +59,7 @@ public:
             chooseKey();
         openAndRun(general, /* isOfChannel= */ false);
         forEachChannel(text, channelLines,
-                       [this](std::span<const KeyLines *const> lines) { judgeChannel(lines); });
+                       [this](const std::vector<Line> &lines) { judgeChannel(lines); });
         reportKey();
         for (const Item &item : general.keystore.items())
             judgeItem(general, item);
@@ -157,19 +157,13 @@ private:
 
     // ---- Channels ----
 
-    void judgeChannel(std::span<const KeyLines *const> lines) {
+    void judgeChannel(const std::vector<Line> &lines) {
         Part part{Keystore({.withMarkers = rules.opens}), {}, {}, {}};
         for (const Item &item : general.keystore.items())
             if (item.known.isReadBy(/* channelReader= */ true, ""))
                 part.keystore.take(item);
-        for (const KeyLines *const each : lines) {
-            const Line first = text.at(each->first, each->firstNumber);
-            part.keystore.add(first, readLine(first));
-            if (each->count == 1)
-                continue;
-            const Line second = text.at(each->second, each->secondNumber);
-            part.keystore.add(second, readLine(second), each->count - 1);
-        }
+        for (const Line &line : lines)
+            part.keystore.add(line, readLine(line));
         openAndRun(part, /* isOfChannel= */ true);
         for (const Item &item : part.keystore.items())
             if (item.known.isOfChannel)
@@ -305,8 +299,8 @@ private:
             judgeCredential(part, item);
     }
 
-    static std::string furtherOnes(size_t count) {
-        return count <= 2 ? "" : ", and " + std::to_string(count - 2) + " more follow";
+    static const char *furtherOnes(size_t count) {
+        return count <= 2 ? "" : ", and more follow";
     }
 
     void judgeCredential(Part &part, const Item &item) {
@@ -365,8 +359,7 @@ private:
         for (const Item &item : part.keystore.items())
             if (item.reading.key == finding.key)
                 finding.line = item.line;
-        const std::string who = reader.name.isOfChannel ? "channel's reader" : "reader";
-        finding.detail = "the " + who + " ends with " + resultText(reader);
+        finding.detail = resultText(reader);
         part.explained.push_back(finding.key);
         keep(std::move(finding));
     }
@@ -390,9 +383,13 @@ private:
     static std::string resultText(const ReaderRun &reader) {
         const uint32_t code = reader.result.code;
         if (code == SZTU_BAD_CONFIG)
-            return "15: the key is missing, or its value is not accepted";
+            return "it ends with 15, as the key is missing or its value is not accepted; add or "
+                   "correct it";
+        if (code == SZTU_BAD_ARGUMENTS)
+            return "it ends with 2, as it gets no key to decrypt with";
         const char *const reason = svcPBEReasonText(code);
-        return reason == nullptr ? std::to_string(code) : reason;
+        return "it ends with " + std::to_string(code) +
+               (reason == nullptr ? "" : std::string(", as ") + reason);
     }
 
     const FileText &text;

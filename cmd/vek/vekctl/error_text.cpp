@@ -1,0 +1,40 @@
+#include "vekctl/error_text.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <iterator>
+
+namespace vekctl {
+namespace {
+
+struct ErrorText {
+    int error;
+    const char *text;
+};
+
+constexpr ErrorText ERROR_TEXTS[] = {
+    {ENOENT, "there is no such file or folder; correct the name"},
+    {ENOTDIR, "a part of the name is no folder; correct the name"},
+    {EISDIR, "it is a folder; name the file in it"},
+    {EEXIST, "something is there already; name another file"},
+    {ENOSPC, "the disk is full; make room and run again"},
+    {EDQUOT, "the disk quota is used up; make room and run again"},
+    {EFBIG, "the file size limit is too low; raise it (ulimit -f) and run again"},
+    {EROFS, "the file system is read-only; remount it for writing"},
+    {EACCES, "no right to do it; run as the owner of the file"},
+    {EPERM,
+     "the system forbids it; run as the owner, and see lsattr for an immutable file or folder"},
+    {ELOOP, "too many symbolic links; name the file itself"},
+    {ENAMETOOLONG, "the name is too long; use a shorter one"},
+    {EINTR, "stopped by a signal; run again"},
+};
+
+} // namespace
+
+std::string errorText(int errorNumber) {
+    const auto *const known = std::ranges::find(ERROR_TEXTS, errorNumber, &ErrorText::error);
+    return known != std::end(ERROR_TEXTS) ? known->text : strerror(errorNumber);
+}
+
+} // namespace vekctl
