@@ -1,11 +1,8 @@
-// The check of vekctl against the readers. The input is the text of a file: an error of reading is
-// found exactly when a reader of a section or a channel that the file has fails, or hands a wrong
-// text over.
+// The check and the protect of vekctl against the readers. The input is the text of a file: an error
+// of reading is found exactly when a reader of a section or a channel that the file has fails, or
+// hands a wrong text over; and what protect makes of the file is what protection_judge.h tells.
 #include "fuzz_support.h"
-#include "support/reader_judge.h"
-#include "vekctl/keystore.h"
-#include "vekctl/verdict.h"
-
+#include "support/protection_judge.h"
 #include <algorithm>
 
 namespace {
@@ -49,5 +46,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
             std::ranges::any_of(findings, [](const vekctl::Finding &finding) {
                 return finding.level == vekctl::Level::error;
             }));
+
+    if (text.find("vekcred") != std::string_view::npos)
+        return 0; // the readers would not use the key that protect does here
+    static ProtectionJudge protection;
+    ProtectionJudge::Outcome outcome{};
+    require(protection.judge(std::string(text), &outcome).empty());
     return 0;
 }

@@ -38,6 +38,7 @@ public:
 
     bool isBad = false;          // a reader failed, or handed an encrypted or a cut text over
     bool handsClearText = false; // a reader took a credential that stands in clear
+    std::string credential;      // that the last reader handed out
 
     // Runs the reader of a section, for a channel when `channel` is not null.
     void ask(std::string_view section, const char *channel = nullptr) {
@@ -67,6 +68,7 @@ private:
     // A filled field without a terminator was cut, but for a text of exactly its length.
     template <size_t size> void judge(const char (&field)[size], int32_t encrypted) {
         const std::string_view text(field, strnlen(field, size));
+        credential = text;
         if (vek::isInEncryptedForm(text) || text.size() == size)
             isBad = true;
         else if (encrypted == 0 && !text.empty())
