@@ -49,7 +49,7 @@ class Vekctl:
         except ValueError:
             # vekctl refers to its help when it does not understand a call.
             problem = problem.strip() or f"vekctl ended with status {status}"
-            self.fail(problem + (NO_MATCH if "; see 'vekctl help" in problem else ""))
+            self.fail(problem + (NO_MATCH if " 'vekctl help" in problem else ""))
         if document["version"] != JSON_VERSION:
             self.fail(f"vekctl answers in version {document['version']}" + NO_MATCH)
         return document["files"]
