@@ -62,7 +62,8 @@ printf '%s\n' "vekcred.keyfile = k$evil" pem.{private,public}".channel.$evil = k
 while read -ra words; do
     words=("${words[@]//EVIL/$evil}")
     answer=$("$vekctl" "${words[@]}" 2>&1 </dev/null)
-    [[ ${words[*]} != *json* ]] || does "a document of ${words[0]}" "$VEK_PYTHON" -m json.tool <<<"$answer"
+    [[ ${words[*]} != *json* ]] ||
+        does "a document of ${words[0]}" "$VEK_PYTHON" -m json.tool <<<"$answer"
     is "${words[0]} shows what may be shown" '' "$(LC_ALL=C grep '[^ -~]' <<<"${answer:-$evil}")"
 done <<'EOD'
 check EVIL.conf
@@ -120,8 +121,8 @@ unparsable	1	Hunter-2\n
 reader	2	ocsp.url = u\nocsp.unknown = Hunter-2\n
 EOD
 : >empty.conf
-told 'an empty file' 1 'it is empty; write a setting into it [unreadable]' "$vekctl" check empty.conf
-told 'a missing file' 1 'no such file or folder; correct the name [unreadable]' "$vekctl" check missing.conf
+told 'an empty file' 1 'it is empty; write a setting into it' "$vekctl" check empty.conf
+told 'a missing file' 1 'no such file or folder; correct the name' "$vekctl" check missing.conf
 told 'a folder' 1 'it is a folder; name the file in it [unreadable]' "$vekctl" check .
 printf '#\n' >comments.conf
 told 'no setting' 1 'the file has no setting at all' "$vekctl" check comments.conf

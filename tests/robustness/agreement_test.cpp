@@ -96,8 +96,8 @@ protected:
         ASSERT_TRUE(anyError || !judged.handsClearText) << text;
     }
 
-    // The judges are the readers of the sections and channels that the file has. A section with keys
-    // of channels only has no general reader. A file that cannot be parsed is refused by any.
+    // The judges are the readers of the sections and channels that the file has. A section with
+    // keys of channels only has no general reader. A file that cannot be parsed is refused by any.
     ReaderJudge askReaders(const std::vector<const TestLine *> &lines) const {
         ReaderJudge judge(file.path.c_str());
         std::set<std::string> readers, sections;

@@ -24,8 +24,8 @@ std::string_view trimmed(std::string_view text) {
     return text.substr(start, text.find_last_not_of(BLANKS) + 1 - start);
 }
 
-// The key at the beginning of a text that is no setting, when a reader knows it: other words may be a
-// secret.
+// The key at the beginning of a text that is no setting, when a reader knows it: other words may
+// be a secret.
 std::string knownKeyIn(std::string_view text) {
     const std::string key = shownKey(trimmed(text));
     return findKey(key).key != nullptr ? key : "";

@@ -19,7 +19,8 @@ void findInLine(const Line &line, const Reading &reading, std::vector<Finding> *
 // Appends what concerns the text as a whole: a byte order mark, a NUL.
 void findInText(const FileText &text, std::vector<Finding> *findings);
 
-// What is said of a line that the readers refuse, and of a file without a setting (the line is Line{}).
+// What is said of a line that the readers refuse, and of a file without a setting (the line is
+// Line{}).
 [[nodiscard]] Finding refusedLine(const Line &line, Refusal refusal);
 
 // The first such line of a text that the readers cannot use. What the line was meant to be, where

@@ -78,8 +78,8 @@ std::string place(const std::string &file, size_t line) {
     return line == 0 ? shown(file) : shown(file) + ":" + std::to_string(line);
 }
 
-// Most texts of findings go on from the key, which is left out when it may not be shown; one with an
-// article is a sentence of its own.
+// Most texts of findings go on from the key, which is left out when it may not be shown; one with
+// an article is a sentence of its own.
 std::string sentence(const std::string &key, const std::string &text) {
     const bool isWhole = text.starts_with("the ") || text.starts_with("a ");
     if (key.empty())
