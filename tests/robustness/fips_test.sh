@@ -24,7 +24,9 @@ readers() {
     ZTS_VEKCRED_KEYFILE=$1 "$VEK_BUILD/tests/credentials" marked "$2" 2>err
 }
 # fingerprint KEY OPTION... as vekctl tells it, if it does
-fingerprint() { "$VEK_BUILD/bin/vekctl" keyinfo --key "$@" 2>/dev/null | sed -n 's/.*, fingerprint //p'; }
+fingerprint() {
+    "$VEK_BUILD/bin/vekctl" keyinfo --key "$@" 2>/dev/null | sed -n 's/.*, fingerprint //p'
+}
 # refuses NAME CONFIGURATION MODULES KEY
 refuses() {
     export OPENSSL_CONF=$2 OPENSSL_MODULES=$3

@@ -1,7 +1,7 @@
 // What protect must make of the text of a file. The readers of the library are the judges: whatever
 // they handed out before, they hand out afterwards, and after a run of runvekcred behind it;
-// nothing is left in clear, check finds no error in what protect has to do with, and a second run changes
-// nothing. Or the file is refused with a reason.
+// nothing is left in clear, check finds no error in what protect has to do with, and a second run
+// changes nothing. Or the file is refused with a reason.
 #ifndef PROTECTION_JUDGE_H
 #define PROTECTION_JUDGE_H
 

@@ -3,8 +3,8 @@
  *
  * Findings and answers go to standard output, problems to standard error. Names of files, of keys
  * and of channels come from outside and may hold anything, so every text that is handed over here
- * is shown with "?" in place of a control character, and is UTF-8. What goes into json() directly is a
- * number, a text of ours, or has been through shown().
+ * is shown with "?" in place of a control character, and is UTF-8. What goes into json() directly
+ * is a number, a text of ours, or has been through shown().
  */
 #ifndef VEKCTL_REPORT_H
 #define VEKCTL_REPORT_H
