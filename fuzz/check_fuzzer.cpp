@@ -1,6 +1,7 @@
 // The check and the protect of vekctl against the readers. The input is the text of a file: an
-// error of reading is found exactly when a reader of a section or a channel that the file has fails,
-// or hands a wrong text over; and what protect makes of the file is what protection_judge.h tells.
+// error of reading is found exactly when a reader of a section or a channel that the file has
+// fails, or hands a wrong text over; and what protect makes of the file is what protection_judge.h
+// tells.
 #include "fuzz_support.h"
 #include "support/protection_judge.h"
 #include <algorithm>
