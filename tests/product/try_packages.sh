@@ -57,8 +57,10 @@ is 'configuration and key over an older package' "$before" "$(kept)"
 is 'the page of a function' /opt/ztm/share/man/man3/ztvek.3.gz "$(man -w svcWipe)"
 # shellcheck disable=SC2016 # The shell that is called expands this.
 for command in runvekcred vekctl; do
-    does "completion of $command" bash -c '. /usr/share/bash-completion/bash_completion
-        _completion_loader $0 || complete -p $0' "$command"
+    is "completion of $command" "complete -F _$command $command" \
+        "$(bash -c '. /usr/share/bash-completion/bash_completion
+            _completion_loader $0
+            complete -p $0' "$command" 2>&1)"
 done
 does 'find_package' cmake -S /opt/ztm/share/doc/ztvek/examples -B "$scratch/examples"
 does 'a program with find_package' cmake --build "$scratch/examples"
