@@ -1,5 +1,5 @@
-# Run by cpack when it has made the packages of a generator. The members of a .deb have got their
-# modes from the umask; ar gives them the same on all machines.
+# Run by cpack when it has made the packages of a generator: what follows the umask or the user who
+# packs is made the same for all.
 if(CPACK_GENERATOR STREQUAL DEB)
   foreach(package ${CPACK_PACKAGE_FILES})
     execute_process(
@@ -10,4 +10,10 @@ if(CPACK_GENERATOR STREQUAL DEB)
       COMMAND ar rcD ${package} debian-binary control.tar.gz data.tar.gz
       COMMAND_ERROR_IS_FATAL ANY WORKING_DIRECTORY ${CPACK_TEMPORARY_DIRECTORY})
   endforeach()
+elseif(CPACK_GENERATOR STREQUAL TGZ)
+  execute_process(
+    COMMAND tar --create --sort=name --owner=root:0 --group=root:0
+            --mtime=@$ENV{SOURCE_DATE_EPOCH} -C ${CPACK_TEMPORARY_DIRECTORY} opt
+    COMMAND gzip -9n
+    OUTPUT_FILE ${CPACK_PACKAGE_FILES} COMMAND_ERROR_IS_FATAL ANY)
 endif()
