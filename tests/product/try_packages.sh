@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # try_packages.sh FOLDER - takes the packages of FOLDER the way of an administrator: over an older
-# one, as the README says, removed and purged; and the .rpm into an empty root. It works in a copy of
-# this system that is in memory and goes with it. Needs root, and leaves nothing.
+# one, as the README says, removed and purged; and the .rpm into an empty root. It works in a copy
+# of this system that is in memory and goes with it. Needs root, and leaves nothing.
 if [[ $1 != --inside ]]; then
     set -euo pipefail
     source=$(readlink -f -- "$(dirname -- "$0")/../..")
@@ -67,7 +67,8 @@ does 'a program with find_package' cmake --build "$scratch/examples"
 cd "$scratch" && mkdir debian && touch debian/control
 is 'what a program that links the library depends on' 'ztvek (>= 1.1.0)' \
     "$(dpkg-shlibdeps -O "$packages/read_password" | grep -o 'ztvek ([^)]*)')"
-does 'the sample units' systemd-analyze verify /opt/ztm/share/doc/ztvek/examples/systemd/*.{service,timer}
+does 'the sample units' systemd-analyze verify \
+    /opt/ztm/share/doc/ztvek/examples/systemd/*.{service,timer}
 
 # The bill of materials names each file, with its digest.
 for package in ztvek ztvek-dev; do
@@ -76,7 +77,8 @@ for package in ztvek ztvek-dev; do
 for file in json.load(sys.stdin)["files"]:
     print(file["checksums"][1]["checksumValue"], "", file["fileName"][1:])' <$bill >digests
     does "digests of $package" sha256sum --check --strict digests
-    is "files of $package" "$(cut -d ' ' -f 3 digests | sort)" "$(dpkg -L $package | grep -vxF $bill |
+    is "files of $package" "$(cut -d ' ' -f 3 digests | sort)" \
+        "$(dpkg -L $package | grep -vxF $bill |
         while read -r file; do [[ -L $file || ! -f $file ]] || echo "$file"; done | sort)"
     dpkg -L $package | while read -r file; do [[ -d $file ]] || echo "$file"; done >>all
 done
@@ -92,5 +94,6 @@ cp "$VEK_SOURCE/examples/keystore.conf" .
 does 'running the command of the .rpm' empty/opt/ztm/bin/runvekcred -f keystore.conf
 does 'running vekctl of the .rpm' empty/opt/ztm/bin/vekctl check keystore.conf
 does 'removing the .rpm' rpm --root "$scratch/empty" -e ztvek ztvek-devel
-is 'what is left of the .rpm' '' "$(find empty ! -type d ! -path '*/.rpmdb/*' ! -path '*/lib/rpm/*')"
+is 'what is left of the .rpm' '' \
+    "$(find empty ! -type d ! -path '*/.rpmdb/*' ! -path '*/lib/rpm/*')"
 report

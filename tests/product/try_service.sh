@@ -20,8 +20,13 @@ if [[ $1 != --inside ]]; then
             "ExecStopPost=systemctl --no-block poweroff" StandardOutput=file:/srv/try/said \
             >etc/systemd/system/try.service
         timeout 300 systemd-nspawn --quiet --register=no --keep-unit --private-network \
-            --link-journal=no --boot --directory=. -- --unit=try.target </dev/null >srv/try/boot 2>&1 || :
-        [ -e srv/try/said ] || { tail srv/try/boot; echo "SKIPPED: no systemd starts here"; exit 77; }
+            --link-journal=no --boot --directory=. -- --unit=try.target \
+            </dev/null >srv/try/boot 2>&1 || :
+        if [ ! -e srv/try/said ]; then
+            tail srv/try/boot
+            echo "SKIPPED the sample service: no systemd starts here"
+            exit 77
+        fi
         cat srv/try/said
         grep -q " checks as user 0, 0 failed$" srv/try/said' \
         bash "$source" "$(readlink -f -- "$1")"
@@ -62,7 +67,8 @@ key() { sha256sum </run/credentials/long.service/initial.key; }
 before=$(key)
 vekctl keygen --quiet other.key
 cp /etc/ztm/initial.key.cred right.cred
-does 'sealing another key' systemd-creds encrypt --name=initial.key other.key /etc/ztm/initial.key.cred
+does 'sealing another key' \
+    systemd-creds encrypt --name=initial.key other.key /etc/ztm/initial.key.cred
 does 'a reload' systemctl reload long.service
 is 'the key after a reload' "$before" "$(key)"
 does 'a restart' systemctl restart long.service
@@ -70,8 +76,8 @@ is 'the key after a restart' "$(sha256sum <other.key)" "$(key)"
 
 said=$(starts messages.service)
 is 'a start with a wrong key' 1 "${said%%$'\n'*}"
-is 'what the journal says of it' "pem.password does not open: it was encrypted with another key, or \
-changed: tried with the key file '/run/credentials/vekctl-check.service/initial.key' that \
+is 'what the journal says of it' "pem.password does not open: it was encrypted with another \
+key, or changed: tried with the key file '/run/credentials/vekctl-check.service/initial.key' that \
 ZTS_VEKCRED_KEYFILE names [other-key]" "$(grep -o 'pem.password does.*' <<<"$said")"
 does 'it is listed' grep -q vekctl-check.service <(systemctl --failed)
 cp right.cred /etc/ztm/initial.key.cred
