@@ -109,6 +109,8 @@ RUNS = [
     (f"{IN_PLACE} -sf key -sm", CLEAR, NO_FIPS),
     (f"{IN_PLACE} -sf key -sp 1", CLEAR + f"crl.ldap.pass = {'x' * 704}\n", ""),
     (f"{IN_PLACE} -sf key -o no/such", CLEAR, ""),
+    *((f"{IN_PLACE} -sf key", CLEAR, f"{TRACER} -o /dev/null -e inject={call}:error=EIO")
+      for call in ("fdatasync", "renameat", "fsync")),
     (f"{IN_PLACE} -sp 3", CLEAR, ""),
     (f"{COMMAND} -x", CLEAR, ""),
     (IN_PLACE, "", ""),
@@ -173,7 +175,7 @@ def saying(text):
 
 
 def record_of(command, lines, prefix):
-    for file in ("trace", "keystore.conf"):
+    for file in ("trace", FILE, f"{FILE}.bak"):
         pathlib.Path(file).unlink(missing_ok=True)
     if lines:
         pathlib.Path(FILE).write_text(lines)
