@@ -72,6 +72,7 @@ TEST_F(ChannelCache, ServesTheSameSpellingWithinTheSameSecondOnly) {
 }
 
 TEST_F(ChannelCache, IsForFourKindsOfProcesses) {
+    EXPECT_EQ(0, thdProcess.processKind); // nobody has set it yet
     for (const int32_t kind : {-1, 0, 11, 13, 16, 46, 48, 64 + 12, 12, 14, 15, 47}) {
         const bool caches = kind == 12 || kind == 14 || kind == 15 || kind == 47;
         fill(kind);
