@@ -3,6 +3,7 @@
  */
 #include "vekctl/report.h"
 
+#include "common/printable.h"
 #include "vekctl/known_keys.h"
 
 #include <array>
@@ -28,35 +29,6 @@ bool mayColour() {
     const char *const terminal = getenv("TERM");
     return isatty(STDOUT_FILENO) != 0 && getenv("NO_COLOR") == nullptr && terminal != nullptr &&
            std::string_view(terminal) != "dumb";
-}
-
-// Whether a character of UTF-8 that takes `length` bytes may be shown: in its shortest form, no
-// control character, no half of one, and no sign that turns the direction of writing, which would
-// show a name as another one.
-bool mayBeShown(char32_t character, size_t length) {
-    static constexpr char32_t SMALLEST[] = {0, 0x20, 0xa0, 0x800, 0x10000};
-    const auto isIn = [character](char32_t first, char32_t last) {
-        return character >= first && character <= last;
-    };
-    return character >= SMALLEST[length] && character <= 0x10ffff && character != 0x7f &&
-           character != 0x61c && !isIn(0xd800, 0xdfff) && !isIn(0x200e, 0x200f) &&
-           !isIn(0x2028, 0x202e) && !isIn(0x2066, 0x2069);
-}
-
-// Length of the character of UTF-8 at the beginning of `text`, 0 when there is none that may be
-// shown.
-size_t characterLength(std::string_view text) {
-    const unsigned first = static_cast<unsigned char>(text.front());
-    const size_t length = first < 0x80 ? 1 : first < 0xe0 ? 2 : first < 0xf0 ? 3 : 4;
-    if (text.size() < length || (first >= 0x80 && first < 0xc0) || first >= 0xf8)
-        return 0;
-    char32_t character = length == 1 ? first : first & (0x7fU >> length);
-    for (const char byte : text.substr(1, length - 1)) {
-        if ((static_cast<unsigned char>(byte) & 0xc0) != 0x80)
-            return 0;
-        character = character << 6 | (static_cast<unsigned char>(byte) & 0x3fU);
-    }
-    return mayBeShown(character, length) ? length : 0;
 }
 
 // The text that was copied or searched last is still in vector registers, and the dynamic linker
@@ -96,11 +68,12 @@ int statusOf(const std::vector<size_t> &counts) {
 } // namespace
 
 std::string shown(std::string_view text) {
+    const std::string whole(text); // with a NUL at its end
     std::string result;
-    while (!text.empty()) {
-        const size_t length = characterLength(text);
-        result += length == 0 ? "?" : text.substr(0, length);
-        text.remove_prefix(std::max<size_t>(length, 1));
+    for (size_t i = 0; i < whole.size();) {
+        const size_t length = ztm::printableLength(&whole[i]);
+        result += length == 0 ? "?" : whole.substr(i, length);
+        i += std::max<size_t>(length, 1);
     }
     return result;
 }
