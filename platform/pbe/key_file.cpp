@@ -27,9 +27,9 @@ constexpr size_t BASE64_LENGTH = 44;
 
 // Negative for what is no digit. The digits may be a key's, so nothing branches on them.
 int hexadecimalValue(int digit) {
-    const int letter = digit | 0x20;                               // lower case
-    const int isNoNumeral = ((digit - '0') | ('9' - digit)) >> 31; // all bits or none
-    const int isNoLetter = ((letter - 'a') | ('f' - letter)) >> 31;
+    const int letter = digit | 0x20;                              // lower case
+    const int isNoNumeral = ((digit - '0') | ('9' - digit)) >> 8; // all bits or none
+    const int isNoLetter = ((letter - 'a') | ('f' - letter)) >> 8;
     return (~isNoNumeral & (digit - '0')) | (~isNoLetter & (letter - 'a' + 10)) |
            (isNoNumeral & isNoLetter);
 }

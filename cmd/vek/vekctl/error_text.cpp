@@ -1,11 +1,13 @@
+/*
+ * error_text.cpp - what an error number of the system means, and what to do.
+ */
 #include "vekctl/error_text.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <iterator>
 
 namespace vekctl {
+
 namespace {
 
 struct ErrorText {
@@ -33,8 +35,10 @@ constexpr ErrorText ERROR_TEXTS[] = {
 } // namespace
 
 std::string errorText(int errorNumber) {
-    const auto *const known = std::ranges::find(ERROR_TEXTS, errorNumber, &ErrorText::error);
-    return known != std::end(ERROR_TEXTS) ? known->text : strerror(errorNumber);
+    for (const ErrorText &known : ERROR_TEXTS)
+        if (known.error == errorNumber)
+            return known.text;
+    return strerror(errorNumber);
 }
 
 } // namespace vekctl
