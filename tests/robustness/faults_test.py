@@ -4,24 +4,19 @@ failed, and a signal at every one. Afterwards the complete old text or the compl
 there, and no .bak, except in the OUTCOMES listed, each of which must occur.
 docs/robustness.md has the figures."""
 import collections
-import concurrent.futures
-import itertools
 import os
 import re
 import signal
 import ssl
 import subprocess
 import sys
-import tempfile
 
+import faults
 from new_content import KEY, OLD, state
 
-os.environ["ZTS_TRACE"] = ""
 COMMAND = os.path.join(os.environ["VEK_BUILD"], "bin/runvekcred")
-MEMORY = os.path.join(os.environ["VEK_BUILD"], "tests/librefused_memory.so")
 EARLIER = b"of an earlier run"
-IN_PLACE, TO_OUTPUT = [], ["-o", "out"]
-SKIPPED = 77
+IN_PLACE, TO_OUTPUT = (), ("-o", "out")
 
 Run = collections.namedtuple("Run", "status conf bak out fired")
 
@@ -79,11 +74,8 @@ def end_of(process):
             before = now
 
 
-def run(arguments, prefix, environment, fired):
-    """One run in a folder of its own. `fired` tells from the trace and from standard error what the
-    fault was."""
-    fast = "/dev/shm" if os.access("/dev/shm", os.W_OK) else None
-    with tempfile.TemporaryDirectory(dir=fast) as folder:
+def run(arguments, what, prefix, environment, fired):
+    with faults.scratch() as folder:
         def path(name):
             return os.path.join(folder, name)
 
@@ -104,7 +96,8 @@ def run(arguments, prefix, environment, fired):
         if states[0] == "missing":  # the next run must not remove the only copy
             subprocess.run([COMMAND, "-f", "keystore.conf"], cwd=folder, capture_output=True)
             states[1] = state(path("keystore.conf.bak"), OLD, KEY)
-        return Run(process.returncode, *states, fault)
+        judge(arguments, what, Run(process.returncode, *states, fault))
+        return fault
 
 
 def open_text(path):
@@ -123,76 +116,17 @@ def judge(arguments, what, result):
     is_killed = result.status < 0 and result.status not in HELD_BACK
     is_clean = result.bak in ("missing", "earlier") or is_killed
     target = result.conf if arguments == IN_PLACE else result.out
-    is_crash = result.status < 0 and what[0] == "refuse"  # libc gives up when some calls fail
+    is_crash = result.status < 0 and "memory" in what  # libc gives up when some calls fail
     if not is_kept or not is_clean or is_crash or (result.status == 0 and target != "new"):
         failures.append(f"{what}: {result}")
 
 
-def call_failed(trace, _):
-    return next((line for line in trace.splitlines() if line.endswith("(INJECTED)")), "")
-
-
-def inject(arguments, call, fault, number):
-    def killed(trace, _):
-        by = re.search(r"^\d+ +\+\+\+ killed by (SIG\w+) ", trace, re.MULTILINE)
-        return f"{by[1]} at {call}" if by else ""
-
-    is_signal = fault.startswith("signal")
-    prefix = ["strace", "-f", "-q" if is_signal else "-qq", "-s1", "-o", "trace", "-e",
-              f"trace={call}", "-e",
-              f"inject={call}:{fault}:when={number}"]
-    return run(arguments, prefix, {}, killed if is_signal else call_failed)
-
-
-def refuse(arguments, _, __, number):
-    environment = {"LD_PRELOAD": MEMORY, "VEK_REFUSED_REQUEST": str(number)}
-    return run(arguments, [], environment,
-               lambda _, errors: "refused" if b"refused\n" in errors else "")
-
-
-def walk(task):
-    """Lets the fault fire at the first time, the second, and so on, until there is no such time."""
-    function, arguments, call, fault, first, step = task
-    for number in itertools.count(first, step):
-        result = function(arguments, call, fault, number)
-        judge(arguments, (function.__name__, *task[1:4], number), result)
-        if not result.fired:
-            return fault, (number - first) // step
-    return None
-
-
-def calls_of(arguments):
-    """The names of the system calls of a run without a fault."""
-    trace = []
-    plain = run(arguments, ["strace", "-f", "-o", "trace"], {},
-                lambda text, _: trace.append(text) or "x")
-    if "exit_group" not in trace[0]:
-        print("skipped: tracing a process is not permitted here")
-        sys.exit(SKIPPED)
-    assert plain.status == 0, plain
-    if arguments == IN_PLACE:  # what only a loss of power would show
-        calls = re.findall(r"^\d+ +(fdatasync|unlinkat|renameat|fsync)\(", trace[0], re.MULTILINE)
-        assert calls == ["unlinkat", "fdatasync", "unlinkat", "renameat", "fsync"], calls
-    return set(re.findall(r"^\d+ +(\w+)\(", trace[0], re.MULTILINE)) - {"execve"}
+def signals_at(call):
+    return ("KILL", "TERM", "INT", "HUP", "QUIT") if call in SIGNALLED else ("KILL", "TERM")
 
 
 def main():
-    tasks = []
-    for arguments in (IN_PLACE, TO_OUTPUT):
-        for call in sorted(calls_of(arguments)):
-            tasks += [(inject, arguments, call, f"signal={name}", 1, 1)
-                      for name in ("KILL", "TERM")]
-            if call in SIGNALLED:
-                tasks += [(inject, arguments, call, f"signal={name}", 1, 1)
-                          for name in ("INT", "HUP", "QUIT")]
-            if call != "exit_group":
-                tasks += [(inject, arguments, call, f"error={name}", 1, 1)
-                          for name in ("EIO", "ENOSPC", "EINTR")]
-    tasks += [(refuse, IN_PLACE, "", "memory", first, 50) for first in range(1, 51)]
-    counts = collections.Counter()
-    with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
-        for fault, count in pool.map(walk, tasks):
-            counts[fault] += count
+    counts = faults.try_all(run, (IN_PLACE, TO_OUTPUT), signals_at)
     failures.extend(f"never met: {name}" for name in OUTCOMES if not met[name] and name != WAITS)
     print(*(f"{count:5} x {name}" for name, count in (counts + met).items()), *failures, sep="\n")
     return 1 if failures else 0

@@ -13,14 +13,12 @@ import re
 import signal
 import subprocess
 import sys
-import tempfile
 
+from faults import SKIPPED, scratch
 from new_content import KEY, OLD, state
 
-os.environ["ZTS_TRACE"] = ""
 os.environ["PATH"] += ":/usr/sbin:/sbin"
 BUILD = os.environ["VEK_BUILD"]
-SKIPPED = 77
 FILE_SYSTEMS = {"ext4": 32, "xfs": 300}  # MiB; xfs has no smaller one
 SHUT_DOWN = 0x8004587D  # FS_IOC_SHUTDOWN, which is XFS_IOC_GOINGDOWN
 CUTS = {"journal flushed": 1, "journal lost": 2}
@@ -57,10 +55,6 @@ def must(result):
     if result == -1:
         raise OSError(ctypes.get_errno(), os.strerror(ctypes.get_errno()))
     return result
-
-
-def scratch():
-    return tempfile.TemporaryDirectory(dir="/dev/shm" if os.access("/dev/shm", os.W_OK) else None)
 
 
 class Disk:

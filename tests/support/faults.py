@@ -1,0 +1,78 @@
+"""A program with one fault in each run: a system call failed, a signal at one, or a request for
+memory refused. The test gives `run(mode, what, prefix, environment, fired)`: it runs the program in
+a folder of its own behind `prefix`, with an empty file "trace" there, judges what is left, and
+returns fired(trace, standard error): what the fault was, or "" when the run ended before it."""
+import collections
+import concurrent.futures
+import itertools
+import os
+import re
+import sys
+import tempfile
+
+os.environ["ZTS_TRACE"] = ""
+MEMORY = os.path.join(os.environ["VEK_BUILD"], "tests/librefused_memory.so")
+MEMORY_STEP = 50
+SKIPPED = 77
+
+
+def scratch():
+    return tempfile.TemporaryDirectory(dir="/dev/shm" if os.access("/dev/shm", os.W_OK) else None)
+
+
+def call_failed(trace, _):
+    return next((line for line in trace.splitlines() if line.endswith("(INJECTED)")), "")
+
+
+def inject(run, mode, call, fault, number):
+    def killed(trace, _):
+        by = re.search(r"^\d+ +\+\+\+ killed by (SIG\w+) ", trace, re.MULTILINE)
+        return f"{by[1]} at {call}" if by else ""
+
+    is_signal = fault.startswith("signal")
+    prefix = ["strace", "-f", "-q" if is_signal else "-qq", "-s1", "-o", "trace", "-e",
+              f"trace={call}", "-e", f"inject={call}:{fault}:when={number}"]
+    return run(mode, (mode, call, fault, number), prefix, {}, killed if is_signal else call_failed)
+
+
+def refuse(run, mode, _, fault, number):
+    environment = {"LD_PRELOAD": MEMORY, "VEK_REFUSED_REQUEST": str(number)}
+    return run(mode, (mode, fault, number), [], environment,
+               lambda _, said: "refused" if b"refused\n" in said else "")
+
+
+def walk(task):
+    """Lets the fault fire at the first time, the second, and so on, until there is no such time."""
+    function, run, mode, call, fault, first, step = task
+    for number in itertools.count(first, step):
+        if not function(run, mode, call, fault, number):
+            return fault, (number - first) // step
+    return None
+
+
+def calls_of(run, mode):
+    """The names of the system calls of a run without a fault."""
+    traces = []
+    run(mode, (mode, "no fault"), ["strace", "-f", "-o", "trace"], {},
+        lambda trace, _: traces.append(trace) or "none")
+    if "exit_group" not in traces[0]:
+        print("skipped: tracing a process is not permitted here")
+        sys.exit(SKIPPED)
+    return set(re.findall(r"^\d+ +(\w+)\(", traces[0], re.MULTILINE)) - {"execve"}
+
+
+def try_all(run, modes, signals_at):
+    """Result: how often each kind of fault came. Memory is refused in the first mode only."""
+    tasks = [(refuse, run, modes[0], "", "memory", first, MEMORY_STEP)
+             for first in range(1, MEMORY_STEP + 1)]
+    for mode in modes:
+        for call in sorted(calls_of(run, mode)):
+            faults = [f"signal={name}" for name in signals_at(call)]
+            if call != "exit_group":
+                faults += ["error=EIO", "error=ENOSPC", "error=EINTR"]
+            tasks += [(inject, run, mode, call, fault, 1, 1) for fault in faults]
+    counts = collections.Counter()
+    with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
+        for fault, count in pool.map(walk, tasks):
+            counts[fault] += count
+    return counts
