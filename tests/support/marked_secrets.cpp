@@ -6,6 +6,7 @@
 //   marked_secrets keyfile KEYFILE LENGTH  a key file, of which the first LENGTH bytes are secret
 //   marked_secrets memcmp                  a comparison that must be reported
 #include "shared.h"
+#include "support/cipher_session.h"
 #include "sztoumaa/built_in_key.h"
 
 #include <cstdlib>
@@ -126,50 +127,32 @@ void takeSecret(const char *text, size_t length, const std::string &expected) {
     require(memcmp(text, expected.data(), length) == 0);
 }
 
-struct Session {
-    SvcPBESession record = {};
-    uint8_t key[SVC_PBE_KEY_LENGTH];
-    uint8_t salt[SVC_PBE_SALT_LENGTH];
-
-    Session(int32_t algorithm, char keyByte) {
-        memset(key, keyByte, sizeof key);
-        hide(key, sizeof key);
+struct Session : CipherSession {
+    Session(int32_t number, char keyByte)
+        : CipherSession(number, std::string(SVC_PBE_KEY_LENGTH, keyByte), fixedSalt()) {
+        hide(key.data(), key.size());
+        require(open() == SVC_PBE_OK);
+    }
+    static std::string fixedSalt() {
+        uint8_t salt[SVC_PBE_SALT_LENGTH];
         vek::buildFixedSalt(salt);
-        record.algorithm = algorithm;
-        record.label = vek::LABEL;
-        record.keyLength = sizeof key;
-        record.key = key;
-        record.saltLength = sizeof salt;
-        record.salt = salt;
-        require(svcPBEInit(svcIC_MINI_SUBPOOL.handle, svcIC_MINI_SUBPOOL.word, &record) == 0);
+        return {reinterpret_cast<const char *>(salt), sizeof salt};
     }
-    Session(const Session &) = delete;
-    ~Session() {
-        (void)svcPBETerm(&record, SVC_PBE_TERM_WIPE);
-    }
-    std::string save(const std::string &clear) {
-        std::string secret = clear;
-        hide(secret.data(), secret.size());
-        char *stored;
-        int32_t length;
+    std::string saveSecretly(std::string clear) {
+        hide(clear.data(), clear.size());
         isSaving = true;
-        require(svcPBESave(&record, secret.data(), static_cast<int32_t>(secret.size()), &stored,
-                           &length) == 0);
+        const std::string stored = save(clear);
         isSaving = false;
-        const std::string text(stored, static_cast<size_t>(length));
-        (void)svcPBEFreeBuf(stored, length);
-        return text;
+        require(reason == SVC_PBE_OK);
+        return stored;
     }
-    uint32_t restore(const std::string &stored, const std::string &expected) {
-        char *clear;
-        int32_t length;
-        const uint32_t reason =
-            svcPBERestore(&record, stored.data(), static_cast<int32_t>(stored.size()),
-                          /* algorithm= */ nullptr, &clear, &length);
+    bool opens(const std::string &stored, const std::string &expected) {
+        const std::string clear = restore(stored);
         if (reason == SVC_PBE_OK)
-            takeSecret(clear, static_cast<size_t>(length), expected);
-        (void)svcPBEFreeBuf(clear, length);
-        return reason;
+            takeSecret(clear.data(), clear.size(), expected);
+        else
+            require(reason == SVC_PBE_AUTHENTICATION_FAILED);
+        return reason == SVC_PBE_OK;
     }
 };
 
@@ -193,12 +176,11 @@ void checkValues() {
     for (const int32_t algorithm : {SVC_PBE_ALGORITHM_CBC_HMAC, SVC_PBE_ALGORITHM_GCM}) {
         for (const std::string clear : {"a", "sixteen bytes...", "a credential of some length"}) {
             Session writer(algorithm, 'k'), reader(3 - algorithm, 'k'), stranger(algorithm, 'w');
-            std::string stored = writer.save(clear);
-            require(reader.restore(stored, clear) == SVC_PBE_OK);
+            std::string stored = writer.saveSecretly(clear);
+            require(reader.opens(stored, clear) && !stranger.opens(stored, clear));
             checkReader(stored, clear);
-            require(stranger.restore(stored, clear) == SVC_PBE_AUTHENTICATION_FAILED);
             stored[40] = stored[40] == 'A' ? 'B' : 'A'; // of the cipher text, or of the tag
-            require(reader.restore(stored, clear) == SVC_PBE_AUTHENTICATION_FAILED);
+            require(!reader.opens(stored, clear));
             char fingerprint[SVC_PBE_FINGERPRINT_LENGTH + 1];
             require(svcPBEFingerprint(&writer.record, fingerprint) == SVC_PBE_OK);
         }
@@ -216,7 +198,7 @@ void readKeyFile(const char *path, size_t hidden) {
 void compareAtOnce() {
     const Session session(SVC_PBE_ALGORITHM_GCM, 'k');
     int (*const volatile compare)(const void *, const void *, size_t) = memcmp;
-    if (compare(session.key, session.salt, sizeof session.salt) == 0)
+    if (compare(session.key.data(), session.salt.data(), session.salt.size()) == 0)
         _exit(2);
 }
 
