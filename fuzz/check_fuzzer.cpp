@@ -16,13 +16,8 @@ bool namesDevice(std::string_view text) {
 
 ReaderJudge askReaders(const char *path, std::string_view text) {
     ReaderJudge judge(path);
-    vekctl::FileText lines;
-    lines.take(vekctl::Secret(text));
-    vekctl::Keystore keystore;
-    for (vekctl::Line line; lines.next(&line);)
-        keystore.add(line, vekctl::readLine(line));
     judge.ask(vek::KEY_SOURCE_SECTION); // a text without a section may be refused as well
-    for (const vekctl::ReaderName &reader : keystore.readers())
+    for (const vekctl::ReaderName &reader : readersOf(text))
         judge.ask(reader.section, reader.isOfChannel ? reader.channel.c_str() : nullptr);
     return judge;
 }
@@ -38,10 +33,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     require(file.write(text));
     const ReaderJudge judged = askReaders(file.path.c_str(), text);
 
-    vekctl::FileText content;
-    content.take(vekctl::Secret(text));
     vekctl::KeyRing keys(/* withFips= */ false);
-    const std::vector<vekctl::Finding> findings = vekctl::judge(content, keys, {}).findings;
+    const std::vector<vekctl::Finding> findings = findingsIn(text, keys);
     require(judged.isBad == std::ranges::any_of(findings, vekctl::isReadingError));
     require(!judged.handsClearText ||
             std::ranges::any_of(findings, [](const vekctl::Finding &finding) {

@@ -13,6 +13,22 @@
 
 #include <map>
 
+// All readers of sections and channels that a file has.
+inline std::vector<vekctl::ReaderName> readersOf(std::string_view text) {
+    vekctl::FileText lines;
+    lines.take(vekctl::Secret(text));
+    vekctl::Keystore keystore;
+    for (vekctl::Line line; lines.next(&line);)
+        keystore.add(line, vekctl::readLine(line));
+    return keystore.readers();
+}
+
+inline std::vector<vekctl::Finding> findingsIn(std::string_view text, vekctl::KeyRing &keys) {
+    vekctl::FileText content;
+    content.take(vekctl::Secret(text));
+    return vekctl::judge(content, keys, {}).findings;
+}
+
 class ProtectionJudge {
 public:
     enum class Outcome { refused, changed, kept };
@@ -73,12 +89,7 @@ private:
         Passwords passwords;
         if (!file.write(text))
             return {{"no file", ""}};
-        vekctl::FileText lines;
-        lines.take(vekctl::Secret(text));
-        vekctl::Keystore keystore;
-        for (vekctl::Line line; lines.next(&line);)
-            keystore.add(line, vekctl::readLine(line));
-        for (const vekctl::ReaderName &reader : keystore.readers()) {
+        for (const vekctl::ReaderName &reader : readersOf(text)) {
             ReaderJudge judge(file.path.c_str());
             judge.ask(reader.section, reader.isOfChannel ? reader.channel.c_str() : nullptr);
             if (!judge.credential.empty())
@@ -89,10 +100,8 @@ private:
 
     // All errors about credentials and markers, but what a reader says of other keys.
     std::string errorsIn(const std::string &text) {
-        vekctl::FileText content;
-        content.take(vekctl::Secret(text));
         std::string errors;
-        for (const vekctl::Finding &finding : vekctl::judge(content, keys, {}).findings)
+        for (const vekctl::Finding &finding : findingsIn(text, keys))
             if (finding.level == vekctl::Level::error && finding.line != 0 &&
                 vekctl::findKey(finding.key).credential != nullptr)
                 errors += std::string(kindOf(finding.code).name) + " " + finding.key + "\n";
