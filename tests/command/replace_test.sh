@@ -136,7 +136,6 @@ is 'no file behind the dangling link' 'no' "$([ -e nothing ] || echo no)"
 plant 'a link to the file itself' '0 new missing' ln -s conf planted/conf.bak
 plant 'a hard link' '0 new missing' ln victim planted/conf.bak
 plant 'a FIFO' '0 new missing' mkfifo planted/conf.bak
-plant 'a longer file' '0 new missing' truncate -s 9999 planted/conf.bak
 plant 'a socket' '0 new missing' "$VEK_PYTHON" -c \
     'import socket; socket.socket(socket.AF_UNIX).bind("planted/conf.bak")'
 plant 'in a directory that cannot be locked' '0 new missing' chmod 311 planted

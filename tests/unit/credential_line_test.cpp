@@ -104,16 +104,6 @@ TEST_P(Lines, FollowTheTable) {
     }
 }
 
-TEST_P(Lines, ReportAndCopyWhatCannotBeEncrypted) {
-    for (const size_t length : {800U, 1023U, 1024U, 8100U}) {
-        const std::string line = "pem.password = " + std::string(length, 'v') + "\n";
-        testing::internal::CaptureStderr();
-        EXPECT_EQ(line, transform(line)) << length;
-        EXPECT_EQ(SVC_PBE_CLEAR_TEXT_LENGTH, static_cast<uint32_t>(result)) << length;
-        EXPECT_EQ(0U, testing::internal::GetCapturedStderr().find("ZTM6337E ")) << length;
-    }
-}
-
 TEST_P(Lines, AreCutAtTheBuffer) {
     for (const size_t length : {8190U, 8191U, 8192U, 8193U, 20000U}) {
         const std::string in(length, 'a');

@@ -49,15 +49,6 @@ TEST(Restore, LeavesTheErrorQueueAloneWhenItRefuses) {
     EXPECT_EQ(0U, ERR_get_error());
 }
 
-TEST(KeyFile, IsNoDirectoryAndIsThere) {
-    uint8_t *buffer;
-    int32_t length;
-    for (const char *const path : {"/", ""})
-        EXPECT_EQ(SVC_PBE_KEY_FILE_UNREADABLE + 0U,
-                  svcPBEReadInitialKeyFile(path, &buffer, &length));
-    EXPECT_EQ(nullptr, buffer);
-}
-
 TEST(Session, RefusesAnUnusableRecord) {
     const std::string longLabel(64, 'l');
     std::vector<std::function<void(SvcPBESession *)>> spoilers = {
