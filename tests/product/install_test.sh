@@ -48,18 +48,11 @@ does 'setting a prefix that is no folder' "$tool" "$prefix/bin/runvekcred" /dev/
 is 'a prefix that is no folder' 20 "$("$prefix/bin/runvekcred" '-?' 2>err; echo $?)"
 does 'setting the prefix again' "$tool" "$prefix/bin/runvekcred" "$prefix"
 
-# A page of each function, and what the pages refer to.
-is 'the page of a function leads to' 'ZTVEK(3)' \
-    "$(cd "$prefix/share/man" && mandoc -Tascii man3/svcWipe.3 | awk 'NR == 1 { print $1 }')"
 does 'a document that pages refer to' test -s "$prefix/share/doc/ztvek/encrypted-value.md"
 
 # The credentials that the installed command encrypts are those that the installed library reads.
 cp "$VEK_SOURCE/examples/keystore.conf" .
 does 'the installed command' "$prefix/bin/runvekcred" -f keystore.conf
-
-does 'the installed vekctl' "$prefix/bin/vekctl" check keystore.conf
-is 'completion of both' 'runvekcred vekctl' \
-    "$(cd "$prefix/share/bash-completion/completions" && echo *)"
 
 # reads COMMAND... must print the password of the section "pem" as it was in clear.
 reads() {

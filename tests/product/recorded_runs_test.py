@@ -27,6 +27,8 @@ PKCS11 = "pkcs11.library = l\npkcs11.certificate = c\npkcs11.token = t\n"
 HUB = "pem.private.channel.HUB = k\npem.public.channel.HUB = c\n"
 STORED_HUB = HUB + "pem.encrypted.channel.HUB = yes\npem.password.channel.HUB = {}\n"
 CMS = "cms.keystore = k\ncms.certificate = c\ncms.certificate.channel.HUB = c\n"
+TWICE = "".join(f"{key} = 1\n" for key in ("cms.keystore", "ocsp.log", "crl.log") for _ in "12")
+TWICE += PEM + "pem.fips = no\npem.fips = no\npkcs11.fips = no\npkcs11.fips = no\n"
 CLEAR = "pem.password = p\n"
 BOTH = "crl.ldap.pass = p\n" + STORED
 KEY, NO_FIPS = "ZTS_VEKCRED_KEYFILE=key", "OPENSSL_CONF=/dev/null"
@@ -69,7 +71,10 @@ RUNS = [
     (f"{PRINT} pem", STORED, f"{ODD} ODD_REFUSED_FUNCTION=369 ODD_REFUSED_LENGTH=24"),
     (f"{PRINT} pem", "pem.private\n", ""),
     (f"{PRINT} pem", "cms.keystore = k\n", ""),
-    (f"{PRINT} pem", "", ""),
+    (f"{PRINT} pem", STORED + "vekcred.keyfile = none\n", KEY),
+    (COMMAND, CLEAR + "word\n", ""),
+    *((f"{PRINT} {reader}", lines, "") for lines in ("", TWICE)
+      for reader in ("cms", "ocsp", "pem", "pkcs11", "crl", "-c HUB cms", "-c HUB pem")),
     (f"{PRINT} pem", PEM, failing("read")),
     (f"{PRINT} pem", PEM, failing("close")),
     (f"{PRINT} pem", PEM, failing("lseek") + ":when=2"),
@@ -93,7 +98,6 @@ RUNS = [
     (f"{PRINT} cms", CMS, NO_HOME),
     (f"{PRINT} cms", CMS, f"{NO_HOME} ODD_HOME_IS_NULL=1"),
     (f"{PRINT} cms", CMS + "cms.fips = MAYBE\n", ""),
-    (f"{PRINT} cms", CMS + "cms.keystore = twice\n", ""),
     (f"{PRINT} cms", "cms.fips = no\n", ""),
     (f"{PRINT} -c HUB cms", CMS, ""),
     (f"{PRINT} -c HUB --cache cms", CMS, ""),
@@ -111,7 +115,7 @@ RUNS = [
     (f"{IN_PLACE} -sf key -o no/such", CLEAR, ""),
     *((f"{IN_PLACE} -sf key", CLEAR, f"{TRACER} -o /dev/null -e inject={call}:error=EIO")
       for call in ("fdatasync", "renameat", "fsync")),
-    (f"{IN_PLACE} -sp 3", CLEAR, ""),
+    *((f"{IN_PLACE} -sp {algorithm}", CLEAR, "") for algorithm in (0, 3, -1)),
     (f"{COMMAND} -x", CLEAR, ""),
     (IN_PLACE, "", ""),
     ("env ./inconsistent", CLEAR, f"LD_LIBRARY_PATH={BUILD}/lib64"),
@@ -138,6 +142,7 @@ RUNS = [
       for key in ("key", "key.txt", "weak", "flaw", "open", "none", "built-in")),
     (f"{CTL} protect --dry-run --key key --name-key {FILE}", BOTH, ""),
     (f"{CTL} protect --json --key key --name-key {FILE}", BOTH, ""),
+    (f"{CTL} protect --key key {FILE}", CLEAR, "prlimit --fsize=9"),
     (f"{CTL} protect --key key {FILE}", "\n".join(ODD_LINES[:5]) + "\n", ""),
     (f"{CTL} protect --key key {FILE}", "\r\n".join(ODD_LINES[1:2] + ODD_LINES[-1:]), ""),
     (f"{CTL} set --key key {FILE} pem.password", STORED, ""),
@@ -147,6 +152,9 @@ RUNS = [
     (f"{CTL} unprotect --key key {FILE}", BOTH, ""),
     (f"{CTL} unprotect --json --in-place --yes --key key {FILE}", BOTH, ""),
     (f"{CTL} unprotect --in-place {FILE}", BOTH, ""),
+    # The order of the calls by which a new file is on the disk before it takes its place.
+    (f"{CTL} protect --key key {FILE}", CLEAR,
+     f"{TRACER} -e trace=fdatasync,unlinkat,renameat,fsync"),
     # The system calls by which the run protects its files and itself.
     (f"{IN_PLACE} -sf key", CLEAR,
      f"{TRACER} -e trace=prctl,prlimit64,flock,openat,fallocate,ftruncate,fdatasync,unlinkat,"

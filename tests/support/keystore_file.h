@@ -42,15 +42,6 @@ template <typename Call> std::string shownBy(Call call) {
     return testing::internal::GetCapturedStderr();
 }
 
-// `part` is in what was shown; when it is empty, nothing was.
-inline void expectMessage(const std::string &part, const std::string &shown) {
-    if (part.empty())
-        EXPECT_EQ("", shown);
-    else
-        EXPECT_NE(std::string::npos, shown.find(part))
-            << "'" << shown << "' lacks '" << part << "'";
-}
-
 // The section of a file with this content; the caller's.
 inline SztuList *loaded(const std::string &content, const char *section) {
     SztuList *list = nullptr;

@@ -38,43 +38,16 @@ static uint32_t readSection(const char *section, const char *channel, const char
     return sztouGetCrlConfig(&record.crl, path, key, /* fips= */ 0);
 }
 
-/* The words of the numbers from -1 on; the others are shown as they are. */
-static const char *const WORDS[][5] = {
-    [NUMBER] = {"not set"},
-    [FLAG] = {"not set", "no", "yes"},
-    [CHOICE] = {NULL, "not set", "no", "yes"},
-    [ANSWER] = {NULL, "not set", "REJECT", "ACCEPT", "WARN"},
-};
-
 static void printField(const struct Field *field, int showCredentials) {
     const char *const bytes = record.bytes + field->offset;
     int32_t number;
     memcpy(&number, bytes, sizeof number);
-    printf("%s = ", field->name);
     if (field->kind == CREDENTIAL && !showCredentials)
-        puts("(hidden)");
-    else if (field->kind >= TEXT)
-        printf("%.*s\n", (int)field->size, bytes);
-    else if (number >= -1 && number <= 3 && WORDS[field->kind][number + 1] != NULL)
-        puts(WORDS[field->kind][number + 1]);
+        printf("%s = (hidden)\n", field->name);
+    else if (field->kind == NUMBER)
+        printf("%s = %d\n", field->name, (int)number);
     else
-        printf("%d\n", (int)number);
-}
-
-static void printFailure(const char *path, const char *key, uint32_t result) {
-    static const char *const TEXTS[] = {
-        [SZTU_KEY_NOT_PRESENT] = "the key is not there",
-        [SZTU_BAD_ARGUMENTS] = "the credential cannot be decrypted, see the message above",
-        [SZTU_SECTION_EMPTY] = "the section has no entries",
-        [SZTU_CANNOT_PARSE] = "a line of the file is not \"section.key = value\"",
-        [SZTU_CANNOT_READ] = "the file is missing, is empty or may not be read",
-        [SZTU_BAD_CONFIG] = "it is missing, stands there twice or has a value of the wrong kind",
-    };
-    const int isOfReader = result <= SZTU_BAD_CONFIG;
-    const char *const text = isOfReader ? TEXTS[result] : svcPBEReasonText(result);
-    (void)fprintf(stderr, "print_section: \"%s\" of %s cannot be read: %s", key,
-                  path != NULL ? path : "keystore.conf", text != NULL ? text : "unknown result");
-    (void)fprintf(stderr, isOfReader ? " (result %u).\n" : " (reason 0x%08X).\n", (unsigned)result);
+        printf("%s = %.*s\n", field->name, (int)field->size, bytes);
 }
 
 int main(int count, char **arguments) {
@@ -97,11 +70,10 @@ int main(int count, char **arguments) {
         return EXIT_FAILURE;
     const char *const section = arguments[optind];
     const char *const path = arguments[optind + 1]; /* null behind the last argument */
-    if (showCredentials)
-        (void)fputs("print_section: credentials are shown in clear.\n", stderr);
     const uint32_t result = readSection(section, channel, path, key);
     if (result != SZTU_OK)
-        printFailure(path, key, result);
+        (void)fprintf(stderr, "print_section: \"%s\" of %s cannot be read (result 0x%X)\n", key,
+                      path != NULL ? path : "keystore.conf", (unsigned)result);
     for (int i = 0; i < FIELD_COUNT && result == SZTU_OK; ++i)
         if (strcmp(FIELDS[i].section, section) == 0 && FIELDS[i].kind != NOT_SHOWN)
             printField(&FIELDS[i], showCredentials);

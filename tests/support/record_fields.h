@@ -6,8 +6,7 @@
 #include <stddef.h>
 #include <ztvek.h>
 
-/* What the words of a number are: print_section.c. */
-enum FieldKind { NUMBER, FLAG, CHOICE, ANSWER, TEXT, CREDENTIAL, NOT_SHOWN };
+enum FieldKind { NUMBER, TEXT, CREDENTIAL, NOT_SHOWN };
 
 struct Field {
     const char *section;
@@ -28,38 +27,38 @@ struct Field {
 static const struct Field FIELDS[] = {
     CMS(TEXT, keystore),
     CMS(TEXT, certificate),
-    CMS(FLAG, fips),
-    CMS(FLAG, forceFipsOff),
-    OCSP(CHOICE, enable),
+    CMS(NUMBER, fips),
+    CMS(NUMBER, forceFipsOff),
+    OCSP(NUMBER, enable),
     OCSP(TEXT, url),
     OCSP(TEXT, httpProxyHost),
     OCSP(NUMBER, httpProxyPort),
-    OCSP(ANSWER, unknown),
-    OCSP(FLAG, nonceGeneration),
-    OCSP(FLAG, nonceCheck),
+    OCSP(NUMBER, unknown),
+    OCSP(NUMBER, nonceGeneration),
+    OCSP(NUMBER, nonceCheck),
     OCSP(NUMBER, nonceSize),
-    OCSP(FLAG, httpGet),
+    OCSP(NUMBER, httpGet),
     OCSP(NUMBER, maxResponseSize),
     OCSP(NUMBER, cacheSize),
     OCSP(NUMBER, timeout),
     OCSP(NUMBER, signature),
-    OCSP(FLAG, log),
+    OCSP(NUMBER, log),
     PEM(TEXT, privateKey),
     PEM(TEXT, publicKey),
     PEM(CREDENTIAL, password),
-    PEM(FLAG, encrypted),
-    PEM(FLAG, fips),
-    PEM(FLAG, forceFipsOff),
-    PEM(CHOICE, checkpurpose),
+    PEM(NUMBER, encrypted),
+    PEM(NUMBER, fips),
+    PEM(NUMBER, forceFipsOff),
+    PEM(NUMBER, checkpurpose),
     PKCS11(TEXT, library),
     PKCS11(TEXT, certificate),
     PKCS11(TEXT, token),
     PKCS11(CREDENTIAL, token_pin),
-    PKCS11(FLAG, encrypted),
-    PKCS11(FLAG, fips),
+    PKCS11(NUMBER, encrypted),
+    PKCS11(NUMBER, fips),
     PKCS11(TEXT, secondary_keystore),
     PKCS11(NOT_SHOWN, secondaryKeystoreState),
-    CRL(CHOICE, cdp),
+    CRL(NUMBER, cdp),
     CRL(TEXT, ldapServers[0].host),
     CRL(NUMBER, ldapServers[0].port),
     CRL(TEXT, ldapServers[0].user),
@@ -73,8 +72,8 @@ static const struct Field FIELDS[] = {
     CRL(NUMBER, httpMaxResponseSize),
     CRL(NUMBER, httpTimeout),
     CRL(NUMBER, httpCacheSize),
-    CRL(FLAG, log),
-    CRL(FLAG, encrypted),
+    CRL(NUMBER, log),
+    CRL(NUMBER, encrypted),
     CRL(NOT_SHOWN, reserved),
 };
 

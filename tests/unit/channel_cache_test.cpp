@@ -82,17 +82,6 @@ TEST_F(ChannelCache, IsForFourKindsOfProcesses) {
     }
 }
 
-TEST_F(ChannelCache, StaysEmptySilentlyWithoutAFileToCache) {
-    EXPECT_EQ("", shownBy([&] {
-                  setenv("ZTS_KEYSTORE_CONF", "/nonexistent", 1);
-                  fill(12);
-                  file.write("pem.fips = no\n");
-                  setenv("ZTS_KEYSTORE_CONF", path, 1);
-                  fill(12);
-              }));
-    EXPECT_EQ(0, sztouIsMCAInterceptEnabled(CHANNEL));
-}
-
 TEST_F(ChannelCache, TellsWhichChannelsAreIntercepted) {
     fill(47);
     EXPECT_EQ(0, sztouIsMCAInterceptEnabled("NEW"));

@@ -28,23 +28,12 @@ TEST(Messages, BeginWithNumberAndSeverityAndEndTheLine) {
     }
 }
 
-TEST(Messages, NameTheThingAtFaultAndTheReason) {
-    constexpr uint32_t REASON = SVC_PBE_AUTHENTICATION_FAILED;
-    const struct {
-        uint32_t number, numeric;
-        const char *string1, *string2, *part;
-    } cases[] = {
-        {SVC_MSG_CANNOT_OPEN, ENOSPC, "/a/b", nullptr, "'/a/b'"},
-        {SVC_MSG_CANNOT_OPEN, ENOSPC, "/a/b", nullptr, ": No space left on device."},
-        {SVC_MSG_PBE_FAILED, REASON, nullptr, nullptr, svcPBEReasonText(REASON)},
-        {SVC_MSG_PBE_FAILED, REASON, nullptr, nullptr, "0x20006344"},
-        {SVC_MSG_PBE_FAILED, 0x12345678, nullptr, nullptr, "0x12345678"},
-        {SVC_MSG_DUPLICATE_KEY, 0, nullptr, "k", "keystore.conf in its standard place"},
-    };
-    for (const auto &row : cases) {
-        const std::string text = message(row.number, row.numeric, row.string1, row.string2);
-        EXPECT_NE(std::string::npos, text.find(row.part)) << text;
-    }
+// recorded_runs_test.py has what else they name.
+TEST(Messages, NameAReasonWithoutATextAndAFileWithoutAPath) {
+    const std::string reason = message(SVC_MSG_PBE_FAILED, 0x12345678, nullptr, nullptr);
+    EXPECT_NE(std::string::npos, reason.find("0x12345678")) << reason;
+    const std::string file = message(SVC_MSG_DUPLICATE_KEY, 0, nullptr, "k");
+    EXPECT_NE(std::string::npos, file.find("keystore.conf in its standard place")) << file;
 }
 
 TEST(Messages, AreCutAndNotOverrun) {

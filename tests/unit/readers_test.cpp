@@ -8,7 +8,6 @@
 #include <cstring>
 #include <iterator>
 #include <map>
-#include <regex>
 #include <sstream>
 #include <vector>
 
@@ -244,34 +243,6 @@ TEST_F(Readers, TellWhatKeepsThemFromTheSection) {
     EXPECT_EQ(uint32_t{SZTU_BAD_ARGUMENTS}, sztouGetMCAPemConfig(&pem, nullptr, "/", nullptr));
     EXPECT_EQ(uint32_t{SZTU_BAD_ARGUMENTS}, sztouGetVEKCredConfig(nullptr, "/", nullptr));
     EXPECT_EQ(uint32_t{SZTU_CANNOT_PARSE}, sztucParseConfigFile(nullptr, nullptr));
-}
-
-TEST_F(Readers, ShowMessagesUnlessTheyServeAChannel) {
-    const TemporaryFile twice("cms.keystore = 1\ncms.keystore = 2\npem.private = k\n");
-    const struct {
-        const char *reader;
-        string file;
-        const char *message; // as a pattern
-    } cases[] = {
-        {"cms", "/none", "ZTM9062E The file '/none' "},
-        {"cms", twice.path, "ZTM9060E The file '.*' holds the key 'keystore'"},
-        {"cms@", "/none", ""},
-        {"cms@", twice.path, "ZTM9060E"},
-        {"ocsp", "/none", "ZTM9062E"},
-        {"pem", twice.path, "ZTM9061E The file '.*' lacks the required key 'public'"},
-        {"pem@", twice.path, ""},
-    };
-    for (const uint32_t isShown : {1U, 0U})
-        for (const auto &row : cases) {
-            sztUseLogErrorMessage = isShown;
-            const Reader &reader = readerNamed(row.reader);
-            Bytes record(reader.recordSize);
-            const string shown = shownBy(
-                [&] { EXPECT_NE(0U, reader.call(record.data(), row.file.c_str(), nullptr)); });
-            EXPECT_TRUE(std::regex_search(shown, std::regex(isShown ? row.message : "^$")))
-                << shown;
-            EXPECT_EQ(shown.empty(), !isShown || *row.message == '\0') << shown;
-        }
 }
 
 } // namespace
