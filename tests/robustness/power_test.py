@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""The power is cut in front of every system call that may change a file: the run is stopped there,
+"""The power is cut in front of every system call that may change a file: the run is killed there,
 the file system is shut down, with its journal flushed or lost, and mounted again. The complete old
 text or the complete new one is there then, and after status 0 the new one. docs/robustness.md has
 the figures."""
@@ -22,9 +22,6 @@ BUILD = os.environ["VEK_BUILD"]
 FILE_SYSTEMS = {"ext4": 32, "xfs": 300}  # MiB; xfs has no smaller one
 SHUT_DOWN = 0x8004587D  # FS_IOC_SHUTDOWN, which is XFS_IOC_GOINGDOWN
 CUTS = {"journal flushed": 1, "journal lost": 2}
-TRACE_ME, SYSTEM_CALL, SET_OPTIONS, SYSTEM_CALL_INFO = 0, 24, 0x4200, 0x420E
-MARK_SYSTEM_CALLS, KILL_WITH_TRACER = 1, 1 << 20
-SYSTEM_CALL_STOP, ENTRY = signal.SIGTRAP | 0x80, b"\1"
 NEW_MOUNTS, PRIVATE_BELOW, END_WITH_PARENT = 1 << 17, 1 << 18 | 1 << 14, 1
 
 # A program over the files of a disk, and what may be there after a cut: the state of keystore.conf,
@@ -48,7 +45,6 @@ PROGRAMS = {
 }
 
 libc = ctypes.CDLL(None, use_errno=True)
-libc.ptrace.argtypes = [ctypes.c_long, ctypes.c_int, ctypes.c_void_p, ctypes.c_void_p]
 
 
 def must(result):
@@ -103,52 +99,18 @@ class Disk:
         os.close(self.keeper)
 
 
-def start(command):
-    """The process, stopped in front of its first instruction."""
-    child = os.fork()
-    if child == 0:
-        try:
-            os.dup2(os.open(os.devnull, os.O_WRONLY), 2)
-            must(libc.ptrace(TRACE_ME, 0, None, None))
-            os.execv(command[0], command)
-        finally:
-            os._exit(127)
-    os.waitpid(child, 0)
-    must(libc.ptrace(SET_OPTIONS, child, None, MARK_SYSTEM_CALLS | KILL_WITH_TRACER))
-    return child
-
-
-def entered_call(child):
-    """The number of the system call that the process stands in front of, or None."""
-    info = ctypes.create_string_buffer(88)
-    must(libc.ptrace(SYSTEM_CALL_INFO, child, len(info), ctypes.addressof(info)))
-    return int.from_bytes(info[24:32], sys.byteorder) if info[0] == ENTRY else None
-
-
-def run_until(command, calls, number):
-    """Stops in front of the number-th of these calls. Result: the process or None, and that call's
-    name or the exit status."""
-    child, signalled = start(command), 0
-    while True:
-        must(libc.ptrace(SYSTEM_CALL, child, None, signalled))
-        status = os.waitpid(child, 0)[1]
-        if not os.WIFSTOPPED(status):
-            return None, os.waitstatus_to_exitcode(status)
-        signalled = os.WSTOPSIG(status) if os.WSTOPSIG(status) != SYSTEM_CALL_STOP else 0
-        call = None if signalled else entered_call(child)
-        number -= call in calls
-        if number == 0:
-            return child, calls[call]
+def traced(command, *options):
+    """The exit status of the command under strace."""
+    return subprocess.run(["strace", "-f", "-qq", *options, *command],
+                          stderr=subprocess.DEVNULL).returncode
 
 
 def calls_of(command, disk):
-    """The kinds of system calls that a run makes about files of the disk, by number. No other call
-    changes what a cut leaves."""
+    """The system calls that a run makes about files of the disk. No other call changes what a cut
+    leaves."""
     trace = disk.place + ".trace"
-    subprocess.run(["strace", "-n", "-y", "-e", "trace=%file,%desc", "-o", trace, *command],
-                   stderr=subprocess.DEVNULL, check=True)
-    call = re.compile(rf"\[ *(\d+)\] (?!execve)(\w+)\(.*{disk.place}")
-    return {int(found[1]): found[2] for found in map(call.match, open(trace)) if found}
+    assert traced(command, "-y", "-e", "trace=%file,%desc", "-o", trace) == 0
+    return set(re.findall(rf"^\d+ +(?!execve)(\w+)\(.*{disk.place}", open(trace).read(), re.M))
 
 
 def look(disk, program):
@@ -159,18 +121,15 @@ def look(disk, program):
             "clear text" if is_clear else state(left, OLD, KEY))
 
 
-def cut_at(disk, program, command, calls, cut, number):
-    """Result: what the program was about to do, or its status when it came to its end; and what is
-    there after the cut."""
+def cut_at(disk, program, command, cut, call, number):
+    """Result: the status of the run, and what is there after the cut."""
     disk.fill(program)
-    child, what = run_until(command, calls, number)
+    status = traced(command, "-o", "/dev/null", "-e", f"trace={call}", "-e",
+                    f"inject={call}:signal=KILL:when={number}")
     disk.shut_down(CUTS[cut])
-    if child:
-        os.kill(child, signal.SIGKILL)
-        os.waitpid(child, 0)
     disk.unmount()
     disk.mount()
-    return what, look(disk, program)
+    return status, look(disk, program)
 
 
 def is_put_right(disk, program, command, end):
@@ -194,17 +153,16 @@ def cut_everywhere(task):
         places = {"key": key.name, "disk": disk.place, "link": link}
         command = [word.format(**places) for word in program.command]
         disk.fill(program)
-        calls = calls_of(command, disk)
-        for cut in CUTS:
-            for number in itertools.count(1):
-                what, end = cut_at(disk, program, command, calls, cut, number)
+        for cut, call in itertools.product(CUTS, calls_of(command, disk)):
+            status, number = -signal.SIGKILL, 0
+            while status < 0:
+                number += 1
+                status, end = cut_at(disk, program, command, cut, call, number)
                 ends[end] += 1
-                is_good = end in program.ends if isinstance(what, str) else (what, end) == DONE
+                is_good = end in program.ends if status < 0 else (status, end) == DONE
                 is_tidy = end[1] == "missing" or is_put_right(disk, program, command, end)
                 if not is_good or not is_tidy:
-                    failures.append(f"{kind}, {name}, {cut}, {what} ({number}): {end}")
-                if not isinstance(what, str):
-                    break
+                    failures.append(f"{kind}, {name}, {cut}, {call} ({number}): {status} {end}")
     failures += [f"{task}: never met: {end}" for end in program.ends - ends.keys()]
     return task, ends, failures
 
@@ -216,9 +174,8 @@ def end_with_parent():
 def hindrance(kind):
     """Why this machine cannot try it, or None."""
     try:
-        run_until(["/bin/true"], {}, 1)
         with scratch() as folder, Disk(kind, folder):
-            return None
+            return None if traced(["true"], "-o", "/dev/null") == 0 else "no process may be traced"
     except (OSError, subprocess.CalledProcessError) as problem:
         return problem
 
