@@ -102,7 +102,8 @@ while IFS='@' read -r line text pattern; do
 done <<'TABLE'
 2@pem.password = a#b@cut at the "#"
 2@pem.password = pop \r@keep the blank
-2@pem.password = a\rb@control character
+2@pem.password = a\rb@carriage return stands inside the line
+1@pem.password.channel.A:U2VjcmV0= @pem.password.channel.A: a key is followed by "="
 2@pem.passwords = a@no reader knows
 2@pem.password x = a@no reader knows
 2@pem.password.channel.A23456789012345678901 = a@no reader knows
@@ -169,6 +170,19 @@ is 'and found' "secret\n0" bash -c \
     "'$PRINT' --show-credentials pem conf | sed -n 's/^password = //p'"
 says 'another key than the named one' 1 'conf:5: vekcred.keyfile: names another key' "$VEKCTL" \
     protect --key other conf
+# Encrypted with itself, a file would open with no key.
+echo 'pem.password = x' >self && cp self self.old && ln -s self self.link
+for options in 'protect --dry-run --key self self' 'protect --key self.link self' \
+    'set --key self self pem.password'; do
+    # shellcheck disable=SC2086 # words
+    says "$options" 1 'self: it is the file of an initial key itself' \
+        bash -c "echo new | '$VEKCTL' $options"
+done
+is 'it stays' 0 cmp self self.old
+"$VEKCTL" protect --quiet --key key self
+says 'nor does it become one' 1 'self: it is the file of an initial key itself' \
+    "$VEKCTL" rekey --from key --to self.link self
+rm self*
 is 'the built-in key, when it is said' 0 bash -c \
     "echo 'crl.ldap.pass = x' >built; '$VEKCTL' protect --quiet --built-in built"
 is 'several files, one of them in a document' 'already:True changed:False failed:None 2\n1' bash \

@@ -42,6 +42,8 @@ told 'command' 2 "did you mean 'check'?" "$vekctl" chekc
 told 'option' 2 "did you mean '--strict'?" "$vekctl" check --stirct file
 told 'option in front' 2 '--json stands behind the command' "$vekctl" --json check file
 told 'option without its value' 2 'lacks its value' "$vekctl" check --key
+told 'value' 2 'pem.password.channel.A goes on with a character that no key holds' \
+    "$vekctl" get "$sample" pem.password.channel.A=Hunter-2
 told 'key' 2 "did you mean 'pem.password'?" "$vekctl" get "$sample" pem.pasword
 told 'no credential' 2 "'vekctl show pem' prints it" "$vekctl" get "$sample" pem.private
 told 'a channel that is not there' 1 'the key is not there' \
@@ -99,6 +101,7 @@ clear	2	#\npem.password = "Hunter-2"
 damaged	2	crl.encrypted = YES\ncrl.ldap.pass = <VEK>2!Hunter-2!Hunter-2!x\n
 not-text	1	pem.password: Hunter-2 = x\n
 unknown-key	1	Hunter-2 = x\n
+not-text	1	pem.password.channel.A:Hunter-2=\n
 not-text	1	\xef\xbb\xbfpem.password = Hunter-2\n
 not-text	1	\xff\xfep\x00e\x00m\x00.\x00
 not-text	2	pem.fips = no\npem.\x00password = Hunter-2\n
@@ -116,6 +119,11 @@ cp "$sample" good.conf
 "$VEK_BUILD/bin/runvekcred" -f good.conf -sf key 2>err
 told 'all is well' 0 'every credential is encrypted' "$vekctl" check --key key good.conf
 told 'standard input' 0 '-: no findings' bash -c "'$vekctl' check --key key --strict - <good.conf"
+printf '%s\n' pem.{private,public}=/k pem.encrypted=YES pem.password=Hunter-2 >kept.conf
+told 'in clear behind a marker' 1 'error: pem.password' "$vekctl" check --no-open kept.conf
+touch .good.conf.vekctl
+told 'what a kill left' 0 '.good.conf.vekctl [leftover]' "$vekctl" check --key key good.conf
+rm .good.conf.vekctl
 told 'another key' 1 '[other-key]' "$vekctl" check good.conf
 is 'show' 'password = (hidden)' "$("$vekctl" show --key key pem good.conf | grep password)"
 told 'several files' 1 '' bash -c "'$vekctl' check --quiet --key key good.conf bad.conf"

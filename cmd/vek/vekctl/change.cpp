@@ -2,6 +2,7 @@
 
 #include "ztsvc.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <nlohmann/json.hpp>
 #include <set>
@@ -153,6 +154,13 @@ Outcome Change::carryOut(OpenedFile *file, ChangePlan *plan) {
     if (plan->isNothing()) {
         told.note("nothing to do");
         return Outcome::already;
+    }
+    // Without the old text its values would open with no key.
+    const std::vector<std::string> keyFiles = keys.files();
+    if (std::ranges::any_of(
+            keyFiles, [file](const std::string &path) { return file->replacement.isFile(path); })) {
+        told.problem("it is the file of an initial key itself; name another key file");
+        return Outcome::failed;
     }
     const Secret text = plan->text();
     if (!prove(plan, text))

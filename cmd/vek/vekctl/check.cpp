@@ -5,6 +5,7 @@
 #include "vekctl/commands.h"
 #include "vekctl/key_file_look.h"
 #include "vekctl/report.h"
+#include "vekctl/safe_replacement.h"
 #include "vekctl/verdict.h"
 
 #include <algorithm>
@@ -82,15 +83,16 @@ private:
         struct stat status = {};
         if (stat(path.c_str(), &status) != 0)
             return;
-        const auto add = [&](Code code, const char *detail) {
+        const auto add = [&](Code code, const std::string &detail) {
             verdict->findings.push_back({code, Level::warning, 0, "", detail});
         };
         if ((status.st_mode & (S_IWGRP | S_IWOTH)) != 0)
             add(Code::fileMode, "they can write it; chmod go-w takes that away");
         else if (verdict->holdsClearText && (status.st_mode & S_IROTH) != 0)
             add(Code::fileMode, "they can read a credential; chmod o-r takes that away");
-        if (access((path + ".bak").c_str(), F_OK) == 0)
-            add(Code::leftover, "");
+        for (const std::string &beside : {path + ".bak", temporaryPathOf(path)})
+            if (access(beside.c_str(), F_OK) == 0)
+                add(Code::leftover, shown(beside));
     }
 
     const Options &options;

@@ -44,14 +44,18 @@ NamedKey roleOfKey(std::string_view key) {
 }
 
 CredentialName credentialCalled(const std::string &key) {
+    const std::string word = shownKey(key);
+    if (!word.empty() && key.find_first_of("=:# \t\r\n") != std::string::npos)
+        throw UsageError(word + " goes on with a character that no key holds; a value is never an "
+                                "argument");
     NamedKey named = roleOfKey(key);
     if (named.role == KeyRole::credential)
         return std::move(named.name);
-    const std::string word = shownKey(key);
     if (const KnownKey known = findKey(key); known.key != nullptr && !known.isCredential())
         throw UsageError(word + " is no credential: 'vekctl show " + known.key->section +
                          "' prints it, and an editor changes it");
-    const std::string meant = didYouMean(meantKey(word));
+    const std::string nearest = meantKey(word);
+    const std::string meant = nearest == word ? "" : didYouMean(nearest);
     throw UsageError((word.empty() ? "that" : word) + " is the key of no credential" +
                      (!meant.empty() ? meant
                                      : "; they are crl.ldap.pass, pem.password, "
@@ -88,6 +92,13 @@ bool CredentialLines::take(FileText text) {
         return fail(refused->detail, refused->line, refused->key);
     for (Line line; content.next(&line);) {
         const Reading reading = readLine(line);
+        const size_t colon = reading.key.find(':');
+        if (withoutBlanksBehind(line.text).find('\r') != std::string_view::npos)
+            return fail("a carriage return stands inside the line; end lines with LF or CRLF",
+                        line.number);
+        if (colon != std::string_view::npos && takenByWriter(reading.key) != nullptr)
+            return fail("a key is followed by \"=\", not by \":\"", line.number,
+                        std::string(reading.key.substr(0, colon)));
         settings.add(line, reading);
         if (reading.key == KEY_FILE_KEY)
             lineOfKeyFile = line;

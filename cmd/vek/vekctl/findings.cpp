@@ -65,7 +65,8 @@ constexpr FindingKind KINDS[] = {
     {Code::fileMode, "file-mode", WARNING, SAFETY,
      "others can write the file, or read credentials in clear"},
     {Code::leftover, "leftover", WARNING, SAFETY,
-     "a .bak lies beside the file: of a run that was killed, or an old copy"},
+     "a leftover lies beside the file, of a run that was killed, or an old copy; it may hold "
+     "credentials in clear"},
 };
 
 // The table is in the order of the codes.

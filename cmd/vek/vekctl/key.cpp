@@ -120,4 +120,12 @@ CipherSession &KeyRing::session(const KeySource &source, bool fips) {
     return *kept;
 }
 
+std::vector<std::string> KeyRing::files() const {
+    std::vector<std::string> paths;
+    for (const auto &[source, session] : sessions)
+        if (!source.first.isBuiltIn())
+            paths.push_back(source.first.path);
+    return paths;
+}
+
 } // namespace vekctl

@@ -13,6 +13,7 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 namespace vekctl {
 
@@ -80,6 +81,8 @@ public:
     explicit KeyRing(bool withFips) : fipsAlways(withFips) {}
 
     [[nodiscard]] CipherSession &session(const KeySource &source, bool fips = false);
+    // The files of all keys that were asked for.
+    [[nodiscard]] std::vector<std::string> files() const;
 
 private:
     bool fipsAlways;

@@ -134,6 +134,11 @@ bool SafeReplacement::failWith(int error, const char *step) {
     return fail(std::string(step) + ": " + errorText(error));
 }
 
+std::string temporaryPathOf(const std::string &path) {
+    const size_t name = folderOf(path).size();
+    return path.substr(0, name) + "." + path.substr(name) + ".vekctl";
+}
+
 bool SafeReplacement::open(const std::string &path, const ReplacementRules &rules) {
     filePath = path;
     if (!followLinks()) {
@@ -146,8 +151,7 @@ bool SafeReplacement::open(const std::string &path, const ReplacementRules &rule
     }
     if (!openFolder())
         return false;
-    temporaryPath =
-        folderOf(filePath) + "." + filePath.substr(folderOf(filePath).size()) + ".vekctl";
+    temporaryPath = temporaryPathOf(filePath);
     if (!rules.dryRun)
         (void)folder->remove(temporaryPath.c_str());
     return openFile(rules.breakLinks);
@@ -201,6 +205,12 @@ bool SafeReplacement::openFile(bool breakLinks) {
         return fail("has a second name (hard link), which would keep the old content; "
                     "--break-links replaces this name only");
     return true;
+}
+
+bool SafeReplacement::isFile(const std::string &path) const {
+    struct stat status;
+    return stat(path.c_str(), &status) == 0 && status.st_dev == opened.st_dev &&
+           status.st_ino == opened.st_ino;
 }
 
 size_t SafeReplacement::size() const {

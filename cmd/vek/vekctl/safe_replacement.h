@@ -25,6 +25,9 @@ struct ReplacementRules {
     bool dryRun = false;     // nothing is removed and nothing will be replaced
 };
 
+// The temporary name beside the file `path`, the same for each run, so that the next one finds it.
+[[nodiscard]] std::string temporaryPathOf(const std::string &path);
+
 class SafeReplacement {
 public:
     // Follows the symbolic links at the end of `path`, opens and locks the folder of the file that
@@ -33,6 +36,9 @@ public:
 
     // Bytes of the file as they were at opening.
     [[nodiscard]] size_t size() const;
+
+    // Whether `path` leads to the file that was opened.
+    [[nodiscard]] bool isFile(const std::string &path) const;
 
     // Reads the file; `content` has its size.
     [[nodiscard]] bool read(std::span<char> content);
@@ -61,8 +67,8 @@ private:
     [[nodiscard]] bool checkUnchanged();
     [[nodiscard]] bool putInPlace();
 
-    std::string filePath;      // of the file itself, no link
-    std::string temporaryPath; // the same for each run, so that the next one finds it
+    std::string filePath; // of the file itself, no link
+    std::string temporaryPath;
     std::optional<replacement::LockedDirectory> folder;
     ztm::Descriptor file;
     ztm::Descriptor temporary;

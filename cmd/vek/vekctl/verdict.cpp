@@ -74,6 +74,8 @@ public:
 private:
     // The first ones by line are listed.
     void keep(Finding finding) {
+        // What stands behind a colon in a key may be a value.
+        finding.key.resize(std::min(finding.key.size(), finding.key.find(':')));
         const bool isError = finding.level == Level::error;
         std::vector<Finding> &listed = isError ? errors : warnings;
         listed.push_back(std::move(finding));
@@ -111,7 +113,9 @@ private:
         const auto isHurt = [&](const ReaderRun &reader) {
             return reader.name.reads(item) && reader.isBad();
         };
-        return isRefused || std::ranges::any_of(part.readers, isHurt) ||
+        // Without opening, the readers of encrypted values are not asked.
+        const bool isNotAsked = !rules.opens && item.known.isCredential() && isMarked(part, item);
+        return isRefused || isNotAsked || std::ranges::any_of(part.readers, isHurt) ||
                std::ranges::any_of(failedAtShared, [&](const ReaderRun &reader) {
                    return reader.result.errorKey == item.reading.key;
                });
