@@ -1,4 +1,4 @@
-// The syntax of keystore.conf.
+// The syntax of keystore.conf. fuzz/parse_fuzzer.cpp cuts items down to one section.
 #include "support/keystore_file.h"
 
 namespace {
@@ -54,6 +54,17 @@ TEST(Items, ComeFromTheLines) {
         EXPECT_EQ(row.result, sztucParseConfigFile(text.data(), list)) << row.text;
         EXPECT_EQ(row.items, takeItems(list)) << row.text;
     }
+}
+
+TEST(Items, StayWithoutASectionAndMayBeAbsent) {
+    char text[] = "x.y=1";
+    SztuList *const list = SztuListCreate();
+    EXPECT_EQ(0U, sztucParseConfigFile(text, list));
+    sztucFilterPrefix(list, nullptr);
+    EXPECT_EQ("[x.y=1]", takeItems(list));
+    sztucFilterPrefix(nullptr, "x");
+    sztucFreeConfigItem(nullptr);
+    sztucFreeConfigList(nullptr);
 }
 
 } // namespace
