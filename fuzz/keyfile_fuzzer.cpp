@@ -1,24 +1,20 @@
 // The initial key file. The input is its content.
 #include "fuzz_support.h"
-#include "ztpbe.h"
+#include "support/reader_judge.h"
 
 #include <algorithm>
 #include <cstring>
 #include <openssl/evp.h>
 #include <strings.h>
-#include <sys/mman.h>
-#include <unistd.h>
 
 namespace {
 
 std::string keyOf(std::string_view content) {
-    static const int file = memfd_create("key", MFD_CLOEXEC);
-    static const std::string path = "/proc/self/fd/" + std::to_string(file);
-    const ssize_t size = static_cast<ssize_t>(content.size());
-    require(ftruncate(file, 0) == 0 && pwrite(file, content.data(), content.size(), 0) == size);
+    static const FileInMemory file;
+    require(file.write(content));
     uint8_t *key = nullptr;
     int32_t length = -1;
-    const uint32_t reason = svcPBEReadInitialKeyFile(path.c_str(), &key, &length);
+    const uint32_t reason = svcPBEReadInitialKeyFile(file.path.c_str(), &key, &length);
     require(reason == (length == 0 ? SVC_PBE_KEY_FILE_BAD_LENGTH : SVC_PBE_OK));
     const std::string copy(asText(key, static_cast<size_t>(length)));
     (void)svcPBEFreeBuf(key, length);

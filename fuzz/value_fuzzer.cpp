@@ -30,29 +30,24 @@ bool checkText(std::string_view text) {
 
 // Encrypts a text, which comes out again by either session, but not after a change.
 void checkRoundTrip(int32_t algorithm, std::string_view clear, uint8_t place, uint8_t change) {
-    char *stored = nullptr;
-    int32_t length = -1;
-    const uint32_t result = svcPBESave(openSession(algorithm), clear.data(),
-                                       static_cast<int32_t>(clear.size()), &stored, &length);
+    CipherSession &session = openSession(algorithm);
+    std::string text = session.save(std::string(clear));
     const ztm::ValueShape &shape = ztm::findAlgorithm(algorithm)->shape;
     const size_t expected =
         ztm::storedLengthOf(shape, LABEL.size(), ztm::cipherLengthOf(shape, clear.size()));
     if (clear.empty() || expected > SVC_PBE_STORED_LIMIT) {
-        require(result == SVC_PBE_CLEAR_TEXT_LENGTH && stored == nullptr && length == 0);
+        require(session.reason == SVC_PBE_CLEAR_TEXT_LENGTH);
         return;
     }
-    require(result == SVC_PBE_OK && static_cast<size_t>(length) == expected);
-    std::string text(stored, expected), restored;
-    (void)svcPBEFreeBuf(stored, length);
-    require(checkText(text));
-    require(restore(openSession(3 - algorithm), text, &restored) == SVC_PBE_OK);
-    require(restored == clear);
+    require(session.reason == SVC_PBE_OK && text.size() == expected && checkText(text));
+    require(openSession(3 - algorithm).restore(text) == clear);
 
     text[place * expected / 256] ^= static_cast<char>(change);
     uint32_t expectedReason = SVC_PBE_OK;
     if (change != 0)
         expectedReason = checkText(text) ? SVC_PBE_AUTHENTICATION_FAILED : SVC_PBE_MALFORMED_TEXT;
-    require(restore(openSession(algorithm), text, &restored) == expectedReason);
+    (void)session.restore(text);
+    require(session.reason == expectedReason);
 }
 
 } // namespace
@@ -62,9 +57,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         return 0;
     const int32_t algorithm = data[0] % 2 + 1;
     const std::string_view text = asText(data + 3, size - 3);
-    std::string clear;
-    const uint32_t result = restore(openSession(algorithm), text, &clear);
-    require((result == SVC_PBE_MALFORMED_TEXT) == !checkText(text));
+    CipherSession &session = openSession(algorithm);
+    (void)session.restore(std::string(text));
+    require((session.reason == SVC_PBE_MALFORMED_TEXT) == !checkText(text));
     checkRoundTrip(algorithm, text, data[1], data[2]);
     return 0;
 }

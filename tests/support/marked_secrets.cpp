@@ -7,7 +7,6 @@
 //   marked_secrets memcmp                  a comparison that must be reported
 #include "shared.h"
 #include "support/cipher_session.h"
-#include "sztoumaa/built_in_key.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -129,14 +128,10 @@ void takeSecret(const char *text, size_t length, const std::string &expected) {
 
 struct Session : CipherSession {
     Session(int32_t number, char keyByte)
-        : CipherSession(number, std::string(SVC_PBE_KEY_LENGTH, keyByte), fixedSalt()) {
+        : CipherSession(number, std::string(SVC_PBE_KEY_LENGTH, keyByte),
+                        builtIn(vek::buildFixedSalt)) {
         hide(key.data(), key.size());
         require(open() == SVC_PBE_OK);
-    }
-    static std::string fixedSalt() {
-        uint8_t salt[SVC_PBE_SALT_LENGTH];
-        vek::buildFixedSalt(salt);
-        return {reinterpret_cast<const char *>(salt), sizeof salt};
     }
     std::string saveSecretly(std::string clear) {
         hide(clear.data(), clear.size());

@@ -62,7 +62,7 @@ const struct {
 
 class Lines : public ::testing::TestWithParam<int32_t> {
 protected:
-    SvcPBESession *const session = openSession(GetParam());
+    CipherSession &session = openSession(GetParam());
     int32_t result = -1;
 
     // Rewrites a text in blocks, as the command does, or one line after another.
@@ -75,9 +75,10 @@ protected:
         FILE *const output = open_memstream(&out, &length);
         char line[LINE_CAPACITY];
         while (!inBlocks && fgets(line, sizeof line, input) != nullptr)
-            result = processConfigLine(line, output, session);
+            result = processConfigLine(line, output, &session.record);
         if (inBlocks)
-            result = rewriteLines(input, output, session, /* signals= */ nullptr, &readError);
+            result =
+                rewriteLines(input, output, &session.record, /* signals= */ nullptr, &readError);
         (void)fclose(input);
         (void)fclose(output);
         const std::string text(out, length);
@@ -87,9 +88,9 @@ protected:
 
     std::string reveal(std::string text) {
         static const std::regex pattern("<VEK>[12]![^! ]+![^! ]+![^! \n]+");
-        std::string clear;
         for (std::smatch match; std::regex_search(text, match, pattern);) {
-            if (restore(session, match.str(), &clear) != SVC_PBE_OK)
+            const std::string clear = session.restore(match.str());
+            if (clear.empty())
                 break;
             text = match.prefix().str() + "@" + clear + match.suffix().str();
         }

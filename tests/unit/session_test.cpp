@@ -3,6 +3,7 @@
 
 #include <csignal>
 #include <functional>
+#include <gtest/gtest.h>
 #include <openssl/err.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>

@@ -1,11 +1,11 @@
 // The frozen vectors of known_answers.txt, through the product; known_answers_test tries them
 // through a program that shares no code with it.
 #include "support/cipher_session.h"
-#include "sztoumaa/built_in_key.h"
 
 #include <algorithm>
 #include <array>
 #include <fstream>
+#include <gtest/gtest.h>
 #include <map>
 #include <memory>
 #include <sstream>
@@ -72,16 +72,12 @@ uint32_t readKey(const std::string &content, std::string *key) {
 
 // The session of an answer, opened for the other algorithm than that of its value.
 std::unique_ptr<CipherSession> sessionOf(const Fields &answer) {
-    std::array<uint8_t, SVC_PBE_KEY_LENGTH> builtIn;
-    std::array<uint8_t, SVC_PBE_SALT_LENGTH> salt;
-    vek::buildDefaultKey(builtIn);
-    vek::buildFixedSalt(salt);
-    std::string key(builtIn.begin(), builtIn.end());
+    std::string key = builtIn(vek::buildDefaultKey);
     if (answer[1] != "default") {
         EXPECT_EQ(0U, readKey(bytesOf(answer[1]), &key));
     }
-    auto session = std::make_unique<CipherSession>('3' - answer[3][5], key,
-                                                   std::string(salt.begin(), salt.end()));
+    auto session =
+        std::make_unique<CipherSession>('3' - answer[3][5], key, builtIn(vek::buildFixedSalt));
     EXPECT_EQ(0U, session->open());
     return session;
 }
