@@ -42,18 +42,33 @@ public:
 
     // Runs the reader of a section, for a channel when `channel` is not null.
     void ask(std::string_view section, const char *channel = nullptr) {
-        if (section == "cms")
-            askCms(channel);
-        else if (section == "pem")
-            askPem(channel);
-        else if (section == "pkcs11")
-            askPkcs11();
-        else if (section == "crl")
-            askCrl();
-        else if (section == "ocsp")
-            askOcsp();
-        else
-            askKeyFile();
+        const bool isOfChannel = channel != nullptr;
+        if (section == "cms") {
+            SztouKsConfig record = {};
+            (void)accept(isOfChannel ? sztouGetMCAConfig(&record, channel, path, nullptr)
+                                     : sztouGetKsConfig(&record, path, nullptr),
+                         isOfChannel);
+        } else if (section == "pem") {
+            SztouPemConfig record = {};
+            if (accept(isOfChannel ? sztouGetMCAPemConfig(&record, channel, path, nullptr)
+                                   : sztouGetPemConfig(&record, path, nullptr),
+                       isOfChannel))
+                judge(record.password, record.encrypted);
+        } else if (section == "pkcs11") {
+            SztouPkcs11Config record = {};
+            if (accept(sztouGetPkcs11Config(&record, path, nullptr)))
+                judge(record.token_pin, record.encrypted);
+        } else if (section == "crl") {
+            SztouCrlConfig record = {};
+            if (accept(sztouGetCrlConfig(&record, path, nullptr, /* fips= */ 0)))
+                judge(record.ldapServers[0].pass, record.encrypted);
+        } else if (section == "ocsp") {
+            SztouOcspConfig record = {};
+            (void)accept(sztouGetOcspConfig(&record, path, nullptr));
+        } else {
+            char keyFile[SZTUC_PATH_CAPACITY] = {};
+            (void)accept(sztouGetVEKCredConfig(keyFile, path, nullptr));
+        }
     }
 
 private:
@@ -73,38 +88,6 @@ private:
             isBad = true;
         else if (encrypted == 0 && !text.empty())
             handsClearText = true;
-    }
-
-    void askCms(const char *channel) {
-        SztouKsConfig record = {};
-        (void)accept(channel == nullptr ? sztouGetKsConfig(&record, path, nullptr)
-                                        : sztouGetMCAConfig(&record, channel, path, nullptr),
-                     channel != nullptr);
-    }
-    void askPem(const char *channel) {
-        SztouPemConfig record = {};
-        if (accept(channel == nullptr ? sztouGetPemConfig(&record, path, nullptr)
-                                      : sztouGetMCAPemConfig(&record, channel, path, nullptr),
-                   channel != nullptr))
-            judge(record.password, record.encrypted);
-    }
-    void askPkcs11() {
-        SztouPkcs11Config record = {};
-        if (accept(sztouGetPkcs11Config(&record, path, nullptr)))
-            judge(record.token_pin, record.encrypted);
-    }
-    void askCrl() {
-        SztouCrlConfig record = {};
-        if (accept(sztouGetCrlConfig(&record, path, nullptr, /* fips= */ 0)))
-            judge(record.ldapServers[0].pass, record.encrypted);
-    }
-    void askOcsp() {
-        SztouOcspConfig record = {};
-        (void)accept(sztouGetOcspConfig(&record, path, nullptr));
-    }
-    void askKeyFile() {
-        char keyFile[SZTUC_PATH_CAPACITY] = {};
-        (void)accept(sztouGetVEKCredConfig(keyFile, path, nullptr));
     }
 
     const char *path;
