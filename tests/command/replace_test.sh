@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# The file is replaced or stays as it was: on a full disk, with two runs at once, and whatever lies
-# at the temporary path. As root, what depends on rights is tried as an ordinary user too. A prefix
-# of a command is several words, and a shell of its own calls some functions.
+# The file is replaced or stays as it was: on a full disk, beside a lock that stays, and whatever
+# lies at the temporary path. As root, what depends on rights is tried as an ordinary user too. A
+# prefix of a command is several words, and a shell of its own calls some functions.
 # shellcheck disable=SC2086,SC2317
 . "$VEK_SOURCE/tests/support/shell.sh"
 unset ZTS_TRACE # a limit for the size of files would count for it too
@@ -109,17 +109,6 @@ mv ours moved && mv theirs ours
 exec {lock}<&-
 wait $!
 is 'another folder' '0 new missing old part' "$? $(states moved/conf{,.bak} ours/conf{,.bak})"
-
-# --- Pairs of simultaneous runs
-pairs=100
-for ((i = 0; i < pairs; ++i)); do
-  fresh pair$i
-  "$command" -f pair$i/conf -sf key 2>/dev/null &
-  "$command" -f pair$i/conf -sf key 2>/dev/null
-  wait $!
-done
-is 'pairs of runs' "$pairs new" "$(states pair*/conf | tr ' ' '\n' | sort | uniq -c | xargs)"
-is 'pairs of runs leave no .bak' '' "$(ls -d pair*/conf.bak 2>/dev/null)"
 
 # --- What lies at the temporary path
 printf 'victim\n' >victim
