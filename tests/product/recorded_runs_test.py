@@ -113,8 +113,9 @@ RUNS = [
     (f"{IN_PLACE} -sf key -sm", CLEAR, NO_FIPS),
     (f"{IN_PLACE} -sf key -sp 1", CLEAR + f"crl.ldap.pass = {'x' * 704}\n", ""),
     (f"{IN_PLACE} -sf key -o no/such", CLEAR, ""),
-    *((f"{IN_PLACE} -sf key", CLEAR, f"{TRACER} -o /dev/null -e inject={call}:error=EIO")
-      for call in ("fdatasync", "renameat", "fsync")),
+    *((f"{IN_PLACE} -sf key", CLEAR, f"{TRACER} -o /dev/null -e inject={call}:error={error}")
+      for call, error in (("fdatasync", "EIO"), ("fdatasync", "EINVAL"), ("renameat", "EIO"),
+                          ("fsync", "EIO"), ("fallocate", "EOPNOTSUPP"), ("fallocate", "EFBIG"))),
     *((f"{IN_PLACE} -sp {algorithm}", CLEAR, "") for algorithm in (0, 3, -1)),
     (f"{COMMAND} -x", CLEAR, ""),
     (IN_PLACE, "", ""),
