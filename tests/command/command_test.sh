@@ -31,7 +31,6 @@ run() {
 
 # --- Command line
 fresh
-run 'help' '10 ZTM3056I: conf=clear' '-?'
 run 'empty argument ends the scan' '0 ZTM6339W ZTM9105I: conf=protected' -f conf '' -o other
 
 # --- Which file

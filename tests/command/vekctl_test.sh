@@ -52,8 +52,6 @@ told 'section' 2 "did you mean 'pkcs11'?" "$vekctl" show pkcs1 "$sample"
 told 'no command' 2 'a command is missing' "$vekctl"
 told 'no key of a run' 2 "vekctl: the key file 'absent'" \
     "$vekctl" rekey --json --from absent --to key
-told 'help' 0 'Keeps the credentials' "$vekctl" help
-is 'help of a command' 'Usage: vekctl set [OPTIONS] FILE KEY' "$("$vekctl" help set | sed -n 2p)"
 is 'a value is not repeated' '' "$("$vekctl" get a b Hunter-2 2>&1 | grep Hunter)"
 
 # Whatever stands in the name of a file or of a key, no control character comes out, no sign that
@@ -109,7 +107,6 @@ not-text	1	pem.fips = no\rpem.password = Hunter-2\r
 EOD
 : >empty.conf
 told 'an empty file' 1 'it is empty; write a setting into it' "$vekctl" check empty.conf
-told 'a missing file' 1 'no such file or folder; correct the name' "$vekctl" check missing.conf
 told 'a folder' 1 'it is a folder; name the file in it [unreadable]' "$vekctl" check .
 printf '#\n' >comments.conf
 told 'no setting' 1 'the file has no setting at all' "$vekctl" check comments.conf
