@@ -2,8 +2,9 @@
 """vekctl protect with one fault in each run: every system call failed or interrupted by a kill or a
 signal, and every request for memory refused. Afterwards the old file or the new one is there,
 whole, and what a kill leaves beside it holds no credential and goes with the next run. Then runs at
-once with others."""
+once with others, and a change of key that is killed at random until it is done."""
 import os
+import random
 import re
 import signal
 import subprocess
@@ -11,6 +12,7 @@ import sys
 import threading
 import time
 
+import decrypt_value
 import faults
 import new_content
 
@@ -152,9 +154,51 @@ def at_once():
             failures.append(f"with runvekcred: {reader.parts[:3]}, {os.listdir(folder)}")
 
 
+def rekey_killed(count):
+    """A change of key over many files is killed at random and started again until it is done."""
+    with faults.scratch() as folder:
+        names = [f"{number}.conf" for number in range(count)]
+        for name, content in (("key", KEY), ("next", NEXT), *((name, OLD) for name in names)):
+            write(f"{folder}/{name}", content)
+        subprocess.run([VEKCTL, "protect", "--quiet", "--key", "key", *names], cwd=folder,
+                       check=True)
+        kills, status, judged = 0, None, {}
+        while status != 0:
+            process = subprocess.Popen([VEKCTL, "rekey", "--quiet", "--from", "key", "--to", "next",
+                                        *names], cwd=folder)
+            try:
+                status = process.wait(timeout=random.uniform(0.005, 0.03 + kills / 200))
+            except subprocess.TimeoutExpired:
+                process.kill()
+                process.wait()
+                kills += 1
+            for name in os.listdir(folder):
+                text = open(f"{folder}/{name}", "rb").read()
+                if judged.get(name) == text:
+                    continue
+                judged[name] = text
+                stored = re.findall(rb"<VEK>2!\S+", text)
+                keys = {key for key in (KEY, NEXT) for value in stored if opens(value, key)}
+                whole = len(stored) == 3 and len(keys) == 1
+                if name in names and not whole or b"secret" in text:
+                    failures.append(f"{name} after {kills} kills: {text}")
+        states = {new_content.state(f"{folder}/{name}", OLD, NEXT) for name in names}
+        print(f"{kills:5} kills of a change of {count} keys")
+        if states != {"new"} or kills == 0:
+            failures.append(f"rekey: {states} after {kills} kills")
+
+
+def opens(value, key):
+    try:
+        return bool(decrypt_value.decrypt(value, key, new_content.SALT))
+    except Exception:  # whatever a wrong key leads to
+        return False
+
+
 def main():
     single_faults()
     at_once()
+    rekey_killed(int(os.environ.get("VEK_REKEYED_FILES", "40")))
     print(*failures, sep="\n")
     return 1 if failures else 0
 
