@@ -7,7 +7,6 @@ import collections
 import os
 import re
 import signal
-import ssl
 import subprocess
 import sys
 
@@ -48,30 +47,10 @@ OUTCOMES = {
     "one that comes later acts when the new file is in its place":
         (IN_PLACE, r"SIGTERM at fdatasync", -15, ("new", "missing", "missing")),
 }
-# libcrypto from 3.5 on waits for itself for ever when its start is refused certain requests for
-# memory. A libcrypto that no longer does so is welcome.
-WAITS = "libcrypto waits for itself when its start is refused memory"
-if ssl.OPENSSL_VERSION_INFO >= (3, 5):
-    OUTCOMES[WAITS] = (IN_PLACE, WAITS, -9, ("old", "earlier", "missing"))
-LOOK = 15  # seconds; longer than the command ever sleeps, and no limit for one that works
+if faults.MAY_WAIT:
+    OUTCOMES[faults.WAITS] = (IN_PLACE, faults.WAITS, -9, ("old", "earlier", "missing"))
 met = collections.Counter()
 failures = []
-
-
-def end_of(process):
-    """What the process says until its end, and whether it was ended because it waits for itself:
-    its only thread has slept at two looks, and has done nothing in between."""
-    before = None
-    while True:
-        try:
-            return process.communicate(timeout=LOOK)[1], False
-        except subprocess.TimeoutExpired:
-            fields = open(f"/proc/{process.pid}/stat").read().rpartition(") ")[2].split()
-            now = fields[0], fields[11:13], fields[17]  # state, time used, number of threads
-            if now == before and now[0] == "S" and now[2] == "1":
-                process.kill()
-                return process.communicate()[1], True
-            before = now
 
 
 def run(arguments, what, prefix, environment, fired):
@@ -87,8 +66,8 @@ def run(arguments, what, prefix, environment, fired):
         process = subprocess.Popen(command, cwd=folder, stdout=subprocess.DEVNULL,
                                    stderr=subprocess.PIPE,
                                    env={**os.environ, **environment})
-        said, waits = end_of(process)
-        fault = WAITS if waits else fired(open(path("trace"), errors="replace").read(), said)
+        said, waits = faults.end_of(process)
+        fault = faults.WAITS if waits else fired(open(path("trace"), errors="replace").read(), said)
         states = [state(path(name), OLD, KEY)
                   for name in ("keystore.conf", "keystore.conf.bak", "out")]
         if open_text(path("keystore.conf.bak")) == EARLIER:
@@ -127,7 +106,7 @@ def signals_at(call):
 
 def main():
     counts = faults.try_all(run, (IN_PLACE, TO_OUTPUT), signals_at)
-    failures.extend(f"never met: {name}" for name in OUTCOMES if not met[name] and name != WAITS)
+    failures.extend(f"never met: {name}" for name in OUTCOMES if not met[name] and name != faults.WAITS)
     print(*(f"{count:5} x {name}" for name, count in (counts + met).items()), *failures, sep="\n")
     return 1 if failures else 0
 
