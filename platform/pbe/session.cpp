@@ -212,13 +212,6 @@ uint32_t makeFingerprint(const SvcPBESession &record, Session *session, char *te
 
 // ---- What libcrypto leaves behind --------------------------------------------------------------
 
-// libcrypto's functions leave blocks of the clear text in their frames. The next value would
-// overwrite them, but nobody knows when it comes.
-__attribute__((noinline)) void overwriteDeadStack() {
-    char dead[4096];
-    svcWipe(dead, sizeof dead);
-}
-
 // Through the pointer it is the library's copy that is called, and it is not left out.
 void *(*const volatile libraryCopy)(void *, const void *, size_t) = memcpy;
 
@@ -230,6 +223,18 @@ void overwriteRegisters(int32_t length) {
         return;
     char copy[sizeof ZEROS];
     (void)libraryCopy(copy, ZEROS, std::min(static_cast<size_t>(length), sizeof ZEROS));
+}
+
+// libcrypto's functions leave blocks of the clear text in their frames, and from 3.5 on a key in
+// vector registers. The next value would overwrite them, but nobody knows when it comes.
+__attribute__((noinline)) void overwriteDeadStack() {
+    char dead[4096];
+    svcWipe(dead, sizeof dead);
+}
+
+void overwriteWhatIsLeft() {
+    overwriteRegisters(SVC_PBE_STORED_LIMIT);
+    overwriteDeadStack();
 }
 
 void wipeBytes(uint8_t *bytes, int32_t length) {
@@ -279,7 +284,7 @@ uint32_t svcPBESave(SvcPBESession *session, const char *clearText, int32_t clear
     const ErrorMark mark;
     const uint32_t reason = save(*session, opened, {clearText, static_cast<size_t>(clearLength)},
                                  storedText, storedLength);
-    overwriteDeadStack();
+    overwriteWhatIsLeft();
     return reason;
 }
 
@@ -300,7 +305,7 @@ uint32_t svcPBERestore(SvcPBESession *session, const char *storedText, int32_t s
     const uint32_t reason =
         restore(*session, opened, {storedText, static_cast<size_t>(storedLength)}, usedAlgorithm,
                 clearText, clearLength);
-    overwriteDeadStack();
+    overwriteWhatIsLeft();
     return reason;
 }
 
@@ -312,7 +317,7 @@ uint32_t svcPBEFingerprint(SvcPBESession *session, char *fingerprint) {
         return SVC_PBE_BAD_ARGUMENTS;
     const ErrorMark mark;
     const uint32_t reason = makeFingerprint(*session, opened, fingerprint);
-    overwriteDeadStack();
+    overwriteWhatIsLeft();
     return reason;
 }
 
