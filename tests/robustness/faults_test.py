@@ -106,7 +106,8 @@ def signals_at(call):
 
 def main():
     counts = faults.try_all(run, (IN_PLACE, TO_OUTPUT), signals_at)
-    failures.extend(f"never met: {name}" for name in OUTCOMES if not met[name] and name != faults.WAITS)
+    failures.extend(f"never met: {name}" for name in OUTCOMES
+                    if not met[name] and name != faults.WAITS)
     print(*(f"{count:5} x {name}" for name, count in (counts + met).items()), *failures, sep="\n")
     return 1 if failures else 0
 
