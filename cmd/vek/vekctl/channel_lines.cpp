@@ -8,6 +8,7 @@
 #include "shared/line_words.h"
 
 #include <algorithm>
+#include <functional>
 #include <map>
 #include <span>
 #include <tuple>
@@ -34,11 +35,10 @@ size_t numberOfChannel(std::string_view line) {
     const size_t part = line.find(CHANNEL_PART);
     if (part == std::string_view::npos)
         return 0;
-    size_t number = 1;
-    for (size_t i = part + CHANNEL_PART.size();
-         i < line.size() && line[i] != '=' && !vek::isBlank(line[i]); ++i)
-        number = (number ^ static_cast<unsigned char>(line[i])) * 0x100000001b3;
-    return (number ^ number >> 32) | size_t{1} << 63;
+    line.remove_prefix(part + CHANNEL_PART.size());
+    const auto end = std::ranges::find_if(
+        line, [](char letter) { return letter == '=' || vek::isBlank(letter); });
+    return std::hash<std::string_view>{}({line.begin(), end}) | size_t{1} << 63;
 }
 
 std::string_view keyAt(const FileText &text, const LineStart &line) {

@@ -1,3 +1,6 @@
+/*
+ * safe_replacement.cpp - builds a new file beside the old one, and renames it over that.
+ */
 #include "vekctl/safe_replacement.h"
 
 #include "shared/held_back_signals.h"
@@ -209,8 +212,7 @@ bool SafeReplacement::openFile(bool breakLinks) {
 
 bool SafeReplacement::isFile(const std::string &path) const {
     struct stat status;
-    return stat(path.c_str(), &status) == 0 && status.st_dev == opened.st_dev &&
-           status.st_ino == opened.st_ino;
+    return stat(path.c_str(), &status) == 0 && isSameFile(status, opened);
 }
 
 size_t SafeReplacement::size() const {
