@@ -55,10 +55,9 @@ private:
             report.note(options.noOpen
                             ? "no findings in the text; no value was opened"
                             : "no findings: every credential is encrypted, and its reader gets it");
-        const size_t unlisted = verdict.unlistedErrors + verdict.unlistedWarnings;
-        if (unlisted > 0) {
-            report.json()["unlisted"] = unlisted;
-            report.note(std::to_string(unlisted) + " more findings are not listed");
+        if (verdict.unlisted > 0) {
+            report.json()["unlisted"] = verdict.unlisted;
+            report.note(std::to_string(verdict.unlisted) + " more findings are not listed");
         }
         const Level counted = options.strict ? Level::warning : Level::error;
         const bool isFound = std::ranges::any_of(

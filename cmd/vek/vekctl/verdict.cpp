@@ -1,63 +1,40 @@
 /*
- * verdict.cpp - runs the readers, and explains what they say by the lines that they read.
+ * verdict.cpp - explains what the readers make of a file by the lines that they read.
  */
 #include "vekctl/verdict.h"
 
 #include "vekctl/channel_lines.h"
-#include "vekctl/keystore.h"
+#include "vekctl/finding_list.h"
 #include "vekctl/line_findings.h"
 
 #include "shared/line_words.h"
 
 #include <algorithm>
-#include <iterator>
-#include <map>
 
 namespace vekctl {
 
 namespace {
 
-// What opening a credential came to.
-struct Opened {
-    uint32_t reason = SVC_PBE_OK;
-    size_t length = 0; // of the clear text
-};
-
-// One reader, and what became of it.
-struct ReaderRun {
-    ReaderName name;
-    ReaderResult result;
-    bool handsWrongText = false;
-
-    [[nodiscard]] bool isBad() const {
-        const bool isNotThere = result.code == SZTU_SECTION_EMPTY ||
-                                (result.code == SZTU_KEY_NOT_PRESENT && name.isOfChannel);
-        return (result.code != SZTU_OK && !isNotThere) || handsWrongText;
-    }
-};
-
-// What is judged at once: the general lines of a file, or those of one channel together with the
-// general ones that its readers share.
-struct Part {
-    Keystore keystore;
-    std::map<size_t, Opened> opened; // by line
-    std::vector<ReaderRun> readers;
-    std::vector<std::string> explained; // keys of the errors of reading that were found
+// A part, and the keys of its errors of reading that were found.
+struct JudgedPart : Part {
+    std::vector<std::string> explained;
 };
 
 class Judge {
 public:
     Judge(const FileText &judged, KeyRing &ring, const CheckRules &checkRules)
-        : text(judged), keys(ring), rules(checkRules),
-          general{Keystore({.withMarkers = checkRules.opens, .withChannels = false}), {}, {}, {}} {}
+        : text(judged), rules(checkRules),
+          general(partWith({.withMarkers = checkRules.opens, .withChannels = false})),
+          trial(ring, checkRules, general.keystore) {}
 
     Verdict run() {
         findInText(text, &lineFindings);
         keepLineFindings();
         readLines();
-        if (!isRefused)
-            chooseKey();
-        openAndRun(general, /* isOfChannel= */ false);
+        if (!isRefused) {
+            trial.chooseKey();
+            trial.run(&general, /* isOfChannel= */ false);
+        }
         forEachChannel(text, channelLines,
                        [this](const std::vector<Line> &lines) { judgeChannel(lines); });
         reportKey();
@@ -67,54 +44,38 @@ public:
             explain(general, reader);
         for (const ReaderRun &reader : failedAtShared)
             explain(general, reader);
-        collect();
+        verdict.findings = findings.take(&verdict.unlisted);
+        verdict.source = trial.source();
+        verdict.sourceLine = trial.sourceLine();
         return std::move(verdict);
     }
 
 private:
-    // The first ones by line are listed.
-    void keep(Finding finding) {
-        // What stands behind a colon in a key may be a value.
-        finding.key.resize(std::min(finding.key.size(), finding.key.find(':')));
-        const bool isError = finding.level == Level::error;
-        std::vector<Finding> &listed = isError ? errors : warnings;
-        listed.push_back(std::move(finding));
-        if (listed.size() == 2 * LISTED_LIMIT)
-            (isError ? verdict.unlistedErrors : verdict.unlistedWarnings) += shorten(&listed);
+    static JudgedPart partWith(const KeystoreRules &keystoreRules) {
+        return {{Keystore(keystoreRules), {}, {}}, {}};
     }
-    static size_t shorten(std::vector<Finding> *listed) {
-        std::ranges::stable_sort(*listed, {}, &Finding::line);
-        const size_t size = listed->size();
-        listed->resize(std::min(size, LISTED_LIMIT));
-        return size - listed->size();
-    }
-    void collect() {
-        verdict.unlistedErrors += shorten(&errors);
-        verdict.unlistedWarnings += shorten(&warnings);
-        std::ranges::merge(errors, warnings, std::back_inserter(verdict.findings), {},
-                           &Finding::line, &Finding::line);
-    }
+
     void keepLineFindings() {
         for (Finding &finding : lineFindings)
-            keep(std::move(finding));
+            findings.keep(std::move(finding));
         lineFindings.clear();
     }
     void add(Code code, Level level, const Item &item, const std::string &detail = "") {
-        keep({code, level, item.line, std::string(item.reading.key), detail});
+        findings.keep({code, level, item.line, std::string(item.reading.key), detail});
     }
     // A finding that is an error only where a reader is hurt.
-    void addReading(Part &part, Code code, const Item &item, const std::string &detail = "") {
+    void addReading(JudgedPart &part, Code code, const Item &item, const std::string &detail = "") {
         const bool isError = hurtsReader(part, item);
         add(code, isError ? Level::error : Level::warning, item, detail);
         if (isError)
             part.explained.emplace_back(item.reading.key);
     }
-    bool hurtsReader(const Part &part, const Item &item) const {
+    bool hurtsReader(const JudgedPart &part, const Item &item) const {
         const auto isHurt = [&](const ReaderRun &reader) {
             return reader.name.reads(item) && reader.isBad();
         };
         // Without opening, the readers of encrypted values are not asked.
-        const bool isNotAsked = !rules.opens && item.known.isCredential() && isMarked(part, item);
+        const bool isNotAsked = !rules.opens && item.known.isCredential() && part.isMarked(item);
         return isRefused || isNotAsked || std::ranges::any_of(part.readers, isHurt) ||
                std::ranges::any_of(failedAtShared, [&](const ReaderRun &reader) {
                    return reader.result.errorKey == item.reading.key;
@@ -140,35 +101,20 @@ private:
 
     void refuse(const Line &line, Refusal refusal) {
         isRefused = true;
-        keep(refusedLine(line, refusal));
-    }
-
-    void chooseKey() {
-        const NamedKeyFile named = general.keystore.keyFile();
-        sourceIsReadable = named.code == SZTU_OK || rules.keyOption != nullptr;
-        verdict.source = chooseKeySource(rules.keyOption, named.path);
-        verdict.sourceLine = named.line;
-    }
-
-    void openAndRun(Part &part, bool isOfChannel) {
-        if (isRefused)
-            return;
-        openCredentials(part);
-        runReaders(part, isOfChannel);
-        for (const ReaderRun &reader : part.readers)
-            keyIsNeeded = keyIsNeeded || (reader.isBad() && hasYesMarker(part, reader.name));
+        findings.keep(refusedLine(line, refusal));
     }
 
     // ---- Channels ----
 
     void judgeChannel(const std::vector<Line> &lines) {
-        Part part{Keystore({.withMarkers = rules.opens}), {}, {}, {}};
+        JudgedPart part = partWith({.withMarkers = rules.opens});
         for (const Item &item : general.keystore.items())
             if (item.known.isReadBy(/* channelReader= */ true, ""))
                 part.keystore.take(item);
         for (const Line &line : lines)
             part.keystore.add(line, readLine(line));
-        openAndRun(part, /* isOfChannel= */ true);
+        if (!isRefused)
+            trial.run(&part, /* isOfChannel= */ true);
         for (const Item &item : part.keystore.items())
             if (item.known.isOfChannel)
                 judgeItem(part, item);
@@ -177,7 +123,7 @@ private:
     }
 
     // What fails the readers of all channels is told once.
-    void explainChannel(Part &part, const ReaderRun &reader) {
+    void explainChannel(JudgedPart &part, const ReaderRun &reader) {
         const KnownKey known = findKey(reader.result.errorKey);
         const bool isShared = reader.isBad() && known.key != nullptr && !known.isOfChannel;
         if (!isShared)
@@ -189,101 +135,19 @@ private:
             failedAtShared.push_back(reader);
     }
 
-    // ---- Keys and readers ----
-
-    // The session that the readers of a section use; not open where they would have none.
-    SvcPBESession *sessionFor(std::string_view section) {
-        closedSession = {};
-        if (!rules.opens)
-            return &closedSession;
-        if (!sourceIsReadable) {
-            keyProblem = "the readers take none of two lines that name its file";
-            return &closedSession;
-        }
-        const bool fips = section != vek::CRL_SECTION && general.keystore.wantsFips(section);
-        CipherSession &session = keys.session(verdict.source, fips);
-        if (session.reason() == SVC_PBE_OK)
-            return session.record();
-        keyProblem = session.problem();
-        return &closedSession;
-    }
-
     // An error only where a reader comes so far that it needs the key.
     void reportKey() {
-        if (keyProblem.empty())
+        if (trial.keyProblem().empty())
             return;
-        const bool isFromFile = verdict.source.origin == KeyOrigin::section;
-        keep({Code::noKey, keyIsNeeded ? Level::error : Level::warning,
-              isFromFile ? verdict.sourceLine : 0, isFromFile ? KEY_FILE_KEY : "", keyProblem});
-    }
-
-    void openCredentials(Part &part) {
-        if (!rules.opens || !sourceIsReadable)
-            return;
-        for (const Item &item : part.keystore.items()) {
-            if (!item.known.isCredential() || !isMarked(part, item))
-                continue;
-            SvcPBESession *const session = sessionFor(item.section);
-            if (session != &closedSession)
-                part.opened[item.line] = open(session, item);
-        }
-    }
-
-    // What is longer than a stored text can be is cut by the readers.
-    static Opened open(SvcPBESession *session, const Item &item) {
-        const std::string_view stored = item.reading.value.substr(0, SVC_PBE_STORED_LIMIT);
-        ztm::Memory<char> clear;
-        int32_t length = 0;
-        Opened result;
-        result.reason = svcPBERestore(session, stored.data(), static_cast<int32_t>(stored.size()),
-                                      /* algorithm= */ nullptr, clear.receive(), &length);
-        result.length = static_cast<size_t>(length);
-        return result;
-    }
-
-    void runReaders(Part &part, bool isOfChannel) {
-        ztm::Wiping<Records> records{};
-        for (ReaderName &name : part.keystore.readers()) {
-            if (name.isOfChannel != isOfChannel)
-                continue;
-            SvcPBESession *const session =
-                hasYesMarker(part, name) ? sessionFor(name.section) : &closedSession;
-            ReaderResult result = part.keystore.run(name, session, &records.value);
-            const bool isWrong = result.code == SZTU_OK &&
-                                 !credentialField(records.value, name.section).empty() &&
-                                 std::ranges::any_of(part.keystore.items(), [&](const Item &item) {
-                                     return item.known.isCredential() && name.reads(item) &&
-                                            (isUnmarked(part, item) || isTooLong(part, item));
-                                 });
-            part.readers.push_back({std::move(name), std::move(result), isWrong});
-        }
-    }
-
-    static bool hasYesMarker(const Part &part, const ReaderName &name) {
-        return std::ranges::any_of(part.keystore.items(), [&](const Item &item) {
-            return item.known.isMarker() && name.reads(item) && saysYes(item.reading.value);
-        });
-    }
-
-    // ---- Facts about a credential ----
-
-    static bool isMarked(const Part &part, const Item &item) {
-        return part.keystore.markerOf(item, /* isYes= */ true) != nullptr;
-    }
-    static bool isUnmarked(const Part &part, const Item &item) {
-        return !isMarked(part, item) && vek::isInEncryptedForm(item.reading.value);
-    }
-    static bool isTooLong(const Part &part, const Item &item) {
-        const auto found = part.opened.find(item.line);
-        if (isMarked(part, item))
-            return found != part.opened.end() &&
-                   found->second.length > item.known.credential->capacity;
-        return item.reading.value.size() > item.known.credential->capacity;
+        const bool isFromFile = trial.source().origin == KeyOrigin::section;
+        findings.keep({Code::noKey, trial.isKeyNeeded() ? Level::error : Level::warning,
+                       isFromFile ? trial.sourceLine() : 0, isFromFile ? KEY_FILE_KEY : "",
+                       trial.keyProblem()});
     }
 
     // ---- Findings ----
 
-    void judgeItem(Part &part, const Item &item) {
+    void judgeItem(JudgedPart &part, const Item &item) {
         if (item.known.key == nullptr)
             return;
         if (part.keystore.isStrayMarker(item.reading)) {
@@ -307,18 +171,18 @@ private:
         return count <= 2 ? "" : ", and more follow";
     }
 
-    void judgeCredential(Part &part, const Item &item) {
-        if (isUnmarked(part, item))
+    void judgeCredential(JudgedPart &part, const Item &item) {
+        if (part.isUnmarked(item))
             addReading(part, Code::unmarked, item);
-        else if (isMarked(part, item))
+        else if (part.isMarked(item))
             judgeMarked(part, item);
         else
             judgeClear(item);
-        if (isTooLong(part, item))
+        if (part.isTooLong(item))
             addReading(part, Code::tooLong, item);
     }
 
-    void judgeMarked(Part &part, const Item &item) {
+    void judgeMarked(JudgedPart &part, const Item &item) {
         const bool isClear = !item.reading.value.starts_with(vek::LABEL);
         verdict.holdsClearText = verdict.holdsClearText || isClear;
         const auto found = part.opened.find(item.line);
@@ -333,11 +197,11 @@ private:
         }
         switch (found->second.reason) {
         case SVC_PBE_OK:
-            if (verdict.source.isBuiltIn())
+            if (trial.source().isBuiltIn())
                 add(Code::builtInKey, Level::warning, item);
             break;
         case SVC_PBE_AUTHENTICATION_FAILED:
-            addReading(part, Code::otherKey, item, "tried with " + verdict.source.describe());
+            addReading(part, Code::otherKey, item, "tried with " + trial.source().describe());
             break;
         case SVC_PBE_MALFORMED_TEXT:
             addReading(part, Code::damaged, item);
@@ -356,7 +220,7 @@ private:
     }
 
     // A failure that no finding names yet is told as the reader's own.
-    void explain(Part &part, const ReaderRun &reader) {
+    void explain(JudgedPart &part, const ReaderRun &reader) {
         if (!reader.isBad() || reader.handsWrongText || isExplained(part, reader))
             return;
         Finding finding = {Code::reader, Level::error, 0, keyAtFault(reader), ""};
@@ -365,11 +229,11 @@ private:
                 finding.line = item.line;
         finding.detail = resultText(reader);
         part.explained.push_back(finding.key);
-        keep(std::move(finding));
+        findings.keep(std::move(finding));
     }
 
-    bool isExplained(const Part &part, const ReaderRun &reader) const {
-        if (!keyProblem.empty() && hasYesMarker(part, reader.name))
+    bool isExplained(const JudgedPart &part, const ReaderRun &reader) const {
+        if (!trial.keyProblem().empty() && part.hasYesMarker(reader.name))
             return true;
         const std::string key = keyAtFault(reader);
         const bool namesKey = key.find('.') != std::string::npos;
@@ -397,20 +261,15 @@ private:
     }
 
     const FileText &text;
-    KeyRing &keys;
     const CheckRules &rules;
-    Part general;
+    JudgedPart general;
+    ReaderTrial trial;
     std::vector<ReaderRun> failedAtShared; // readers of channels, one for each key
     size_t channelLines = 0;
     Verdict verdict;
+    FindingList findings;
     std::vector<Finding> lineFindings; // in the line that is being read
-    std::vector<Finding> errors;
-    std::vector<Finding> warnings;
-    bool isRefused = false; // by the parser: every reader fails
-    bool sourceIsReadable = true;
-    bool keyIsNeeded = false; // a reader that fails needs it
-    std::string keyProblem;   // why there is no session, or ""
-    SvcPBESession closedSession = {};
+    bool isRefused = false;            // by the parser: every reader fails
 };
 
 } // namespace

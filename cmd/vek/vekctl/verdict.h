@@ -10,28 +10,18 @@
 
 #include "vekctl/file_text.h"
 #include "vekctl/findings.h"
-#include "vekctl/key.h"
+#include "vekctl/reader_trial.h"
 
 #include <vector>
 
 namespace vekctl {
 
-struct CheckRules {
-    bool opens = true;                      // false: values are not opened, and no key is needed
-    const std::string *keyOption = nullptr; // the argument of --key, or null
-};
-
-// How many findings of each level are listed for one file. A file of a log, or of anything else,
-// then costs no more memory than its text.
-inline constexpr size_t LISTED_LIMIT = 1000;
-
 struct Verdict {
     std::vector<Finding> findings; // by line
-    size_t unlistedErrors = 0;     // that came behind the last one listed
-    size_t unlistedWarnings = 0;
-    bool holdsClearText = false; // a credential stands in clear
-    KeySource source;            // the key that serves the file
-    size_t sourceLine = 0;       // where the file names it, or 0
+    size_t unlisted = 0;           // that came behind the last ones listed
+    bool holdsClearText = false;   // a credential stands in clear
+    KeySource source;              // the key that serves the file
+    size_t sourceLine = 0;         // where the file names it, or 0
 };
 
 [[nodiscard]] Verdict judge(const FileText &text, KeyRing &keys, const CheckRules &rules);
