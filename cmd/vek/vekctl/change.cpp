@@ -1,3 +1,6 @@
+/*
+ * change.cpp - opens files, chooses their key, and carries plans out.
+ */
 #include "vekctl/change.h"
 
 #include "ztsvc.h"
@@ -60,9 +63,13 @@ bool Change::open(const std::string &path, OpenedFile *file) {
     }
     FileText text;
     text.take(std::move(content));
-    if (file->lines.take(std::move(text)))
+    return take(std::move(text), &file->lines);
+}
+
+bool Change::take(FileText text, CredentialLines *lines) {
+    if (lines->take(std::move(text)))
         return true;
-    const Problem &problem = file->lines.problem();
+    const Problem &problem = lines->problem();
     told.problem(problem.text, problem.line, problem.key);
     return false;
 }

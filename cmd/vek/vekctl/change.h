@@ -41,6 +41,8 @@ public:
     }
 
     [[nodiscard]] bool open(const std::string &path, OpenedFile *file);
+    // Takes the text of a file.
+    [[nodiscard]] bool take(FileText text, CredentialLines *lines);
 
     // The session for a key source, which the file may name in a line; null when the key cannot be
     // used.

@@ -1,3 +1,6 @@
+/*
+ * change_plan.cpp - plans a change line by line, and proves the new text.
+ */
 #include "vekctl/change_plan.h"
 
 #include "shared/line_words.h"
@@ -136,9 +139,10 @@ bool ChangePlan::open(const KeyLine &credential, CipherSession &key, Secret *cle
     const uint32_t reason = key.restore(credential.reading.value, clearText);
     if (reason == SVC_PBE_OK)
         return true;
-    return fail("does not open with " + key.source().describe() + ": " + textOf(reason) +
-                    "; name its key with --key, or remove the line and use vekctl set",
-                credential);
+    return fail(
+        "does not open with " + key.source().describe() + ": " + textOf(reason) +
+            "; name the key that it was encrypted with, or remove the line and use vekctl set",
+        credential);
 }
 
 bool ChangePlan::isWrittenMarker(const KeyLine &line, CipherSession &key) const {

@@ -85,14 +85,9 @@ private:
     // What is not replaced may lie anywhere.
     bool read(const std::string &path, CredentialLines *lines) {
         FileText text;
-        if (!text.read(path)) {
-            change.report().problem(text.problem());
-            return false;
-        }
-        if (lines->take(std::move(text)))
-            return true;
-        const Problem &problem = lines->problem();
-        change.report().problem(problem.text, problem.line, problem.key);
+        if (text.read(path))
+            return change.take(std::move(text), lines);
+        change.report().problem(text.problem());
         return false;
     }
 
