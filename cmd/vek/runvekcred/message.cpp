@@ -1,3 +1,6 @@
+/*
+ * message.cpp - shows messages with the context of the process.
+ */
 #include "runvekcred/message.h"
 
 namespace runvekcred {

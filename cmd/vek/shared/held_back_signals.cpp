@@ -1,3 +1,6 @@
+/*
+ * held_back_signals.cpp - blocks the signals that end a program, and lets them act.
+ */
 #include "shared/held_back_signals.h"
 
 namespace replacement {

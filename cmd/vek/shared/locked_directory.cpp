@@ -1,3 +1,6 @@
+/*
+ * locked_directory.cpp - names in a directory that is open and locked.
+ */
 #include "shared/locked_directory.h"
 
 #include <cerrno>

@@ -1,3 +1,6 @@
+/*
+ * new_bytes.cpp - room, bytes and sync of a new file.
+ */
 #include "shared/new_bytes.h"
 
 #include <cerrno>

@@ -1,3 +1,7 @@
+/*
+ * credential_lines.cpp - sorts the lines of a file by what they are to the readers
+ * and to runvekcred.
+ */
 #include "vekctl/credential_lines.h"
 
 #include "shared/line_words.h"

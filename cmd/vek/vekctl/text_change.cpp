@@ -1,3 +1,6 @@
+/*
+ * text_change.cpp - puts the new text together from the old one and the changes.
+ */
 #include "vekctl/text_change.h"
 
 #include "shared/line_words.h"

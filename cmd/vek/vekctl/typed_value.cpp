@@ -1,3 +1,6 @@
+/*
+ * typed_value.cpp - reads a value from the terminal, without echo, or from a pipe.
+ */
 #include "vekctl/typed_value.h"
 
 #include "vekctl/error_text.h"
