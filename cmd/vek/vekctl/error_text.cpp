@@ -1,9 +1,12 @@
 /*
- * error_text.cpp - what an error number of the system means, and what to do.
+ * error_text.cpp - the meaning of error numbers, results and reason codes.
  */
 #include "vekctl/error_text.h"
 
+#include "ztvek.h"
+
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 
 namespace vekctl {
@@ -39,6 +42,14 @@ std::string errorText(int errorNumber) {
         if (known.error == errorNumber)
             return known.text;
     return strerror(errorNumber);
+}
+
+std::string codeText(uint32_t code) {
+    const char *const reason =
+        code == SZTU_KEY_NOT_PRESENT ? "the key is not there" : svcPBEReasonText(code);
+    char number[sizeof "0x12345678"];
+    (void)snprintf(number, sizeof number, code > 0xff ? "0x%08x" : "%u", code);
+    return reason == nullptr ? number : std::string(number) + ", as " + reason;
 }
 
 } // namespace vekctl

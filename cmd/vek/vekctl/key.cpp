@@ -6,9 +6,26 @@
 #include "shared.h"
 #include "sztoumaa/built_in_key.h"
 #include "sztoumaa/key_source.h"
+#include "vekctl/error_text.h"
 #include "ztsvc.h"
 
+#include <cerrno>
+#include <sys/stat.h>
+#include <unistd.h>
+
 namespace vekctl {
+
+namespace {
+
+// The service does not say it; another look at the file does.
+std::string whyUnreadable(const std::string &path, const std::string &otherwise) {
+    struct stat status = {};
+    if (stat(path.c_str(), &status) != 0 || access(path.c_str(), R_OK) != 0)
+        return errorText(errno);
+    return S_ISDIR(status.st_mode) ? errorText(EISDIR) : otherwise;
+}
+
+} // namespace
 
 std::string KeySource::describe() const {
     switch (origin) {
@@ -73,12 +90,13 @@ CipherSession::~CipherSession() {
 
 std::string CipherSession::problem() const {
     const char *const text = svcPBEReasonText(openReason);
-    const char *const advice =
-        openReason == SVC_PBE_KEY_FILE_UNREADABLE   ? "; correct its name or its rights"
-        : openReason == SVC_PBE_KEY_FILE_BAD_LENGTH ? "; vekctl keygen makes a key file"
-                                                    : "";
-    return keySource.describe() +
-           " cannot be used: " + (text == nullptr ? "unknown reason" : text) + advice;
+    std::string cause = text == nullptr ? "unknown reason" : text;
+    if (openReason == SVC_PBE_KEY_FILE_UNREADABLE)
+        cause = whyUnreadable(keySource.path, cause);
+    if (openReason == SVC_PBE_KEY_FILE_BAD_LENGTH)
+        cause += "; vekctl keygen makes a key file";
+    const char *const mode = openReason == SVC_PBE_FIPS_NOT_AVAILABLE ? " with FIPS" : "";
+    return keySource.describe() + " cannot be used" + mode + ": " + cause;
 }
 
 uint32_t CipherSession::fingerprint(std::string *text) {

@@ -75,21 +75,21 @@ KeyForm formOf(const std::string &path, size_t contentLength) {
     return contentLength >= HEXADECIMAL_LENGTH ? KeyForm::hexadecimal : KeyForm::base64;
 }
 
-void lookAtRights(const struct stat &status, KeyLook *look) {
+void lookAtRights(const struct stat &status, const std::string &name, KeyLook *look) {
     const bool isWritable = (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
     if (isWritable || (status.st_mode & S_IROTH) != 0)
         look->findings.push_back({Code::keyMode, isWritable ? Level::error : Level::warning, 0, "",
-                                  isWritable ? "they can change it" : "they can read it"});
+                                  (isWritable ? "they can change " : "they can read ") + name});
     if (status.st_uid != 0 && status.st_uid != geteuid())
-        look->findings.push_back({Code::keyOwner, Level::warning, 0, "", ""});
+        look->findings.push_back({Code::keyOwner, Level::warning, 0, "", name});
 }
 
-void lookAtPassphrase(std::string_view content, KeyLook *look) {
+void lookAtPassphrase(std::string_view content, const std::string &name, KeyLook *look) {
     const char *const flaw = flawOf(content);
     if (flaw != nullptr)
-        look->findings.push_back({Code::keyForm, Level::warning, 0, "", flaw});
+        look->findings.push_back({Code::keyForm, Level::warning, 0, "", name + ": " + flaw});
     if (withoutLineEnd(content).size() < SVC_PBE_FIPS_PASSPHRASE_MINIMUM)
-        look->findings.push_back({Code::keyWeak, Level::warning, 0, "", ""});
+        look->findings.push_back({Code::keyWeak, Level::warning, 0, "", name});
 }
 
 } // namespace
@@ -121,11 +121,12 @@ KeyLook lookAtKey(const KeySource &source) {
     const ztm::Descriptor file(open(source.path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     if (!file || fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode))
         return look;
-    lookAtRights(status, &look);
+    const std::string name = "'" + source.path + "'";
+    lookAtRights(status, name, &look);
     const Secret content = contentOf(file.get());
     look.form = formOf(source.path, content.size());
     if (look.form == KeyForm::passphrase)
-        lookAtPassphrase(content.view(), &look);
+        lookAtPassphrase(content.view(), name, &look);
     return look;
 }
 

@@ -2,6 +2,7 @@
  * show.cpp - the command that prints the record which a reader hands to its program.
  */
 #include "vekctl/commands.h"
+#include "vekctl/error_text.h"
 #include "vekctl/loaded_file.h"
 #include "vekctl/suggestion.h"
 
@@ -150,14 +151,10 @@ Outcome showRecord(const Options &options, const std::string &path, Report *repo
     const ReaderResult result =
         file.settings().run(reader, session == nullptr ? &none : session->record(), &records.value);
     if (result.code != SZTU_OK) {
-        const char *const reason = result.code == SZTU_KEY_NOT_PRESENT
-                                       ? "the key is not there"
-                                       : svcPBEReasonText(result.code);
         const auto &items = file.settings().items();
         const auto found = std::ranges::find(items, result.errorKey,
                                              [](const Item &item) { return item.reading.key; });
-        report->problem("its reader fails with " + std::to_string(result.code) +
-                            (reason == nullptr ? "" : std::string(" (") + reason + ")") +
+        report->problem("its reader fails with " + codeText(result.code) +
                             "; 'vekctl check' tells more",
                         found == items.end() ? 0 : found->line, result.errorKey);
         return Outcome::failed;
