@@ -31,12 +31,17 @@ const char *nameOf(KeyOrigin origin) {
     return "built-in";
 }
 
+// A key that an option or the variable names is looked at without a file.
+bool needsNoFile(const Options &options) {
+    return options.files.empty() &&
+           (options.common.key || svcIsEnvironment(vek::KEY_FILE_VARIABLE) != 0);
+}
+
 Outcome tellKey(const Options &options, const std::string &path, KeyRing &keys, Report &report) {
     LoadedFile file;
-    KeySource source;
-    if (options.files.empty() && options.common.key)
-        source = options.common.keySource(/* sectionPath= */ "");
-    else if (!file.load(path, &report) || !file.findSource(options.common, &report, &source))
+    KeySource source = options.common.keySource(/* sectionPath= */ "");
+    if (!needsNoFile(options) &&
+        (!file.load(path, &report) || !file.findSource(options.common, &report, &source)))
         return Outcome::failed;
     const KeyLook look = lookAtKey(source);
     CipherSession &session = keys.session(source);
@@ -55,8 +60,9 @@ Outcome tellKey(const Options &options, const std::string &path, KeyRing &keys, 
         return Outcome::failed;
     }
     report.json()["fingerprint"] = fingerprint;
-    const std::string form = source.isBuiltIn() ? "" : std::string(", ") + nameOf(look.form);
-    report.note(source.describe() + form + ", fingerprint " + fingerprint);
+    const std::string form =
+        source.isBuiltIn() ? "which everybody has who has this program" : nameOf(look.form);
+    report.note(source.describe() + ", " + form + ", fingerprint " + fingerprint);
     for (const Finding &finding : look.findings)
         report.finding(finding);
     return look.findings.empty() ? Outcome::clean : Outcome::findings;
@@ -73,10 +79,9 @@ void addKeyinfo(Program &program) {
     command.work([options] {
         Report report("keyinfo", options->common);
         KeyRing keys(options->common.fips);
-        // A key that is named is looked at without a file.
-        const std::vector<std::string> files = options->files.empty() && options->common.key
-                                                   ? std::vector{*options->common.key}
-                                                   : options->files;
+        std::vector<std::string> files = options->files;
+        if (needsNoFile(*options))
+            files = {options->common.keySource(/* sectionPath= */ "").path};
         return report.overFiles(
             files, [&](const std::string &path) { return tellKey(*options, path, keys, report); });
     });
