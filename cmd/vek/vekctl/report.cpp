@@ -107,6 +107,7 @@ int Report::overFiles(std::vector<std::string> files,
         *fileDocument = {{"file", shown(file)}};
         const size_t outcome = static_cast<size_t>(treatOne(treat));
         overwriteRegisters();
+        std::cout.flush(); // a run that is stopped has told what it changed
         ++counts[outcome];
         (*fileDocument)["outcome"] = OUTCOME_NAMES[outcome];
         if (asJson)

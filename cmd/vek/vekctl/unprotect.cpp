@@ -9,6 +9,7 @@
 
 #include <cerrno>
 #include <fcntl.h>
+#include <sys/stat.h>
 
 namespace vekctl {
 namespace {
@@ -79,7 +80,18 @@ private:
         ChangePlan plan(file.lines, *session);
         if (!planClearText(file.lines, &plan, session))
             return change.refuse(plan);
-        return options.inPlace ? change.carryOut(&file, &plan) : writeOut(&plan);
+        if (!options.inPlace)
+            return writeOut(&plan);
+        const Outcome outcome = change.carryOut(&file, &plan);
+        if (outcome == Outcome::changed)
+            tellOfMode(path);
+        return outcome;
+    }
+
+    void tellOfMode(const std::string &path) {
+        struct stat status = {};
+        if (stat(path.c_str(), &status) == 0 && (status.st_mode & (S_IRGRP | S_IROTH)) != 0)
+            change.report().note("others can read the file; chmod 600 takes that away");
     }
 
     // What is not replaced may lie anywhere.
