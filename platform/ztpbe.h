@@ -57,6 +57,8 @@ enum SvcPBELimits {
     SVC_PBE_SALT_LENGTH = 24,
     /* Longest stored text in characters. */
     SVC_PBE_STORED_LIMIT = 1024,
+    /* Longest clear text in bytes that fits in one with SVC_PBE_ALGORITHM_LATEST. */
+    SVC_PBE_CLEAR_TEXT_LIMIT = 729,
     /* Longest initial key file in bytes. */
     SVC_PBE_KEY_FILE_LIMIT = 4096,
     /* Passphrases are padded with zeros to at least this length. */

@@ -49,7 +49,7 @@ errors:
   type: list
   elements: str
   sample:
-    - "/etc/ztm/keystore.conf:3: pem.password stands in clear; vekctl protect encrypts it [clear]"
+    - "/etc/ztm/keystore.conf:3: pem.password stands in clear: vekctl protect encrypts it [clear]"
 warnings_found:
   description: The findings that are warnings, each with its file and line.
   returned: success

@@ -49,30 +49,9 @@ private:
 
 namespace {
 
-constexpr char NOT_PROVED[] = "the new text does not say the same as the old one; nothing was "
-                              "changed, and this is a fault of "
-                              "vekctl: please report it";
-
-// Why a clear value is not surely the one that was meant, or null.
-const char *doubtIn(const KeyLine &credential) {
-    const std::string_view value = credential.reading.value;
-    const Line &line = credential.line;
-    const char *const behind = value.data() + value.size();
-    const bool isControl = std::any_of(value.begin(), value.end(), [](char character) {
-        return character != '\t' && iscntrl(static_cast<unsigned char>(character)) != 0;
-    });
-    if (behind < line.text.data() + line.text.size() && *behind == '#')
-        return "its value is cut at the \"#\" for the readers; vekctl set stores the one that is "
-               "meant";
-    if (vek::isBlank(value.back()))
-        return "the readers keep the blank behind its value; remove it, or vekctl set stores the "
-               "value that is meant";
-    if (isControl)
-        return "its value holds a control character; vekctl set stores the one that is meant";
-    if (value.size() > credential.name.row->capacity)
-        return "its value is longer than the field of its reader; vekctl set stores a shorter one";
-    return nullptr;
-}
+constexpr char NOT_PROVED[] =
+    "the new text does not say the same as the old one; nothing was changed, and this is a fault "
+    "of vekctl: please report it";
 
 // Walks the lines that are neither credential nor marker, nor the one that names the key file if
 // that changes.
@@ -154,7 +133,8 @@ bool ChangePlan::isWrittenMarker(const KeyLine &line, CipherSession &key) const 
 }
 
 bool ChangePlan::takeClear(const KeyLine &credential, Secret *clearText) {
-    if (const char *const doubt = doubtIn(credential); doubt != nullptr)
+    const char *const doubt = doubtIn(credential.reading, credential.name.row->capacity);
+    if (doubt != nullptr)
         return fail(doubt, credential);
     *clearText = Secret(credential.reading.value);
     return true;
@@ -214,7 +194,8 @@ bool ChangePlan::writeClear(const KeyLine &credential, Secret clearText) {
                        {line.number, text.view().substr(0, length), text.view().substr(length)},
                        {}};
     written.reading = readLine(written.line);
-    if (doubtIn(written) != nullptr || !clearText.equals(written.reading.value))
+    if (doubtIn(written.reading, written.name.row->capacity) != nullptr ||
+        !clearText.equals(written.reading.value))
         return fail("its value cannot stand in clear: the readers would take another one",
                     credential);
     change.replaceValue(line, credential.reading, clearText.view(), Tail::stays);

@@ -89,7 +89,7 @@ int refuseArgument(const CLI::App &program, const CLI::App &command, const std::
 
 int describeFindings() {
     for (const FindingKind &kind : findingKinds())
-        std::cout << kind.name << " " << nameOf(kind.level) << "\n";
+        std::cout << kind.name << " " << nameOf(kind.level) << ": " << kind.text << "\n";
     return STATUS_WELL;
 }
 

@@ -10,6 +10,7 @@
 #include "ztvek.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstring>
 #include <sys/stat.h>
@@ -33,6 +34,9 @@ void readAsReaders(std::string_view content, Reading *reading) {
         reading->kind = LineKind::setting;
         reading->key = line.key;
         reading->value = line.value;
+        reading->isCut = content.substr(static_cast<size_t>(line.value.data() - content.data()))
+                             .substr(line.value.size())
+                             .starts_with('#');
         return;
     case vek::LineKind::noEquals:
         reading->refusal = Refusal::noEquals;
@@ -63,6 +67,23 @@ Reading readLine(const Line &line) {
         reading.writerValue = words.value;
     }
     return reading;
+}
+
+const char *doubtIn(const Reading &credential, size_t capacity) {
+    const std::string_view value = credential.value;
+    if (credential.isCut)
+        return "its value is cut at the \"#\" for the readers; vekctl set stores the one that is "
+               "meant";
+    if (vek::isBlank(value.back()))
+        return "the readers keep the blank behind its value; remove it, or vekctl set stores the "
+               "value that is meant";
+    if (std::ranges::any_of(value, [](char character) {
+            return character != '\t' && iscntrl(static_cast<unsigned char>(character)) != 0;
+        }))
+        return "its value holds a control character; vekctl set stores the one that is meant";
+    if (value.size() > capacity)
+        return "its value is longer than the field of its reader; vekctl set stores a shorter one";
+    return nullptr;
 }
 
 bool FileText::read(const std::string &path) {

@@ -39,11 +39,16 @@ struct Reading {
     Refusal refusal = Refusal::none;
     std::string_view key; // of a setting, as the readers take it; may keep a blank at its end
     std::string_view value;
+    bool isCut = false;         // by a "#": what is behind the value is a comment for the readers
     std::string_view writerKey; // as runvekcred takes it; both empty when it finds no value
     std::string_view writerValue;
 };
 
 [[nodiscard]] Reading readLine(const Line &line);
+
+// Why a credential's clear value is not surely the one that was meant, and what to do; or null.
+// `capacity` is that of its reader's field.
+[[nodiscard]] const char *doubtIn(const Reading &credential, size_t capacity);
 
 // The text of one file, in memory that is wiped.
 class FileText {

@@ -20,13 +20,11 @@ constexpr FindingKind KINDS[] = {
     {Code::unparsable, "unparsable", ERROR, READING, "the readers refuse the whole file"},
     {Code::notText, "not-text", ERROR, SAFETY,
      "the readers take this otherwise than its author meant it"},
-    {Code::clear, "clear", ERROR, SAFETY, "stands in clear; vekctl protect encrypts it"},
+    {Code::clear, "clear", ERROR, SAFETY, "stands in clear"},
     {Code::keptClear, "kept-clear", ERROR, READING,
-     "stands in clear behind a marker that says YES; vekctl protect encrypts it"},
+     "stands in clear behind a marker that says YES"},
     {Code::ambiguous, "ambiguous", ERROR, SAFETY,
-     "stands in clear, and runvekcred takes another value than the readers; vekctl protect "
-     "encrypts "
-     "theirs, vekctl set another one"},
+     "stands in clear, and runvekcred takes another value than the readers"},
     {Code::unmarked, "unmarked", ERROR, READING,
      "is encrypted, but no marker that its reader looks at says YES: the program is given the "
      "encrypted text; vekctl protect sets the marker"},

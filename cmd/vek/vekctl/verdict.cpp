@@ -4,6 +4,7 @@
 #include "vekctl/verdict.h"
 
 #include "vekctl/channel_lines.h"
+#include "vekctl/error_text.h"
 #include "vekctl/finding_list.h"
 #include "vekctl/line_findings.h"
 
@@ -172,13 +173,16 @@ private:
     }
 
     void judgeCredential(JudgedPart &part, const Item &item) {
-        if (part.isUnmarked(item))
+        const bool isUnmarked = part.isUnmarked(item);
+        const bool isMarked = part.isMarked(item);
+        if (isUnmarked)
             addReading(part, Code::unmarked, item);
-        else if (part.isMarked(item))
+        else if (isMarked)
             judgeMarked(part, item);
         else
             judgeClear(item);
-        if (part.isTooLong(item))
+        const bool isClear = !isUnmarked && !isMarked;
+        if (part.isTooLong(item) || (isClear && isTooLongToStore(item)))
             addReading(part, Code::tooLong, item);
     }
 
@@ -187,7 +191,7 @@ private:
         verdict.holdsClearText = verdict.holdsClearText || isClear;
         const auto found = part.opened.find(item.line);
         if (isClear) {
-            addReading(part, Code::keptClear, item);
+            addReading(part, Code::keptClear, item, remedyFor(item, "vekctl protect encrypts it"));
             return;
         }
         if (found == part.opened.end()) {
@@ -201,7 +205,9 @@ private:
                 add(Code::builtInKey, Level::warning, item);
             break;
         case SVC_PBE_AUTHENTICATION_FAILED:
-            addReading(part, Code::otherKey, item, "tried with " + trial.source().describe());
+            addReading(part, Code::otherKey, item,
+                       "tried with " + trial.source().describe() +
+                           "; name the right key, or vekctl set stores the value anew");
             break;
         case SVC_PBE_MALFORMED_TEXT:
             addReading(part, Code::damaged, item);
@@ -216,7 +222,21 @@ private:
         const Reading &reading = item.reading;
         const bool isSame =
             reading.writerKey == reading.key && reading.writerValue == reading.value;
-        add(isSame ? Code::clear : Code::ambiguous, Level::error, item);
+        if (isSame)
+            add(Code::clear, Level::error, item, remedyFor(item, "vekctl protect encrypts it"));
+        else
+            add(Code::ambiguous, Level::error, item,
+                remedyFor(item, "vekctl protect encrypts theirs"));
+    }
+
+    static const char *remedyFor(const Item &clear, const char *protection) {
+        const char *const doubt = doubtIn(clear.reading, clear.known.credential->capacity);
+        return doubt != nullptr          ? doubt
+               : isTooLongToStore(clear) ? "vekctl set stores a shorter one"
+                                         : protection;
+    }
+    static bool isTooLongToStore(const Item &clear) {
+        return clear.reading.value.size() > SVC_PBE_CLEAR_TEXT_LIMIT;
     }
 
     // A failure that no finding names yet is told as the reader's own.
@@ -255,9 +275,7 @@ private:
                    "correct it";
         if (code == SZTU_BAD_ARGUMENTS)
             return "it ends with 2, as it gets no key to decrypt with";
-        const char *const reason = svcPBEReasonText(code);
-        return "it ends with " + std::to_string(code) +
-               (reason == nullptr ? "" : std::string(", as ") + reason);
+        return "it ends with " + codeText(code);
     }
 
     const FileText &text;
