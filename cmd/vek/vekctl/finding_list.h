@@ -18,7 +18,7 @@ class FindingList {
 public:
     void keep(Finding finding);
 
-    // Hands over the first ones by line, errors and warnings together, and how many more there were.
+    // Hands over the first ones by line, errors and warnings together; `unlisted`: how many more.
     [[nodiscard]] std::vector<Finding> take(size_t *unlisted);
 
 private:
