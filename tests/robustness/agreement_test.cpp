@@ -219,14 +219,16 @@ TEST_F(Agreement, HoldsForAllFilesOfAFewLinesBehindCompleteSections) {
         "~vekcred.keyfile = " + otherKey.path,
         "~vekcred.keyfile = /nowhere/at/all",
     };
+    const char *const most = getenv("VEK_AGREEMENT_LINES");
     for (const Lines &sections : {base, filled}) {
-        enumerate(lines, 3, sections, Repeats::none);
+        enumerate(lines, most == nullptr ? 3 : strtoul(most, nullptr, 10), sections, Repeats::none);
         enumerate({lines.begin(), lines.begin() + 24}, 4, sections, Repeats::none);
     }
     // Lines that make the readers refuse the file, and one that begins with a byte order mark.
     lines.insert(lines.end(), {"~just words", "~pem.public = # nothing", "~[pem]",
                                "~; pem.password = x", "~\xef\xbb\xbfpem.fips = yes"});
-    for (const Lines &sections : {Lines(), base, filled})
+    const Lines channel = {"pem.private.channel.shop=k", "pem.public.channel.shop=c"};
+    for (const Lines &sections : {Lines(), channel, base, filled})
         enumerate(lines, 2, sections, Repeats::wanted);
 }
 

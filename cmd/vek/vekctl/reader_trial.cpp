@@ -79,8 +79,6 @@ void ReaderTrial::run(Part *part, bool isOfChannel) {
 // The session that the readers of a section use; not open where they would have none.
 SvcPBESession *ReaderTrial::sessionFor(std::string_view section) {
     closedSession = {};
-    if (!rules.opens)
-        return &closedSession;
     if (!sourceIsReadable) {
         problem = "the readers take none of two lines that name its file";
         return &closedSession;
@@ -110,9 +108,13 @@ void ReaderTrial::runReaders(Part *part, bool isOfChannel) {
     for (ReaderName &name : part->keystore.readers()) {
         if (name.isOfChannel != isOfChannel)
             continue;
-        SvcPBESession *const session =
-            part->hasYesMarker(name) ? sessionFor(name.section) : &closedSession;
+        const bool needsKey = rules.opens && part->hasYesMarker(name);
+        SvcPBESession *const session = needsKey ? sessionFor(name.section) : &closedSession;
         ReaderResult result = part->keystore.run(name, session, &records.value);
+        // A reader opens its session before it looks for the credential.
+        if (needsKey && session == &closedSession && result.code == SZTU_KEY_NOT_PRESENT &&
+            findKey(result.errorKey).isCredential())
+            result.code = SZTU_BAD_ARGUMENTS;
         const bool isWrong = result.code == SZTU_OK && handsWrongText(*part, name, records.value);
         part->readers.push_back({std::move(name), std::move(result), isWrong});
     }
