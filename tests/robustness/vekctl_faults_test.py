@@ -171,7 +171,7 @@ def rekey_killed(count):
             process = subprocess.Popen([VEKCTL, "rekey", "--quiet", "--from", "key", "--to", "next",
                                         *names], cwd=folder)
             try:
-                status = process.wait(timeout=random.uniform(0.005, 0.03 + kills / 200))
+                status = process.wait(timeout=random.uniform(0, 0.004 + kills / 200))
             except subprocess.TimeoutExpired:
                 process.kill()
                 process.wait()
