@@ -1,0 +1,28 @@
+// The allocator. allocation_test refuses it every request; secrets_test looks at what it releases.
+#include "ztsvc.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <gtest/gtest.h>
+
+namespace {
+
+TEST(Memory, IsClearedWhenItIsHandedOut) {
+    constexpr size_t LENGTH = 100;
+    free(strdup(std::string(LENGTH, 'x').c_str())); // the allocator hands this out again
+    void *memory = nullptr;
+    EXPECT_EQ(0U, svcGetMemFn(0, SVC_COMPONENT_VEK, 1, LENGTH, 0, &memory));
+    EXPECT_EQ(std::string(LENGTH, '\0'), std::string(static_cast<char *>(memory), LENGTH));
+    EXPECT_EQ(0U, svcFreeMemFn(0, SVC_COMPONENT_VEK, 1, memory));
+}
+
+TEST(Memory, IsNotHandedOutWithoutAPlaceOrALength) {
+    void *memory = &memory;
+    EXPECT_EQ(SVC_BAD_ARGUMENTS + 0U, svcGetMemFn(0, SVC_COMPONENT_VEK, 1, 1, 0, nullptr));
+    EXPECT_EQ(SVC_BAD_ARGUMENTS + 0U, svcGetMemFn(0, SVC_COMPONENT_VEK, 1, 0, 0, &memory));
+    EXPECT_EQ(nullptr, memory);
+    EXPECT_EQ(0U, svcFreeMemFn(0, SVC_COMPONENT_VEK, 1, nullptr));
+    svcWipe(nullptr, 0);
+}
+
+} // namespace
