@@ -16,6 +16,7 @@ packages_portability=(dpkg-dev qemu-user)
 packages_coverage=(gcovr)
 packages_package=(bash-completion dpkg-dev faketime file lintian locales man-db rpm systemd
     systemd-container)
+packages_machine=(e2fsprogs mmdebstrap qemu-system-x86 swtpm xfsprogs)
 packages_bench=(hyperfine libbenchmark-dev)
 packages_peers=(libglib2.0-dev mawk)
 packages_fips=(dpkg-dev g++ make openssl perl)
