@@ -78,7 +78,8 @@ said=$(starts messages.service)
 is 'a start with a wrong key' 1 "${said%%$'\n'*}"
 is 'what the journal says of it' "pem.password does not open: it was encrypted with another \
 key, or changed: tried with the key file '/run/credentials/vekctl-check.service/initial.key' that \
-ZTS_VEKCRED_KEYFILE names [other-key]" "$(grep -o 'pem.password does.*' <<<"$said")"
+ZTS_VEKCRED_KEYFILE names; name the right key, or vekctl set stores the value anew [other-key]" \
+    "$(grep -o 'pem.password does.*' <<<"$said")"
 does 'it is listed' grep -q vekctl-check.service <(systemctl --failed)
 cp right.cred /etc/ztm/initial.key.cred
 is 'a start with the right key' 0 "$(starts messages.service | head -n 1)"
