@@ -10,10 +10,6 @@
 
 namespace vekctl {
 
-// Letters that must be put in, taken out, changed or swapped with their neighbour to turn one word
-// into the other; upper and lower case are the same letter.
-[[nodiscard]] size_t distance(std::string_view word, std::string_view other);
-
 // The candidate that is nearest to a word, or "" when none is near: two letters, one in a short
 // word.
 [[nodiscard]] std::string nearest(std::string_view word, std::span<const std::string> candidates);
