@@ -1,6 +1,6 @@
 /*
- * sections.h - the keys of each section, as its reader reads them into its record; private to the
- * library and the programs. `reading` has its section list.
+ * sections.h - the reader of each section, key by key into its record; private to the library and
+ * the programs. `reading` has its section list. The names of sections and keys stand in shared.h.
  */
 #ifndef SZTOUMAA_SECTIONS_H
 #define SZTOUMAA_SECTIONS_H
