@@ -67,14 +67,15 @@ public:
     // Proves the plan and lists what it does in the document.
     [[nodiscard]] bool prove(ChangePlan *plan, const Secret &text);
 
+    // Whether a key source has the key of a session, or cannot be looked at from here.
+    [[nodiscard]] bool mayHold(const KeySource &source, CipherSession *session);
+
     // The exit status of a run: 2 when a file had no key.
     [[nodiscard]] int status(int ofFiles) const {
         return keyIsMissing ? STATUS_USAGE : ofFiles;
     }
 
 private:
-    // Whether a key source has the key of a session, or cannot be looked at from here.
-    [[nodiscard]] bool mayHold(const KeySource &source, CipherSession *session);
     [[nodiscard]] bool checkNamedKey(const CredentialLines &lines, CipherSession *session);
     void tellDeeds(const ChangePlan &plan);
 

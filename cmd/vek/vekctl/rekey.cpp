@@ -26,6 +26,11 @@ public:
             change.report().problem("--from and --to are the same key; nothing was changed");
             return STATUS_USAGE;
         }
+        if (!options.keyFile.empty() && !change.mayHold({KeyOrigin::option, options.keyFile}, to)) {
+            change.report().problem(
+                "--set-keyfile names another key than --to; nothing was changed");
+            return STATUS_USAGE;
+        }
         return change.report().overFiles(options.files,
                                          [this](const std::string &path) { return rekey(path); });
     }
