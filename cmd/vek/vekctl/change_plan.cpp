@@ -198,8 +198,10 @@ bool ChangePlan::writeClear(const KeyLine &credential, Secret clearText) {
         !clearText.equals(written.reading.value))
         return fail("its value cannot stand in clear: the readers would take another one",
                     credential);
-    change.replaceValue(line, credential.reading, clearText.view(), Tail::stays);
-    done.push_back({line.number, credential.name.key(), "in clear"});
+    if (credential.isStored() || credential.isHidden()) {
+        change.replaceValue(line, credential.reading, clearText.view(), Tail::stays);
+        done.push_back({line.number, credential.name.key(), "in clear"});
+    }
     expectations.push_back(
         {credential.name, std::move(clearText), /* isStored= */ false, Marking::none});
     return true;
