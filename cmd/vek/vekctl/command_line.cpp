@@ -31,7 +31,8 @@ Another password, which is asked for and may hold blanks; another key:
   vekctl set keystore.conf pem.password
   vekctl keygen next.key
   vekctl rekey --from initial.key --to next.key --set-keyfile next.key keystore.conf
-'vekctl help COMMAND' has the options.)";
+Other lines of the file: any editor. Exit status: 0 done, or all is well; 1 findings, or a file
+that could not be treated; 2 wrong usage. 'vekctl help COMMAND' has the options.)";
 
 std::vector<const CLI::App *> allCommands(const CLI::App &program) {
     return program.get_subcommands([](const CLI::App *) { return true; });
@@ -170,7 +171,7 @@ void Command::work(std::function<int()> function) {
 
 int runCommandLine(int argumentCount, char **arguments) {
     CLI::App parser(DESCRIPTION, "vekctl");
-    parser.set_help_flag("--help", "Describes the program or a command.");
+    parser.set_help_flag("-h,--help", "Describes the program or a command.");
     parser.set_version_flag("--version", "vekctl " VEK_VERSION, "Shows the version.");
     parser.require_subcommand(0, 1);
     Program program = {parser, {}};

@@ -27,7 +27,7 @@ constexpr ErrorText ERROR_TEXTS[] = {
     {EDQUOT, "the disk quota is used up; make room and run again"},
     {EFBIG, "the file size limit is too low; raise it (ulimit -f) and run again"},
     {EROFS, "the file system is read-only; remount it for writing"},
-    {EACCES, "no right to do it; run as the owner of the file"},
+    {EACCES, "there is no right to do it; run as the owner of the file and its folder, or as root"},
     {EPERM,
      "the system forbids it; run as the owner, and see lsattr for an immutable file or folder"},
     {ELOOP, "too many symbolic links; name the file itself"},

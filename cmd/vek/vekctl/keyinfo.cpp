@@ -81,7 +81,7 @@ void addKeyinfo(Program &program) {
         KeyRing keys(options->common.fips);
         std::vector<std::string> files = options->files;
         if (needsNoFile(*options))
-            files = {options->common.keySource(/* sectionPath= */ "").path};
+            files = {options->common.key ? *options->common.key : getenv(vek::KEY_FILE_VARIABLE)};
         return report.overFiles(
             files, [&](const std::string &path) { return tellKey(*options, path, keys, report); });
     });

@@ -186,9 +186,12 @@ bool SafeReplacement::openFolder() {
     if (fstat(folder->descriptor(), &status) != 0)
         return fail("its folder cannot be opened; run as the owner of the file");
     if (status.st_uid != 0 && status.st_uid != geteuid())
-        return fail("its folder belongs to another user; run as its owner");
+        return fail(
+            "its folder belongs to another user; run as its owner, who must own the file too");
     if ((status.st_mode & OTHERS_WRITE) != 0)
-        return fail("others can write to its folder; take that right away (chmod go-w)");
+        return fail("others can write to its folder; move it to one that only its owner can write "
+                    "to, or take "
+                    "that right away (chmod go-w)");
     if (flock(folder->descriptor(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)
         return fail("another program keeps its folder locked; run again when that has ended");
     return true;

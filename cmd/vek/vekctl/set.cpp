@@ -41,7 +41,10 @@ private:
             return Outcome::failed;
         if (!planValue(file.lines, &plan, std::move(value)))
             return change.refuse(plan);
-        return change.carryOut(&file, &plan);
+        const Outcome outcome = change.carryOut(&file, &plan);
+        if (outcome != Outcome::failed)
+            change.tellOfKey(file.lines, /* named= */ "", session, "vekctl protect --name-key");
+        return outcome;
     }
 
     // One file, one key: what is there already must open.
