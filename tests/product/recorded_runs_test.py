@@ -32,7 +32,8 @@ RECORD = re.compile(r"20\d\d(?:-\d\d){2}T\d\d(?::\d\d){2}\.\d{6}Z \d+\.\d+ "
 DETAILS = re.compile(r" *[<>] 16:(22\d|23[1-8]|24[1-3])\b.*\n| *Read config line: .*\n|"
                      r".* (Getting key|Config file does not contain) .*\n")
 KEYS = {"key": "a key of exactly thirty-two byte", "other": "another key of that many bytes..",
-        "key.txt": "ab" * 32 + "\n", "weak": "short\n", "flaw": "a" * 63, "open": "o" * 32}
+        "key.txt": "ab" * 32 + "\n", "weak": "short\n", "flaw": "a" * 63, "long": "a" * 65,
+        "open": "o" * 32}
 
 
 def shortened(line):

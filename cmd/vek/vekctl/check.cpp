@@ -9,6 +9,7 @@
 #include "vekctl/verdict.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <sys/stat.h>
@@ -52,9 +53,10 @@ private:
         for (const Finding &finding : verdict.findings)
             report.finding(finding);
         if (verdict.findings.empty() && options.files.size() <= 1)
-            report.note(options.noOpen
-                            ? "no findings in the text; no value was opened"
-                            : "no findings: every credential is encrypted, and its reader gets it");
+            report.note(
+                options.noOpen
+                    ? "no findings in the text; no value was opened"
+                    : "no findings: every credential is encrypted, and opens for this user");
         if (verdict.unlisted > 0) {
             report.json()["unlisted"] = verdict.unlisted;
             report.note(std::to_string(verdict.unlisted) + " more findings are not listed");
@@ -89,7 +91,10 @@ private:
             add(Code::fileMode, "they can write it; chmod go-w takes that away");
         else if (verdict->holdsClearText && (status.st_mode & S_IROTH) != 0)
             add(Code::fileMode, "they can read a credential; chmod o-r takes that away");
-        for (const std::string &beside : {path + ".bak", temporaryPathOf(path)})
+        // vekctl replaces what a link names, runvekcred the link.
+        std::error_code error;
+        const std::string target = std::filesystem::canonical(path, error);
+        for (const std::string &beside : {path + ".bak", temporaryPathOf(target)})
             if (access(beside.c_str(), F_OK) == 0)
                 add(Code::leftover, shown(beside));
     }

@@ -74,6 +74,8 @@ const char *doubtIn(const Reading &credential, size_t capacity) {
     if (credential.isCut)
         return "its value is cut at the \"#\" for the readers; vekctl set stores the one that is "
                "meant";
+    if (value.starts_with(vek::LABEL))
+        return "its value begins like an encrypted one; vekctl set stores the one that is meant";
     if (vek::isBlank(value.back()))
         return "the readers keep the blank behind its value; remove it, or vekctl set stores the "
                "value that is meant";

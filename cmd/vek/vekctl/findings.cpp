@@ -43,15 +43,16 @@ constexpr FindingKind KINDS[] = {
     {Code::noKey, "no-key", ERROR, READING, "the readers have no initial key"},
     {Code::reader, "reader", ERROR, READING, "the reader of the section fails"},
     {Code::lookAlike, "look-alike", ERROR, SAFETY,
-     "only begins like a credential or a marker; runvekcred takes it for one"},
+     "only begins like a credential or a marker; runvekcred takes it for one; correct or remove "
+     "it"},
     {Code::unknownKey, "unknown-key", WARNING, SAFETY, "is known to no reader"},
     {Code::comment, "comment", WARNING, SAFETY,
      "a comment holds what looks like a credential in clear; remove it"},
     {Code::strayMarker, "stray-marker", WARNING, SAFETY,
-     "is a marker that no reader looks at; remove it"},
+     "is a marker that no reader looks at, or of no credential; remove it"},
     {Code::builtInKey, "built-in-key", WARNING, SAFETY,
-     "opens with the built-in key, which everybody has who has this program; vekctl rekey changes "
-     "it"},
+     "opens with the built-in key, which everybody has who has this program; vekctl rekey --from "
+     "built-in changes it"},
     {Code::keyMode, "key-mode", WARNING, SAFETY,
      "others than its owner have rights on the key file; chmod 600 takes them away"},
     {Code::keyOwner, "key-owner", WARNING, SAFETY,

@@ -115,7 +115,8 @@ private:
         }
         if (!reading.writerKey.empty() && takenByWriter(reading.writerKey) != nullptr) {
             const std::string meant = meantKey(shownKey(key));
-            add(Code::lookAlike, Level::error, shownKey(key), suggestion(meant));
+            add(Code::lookAlike, Level::error, shownKey(key),
+                meant == key ? "" : suggestion(meant));
             return;
         }
         const std::string meant = meantKey(shownKey(key));

@@ -16,6 +16,8 @@ namespace vekctl {
 
 namespace {
 
+constexpr char PROTECTION[] = "vekctl protect encrypts it";
+
 // A part, and the keys of its errors of reading that were found.
 struct JudgedPart : Part {
     std::vector<std::string> explained;
@@ -89,10 +91,10 @@ private:
         Line line;
         while (text.next(&line)) {
             const Reading reading = readLine(line);
-            if (reading.kind == LineKind::refused)
-                refuse(line, reading.refusal);
             findInLine(line, reading, &lineFindings);
             keepLineFindings();
+            if (reading.kind == LineKind::refused)
+                refuse(line, reading.refusal);
             general.keystore.add(line, reading);
             channelLines += findKey(reading.key).isOfChannel ? 1 : 0;
         }
@@ -151,10 +153,9 @@ private:
     void judgeItem(JudgedPart &part, const Item &item) {
         if (item.known.key == nullptr)
             return;
-        if (part.keystore.isStrayMarker(item.reading)) {
-            add(Code::strayMarker, Level::warning, item);
-            return;
-        }
+        const bool isAlone = item.known.isMarker() && part.keystore.credentialOf(item) == nullptr;
+        if (part.keystore.isStrayMarker(item.reading) || (isAlone && !hurtsReader(part, item)))
+            return add(Code::strayMarker, Level::warning, item);
         const Item &first = *std::ranges::find_if(part.keystore.items(), [&](const Item &other) {
             return other.reading.key == item.reading.key;
         });
@@ -190,10 +191,10 @@ private:
         const bool isClear = !item.reading.value.starts_with(vek::LABEL);
         verdict.holdsClearText = verdict.holdsClearText || isClear;
         const auto found = part.opened.find(item.line);
-        if (isClear) {
-            addReading(part, Code::keptClear, item, remedyFor(item, "vekctl protect encrypts it"));
-            return;
-        }
+        if (isClear && hurtsReader(part, item))
+            return addReading(part, Code::keptClear, item, remedyFor(item, PROTECTION));
+        if (isClear)
+            return add(Code::clear, Level::error, item, remedyFor(item, PROTECTION));
         if (found == part.opened.end()) {
             if (!vek::isInEncryptedForm(item.reading.value))
                 addReading(part, Code::damaged, item);
@@ -207,7 +208,7 @@ private:
         case SVC_PBE_AUTHENTICATION_FAILED:
             addReading(part, Code::otherKey, item,
                        "tried with " + trial.source().describe() +
-                           "; name the right key, or vekctl set stores the value anew");
+                           "; name the right key, or remove the line and use vekctl set");
             break;
         case SVC_PBE_MALFORMED_TEXT:
             addReading(part, Code::damaged, item);
@@ -223,10 +224,10 @@ private:
         const bool isSame =
             reading.writerKey == reading.key && reading.writerValue == reading.value;
         if (isSame)
-            add(Code::clear, Level::error, item, remedyFor(item, "vekctl protect encrypts it"));
+            add(Code::clear, Level::error, item, remedyFor(item, PROTECTION));
         else
             add(Code::ambiguous, Level::error, item,
-                remedyFor(item, "vekctl protect encrypts theirs"));
+                remedyFor(item, "vekctl protect encrypts what the readers take"));
     }
 
     static const char *remedyFor(const Item &clear, const char *protection) {
