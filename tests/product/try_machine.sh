@@ -73,7 +73,8 @@ refuses() {
     start >"$scratch/err"
     is "$1 is refused" '1 0' "$(head -n 1 err) $(grep -c '^password = ' err)"
     is "$1: the journal" 1 "$(grep -cF "$2" err)"
-    printf '%s, %s: %s\n' "$step" "$1" "$(grep -m 1 -E '^Failed|^Decryption|digest|does not' err)"
+    printf '%s, %s: %s\n' "$step" "$1" \
+        "$(grep -m 1 -E '^Failed to (det|load)|^Decryption|digest|does not' err)"
 }
 seal() {
     for kind in "${seals[@]}"; do
