@@ -7,7 +7,9 @@ namespace {
 
 using std::string;
 
-TEST(Lookup, LeavesNoIntegerUnsetAndRefusesAnEmptyKey) {
+TEST(Lookup, LeavesNoIntegerUnsetAndRefusesAnEmptyName) {
+    SztuList *none = nullptr;
+    EXPECT_EQ(2U, vek::loadSection("/dev/null", &none, "", /* reportErrors= */ 0));
     SztuList *const list = loaded("x.k=1", "x");
     int32_t number = -9;
     EXPECT_EQ(1U, vek::getInt(list, nullptr, "j", &number));
