@@ -134,6 +134,8 @@ TEST_F(Folder, RefusesAndTellsWhy) {
     };
     for (const auto &row : rows) {
         row.prepare();
+        if (IsSkipped())
+            return;
         const size_t before = names();
         EXPECT_NE(std::string::npos, replace(folder / row.name).find(row.reason)) << row.reason;
         EXPECT_EQ(OLD, contentOf(file));
