@@ -78,23 +78,31 @@ def compare(name, model, real):
                                              lineterm=""))
 
 
+def compare_with_runs():
+    success, behind_failure = labels()
+    compare("a run that succeeds", success, calls_of("pem.password = secret"))
+    refused = success.index("rt_sigpending") + 2  # after the file is read
+    compare("a run that fails", success[:refused] + behind_failure,
+            calls_of("pem.password = " + 900 * "x"))
+
+
 def main():
     if not shutil.which("spin"):
         print("skipped: needs spin")
         return SKIPPED
+    is_seen = os.geteuid() == 0
     with tempfile.TemporaryDirectory() as folder:
         os.chdir(folder)
         for option, is_kept in EXPLORATIONS.items():
             explore(option, is_kept)
-        success, behind_failure = labels()
-        compare("a run that succeeds", success, calls_of("pem.password = secret"))
-        refused = success.index("rt_sigpending") + 2  # after the file is read
-        compare("a run that fails", success[:refused] + behind_failure,
-                calls_of("pem.password = " + 900 * "x"))
+        if is_seen:
+            compare_with_runs()
         os.chdir("/")
     for failure in failures:
         print(failure)
-    return 1 if failures else 0
+    if not is_seen:
+        print("skipped: only root sees the arguments of a program that hides its memory")
+    return 1 if failures else 0 if is_seen else SKIPPED
 
 
 if __name__ == "__main__":

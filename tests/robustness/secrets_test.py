@@ -214,6 +214,7 @@ def run_vekctl(folder, row, environment):
 
 
 def main():
+    os.umask(0o022)  # others who can write a key are a finding
     too_long = b"pem.password2 = " + TOO_LONG + b"\n"
     keyfile = b"vekcred.keyfile = key\n"
     rows = [
