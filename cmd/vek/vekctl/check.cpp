@@ -93,7 +93,8 @@ private:
             add(Code::fileMode, "they can read a credential; chmod o-r takes that away");
         // vekctl replaces what a link names, runvekcred the link.
         std::error_code error;
-        const std::string target = std::filesystem::canonical(path, error);
+        const bool isLink = std::filesystem::is_symlink(path, error);
+        const std::string target = isLink ? std::filesystem::canonical(path, error).string() : path;
         for (const std::string &beside : {path + ".bak", temporaryPathOf(target)})
             if (access(beside.c_str(), F_OK) == 0)
                 add(Code::leftover, shown(beside));
