@@ -99,12 +99,12 @@ bool Change::mayHold(const KeySource &source, CipherSession *session) {
 }
 
 void Change::tellOfKey(const CredentialLines &lines, const std::string &named,
-                       CipherSession *session, const char *option) {
+                       CipherSession *session, const char *option, bool holdsValues) {
     const KeySource chosen = chooseKeySource(
         /* option= */ nullptr, named.empty() ? lines.keyFile() : absolutePath(named));
     CipherSession &found = keys.session(chosen);
     const bool isUsable = found.reason() == SVC_PBE_OK;
-    const bool isFound = lines.credentials().empty() || (isUsable && isSameKey(session, &found));
+    const bool isFound = !holdsValues || (isUsable && isSameKey(session, &found));
     told.json()["found"] = isFound;
     if (isFound)
         return;

@@ -56,9 +56,10 @@ public:
     }
     // Says whether the readers choose the key of the session themselves, and what they need when
     // they do not. `named` is the key file that vekcred.keyfile names from now on, "" for the one
-    // that it named before; `option` is the one that writes it.
+    // that it named before; `option` is the one that writes it. A file that holds no value needs
+    // no key.
     void tellOfKey(const CredentialLines &lines, const std::string &named, CipherSession *session,
-                   const char *option);
+                   const char *option, bool holdsValues);
 
     // Refuses with the plan's problem.
     [[nodiscard]] Outcome refuse(const ChangePlan &plan);

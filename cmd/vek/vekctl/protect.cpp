@@ -77,7 +77,7 @@ private:
         if (outcome == Outcome::failed)
             return outcome;
         change.tellOfKey(file.lines, options.nameKey ? *options.common.key : "", session,
-                         "--name-key");
+                         "--name-key", !file.lines.credentials().empty());
         return tellOfTheRest(file.lines) ? Outcome::findings : outcome;
     }
 

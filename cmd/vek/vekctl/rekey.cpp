@@ -55,7 +55,7 @@ private:
             if (!line.isStored() && !lines.mayBeWrittenMarker(line))
                 change.report().note("stands in clear as before; vekctl protect encrypts it",
                                      line.line.number, line.name.key());
-        change.tellOfKey(lines, options.keyFile, to, "--set-keyfile");
+        change.tellOfKey(lines, options.keyFile, to, "--set-keyfile", !lines.credentials().empty());
     }
 
     bool planValues(const CredentialLines &lines, ChangePlan *plan) {

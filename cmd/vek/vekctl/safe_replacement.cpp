@@ -190,8 +190,7 @@ bool SafeReplacement::openFolder() {
             "its folder belongs to another user; run as its owner, who must own the file too");
     if ((status.st_mode & OTHERS_WRITE) != 0)
         return fail("others can write to its folder; move it to one that only its owner can write "
-                    "to, or take "
-                    "that right away (chmod go-w)");
+                    "to, or take that right away (chmod go-w)");
     if (flock(folder->descriptor(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)
         return fail("another program keeps its folder locked; run again when that has ended");
     return true;

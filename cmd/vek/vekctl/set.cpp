@@ -43,7 +43,8 @@ private:
             return change.refuse(plan);
         const Outcome outcome = change.carryOut(&file, &plan);
         if (outcome != Outcome::failed)
-            change.tellOfKey(file.lines, /* named= */ "", session, "vekctl protect --name-key");
+            change.tellOfKey(file.lines, /* named= */ "", session, "vekctl protect --name-key",
+                             /* holdsValues= */ true);
         return outcome;
     }
 
