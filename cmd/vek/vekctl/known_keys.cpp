@@ -19,16 +19,21 @@ namespace {
 
 constexpr std::string_view CHANNEL_PART = vek::CHANNEL_PART;
 
-// The library's table with the lengths of its texts, which a file of many lines asks for often.
+constexpr size_t numberOf(std::string_view section) {
+    return static_cast<size_t>(std::ranges::find(vek::SECTIONS, section) - vek::SECTIONS);
+}
+
+// The library's table, measured: a file of many lines asks for it often.
 struct MeasuredKey {
     const vek::Key *key = nullptr;
-    std::string_view section, name;
+    size_t section = 0;
+    std::string_view name;
 };
 
 constexpr auto measureKeys() {
     std::array<MeasuredKey, std::size(vek::KEYS)> keys;
     for (size_t i = 0; i < keys.size(); ++i)
-        keys[i] = {&vek::KEYS[i], vek::KEYS[i].section, vek::KEYS[i].name};
+        keys[i] = {&vek::KEYS[i], numberOf(vek::KEYS[i].section), vek::KEYS[i].name};
     return keys;
 }
 
@@ -89,7 +94,7 @@ const char *sectionOf(std::string_view key, std::string_view *name) {
         return nullptr;
     (void)key.copy(text, key.size());
     for (const char *const section : vek::SECTIONS) {
-        const int32_t length = vek::matchPrefix(text, section);
+        const int32_t length = key.starts_with(section) ? vek::matchPrefix(text, section) : 0;
         if (length == 0)
             continue;
         *name = key.substr(static_cast<size_t>(length));
@@ -103,7 +108,7 @@ KnownKey findKey(std::string_view key) {
     const char *const sectionFound = sectionOf(key, &name);
     if (sectionFound == nullptr)
         return {};
-    const std::string_view section = sectionFound;
+    const size_t section = numberOf(sectionFound);
     for (const MeasuredKey &measured : MEASURED_KEYS) {
         if (section != measured.section || !name.starts_with(measured.name))
             continue;
