@@ -108,9 +108,8 @@ private:
 
 } // namespace
 
-void addCheck(Program &program) {
+void addCheck(Command &command) {
     const auto options = std::make_shared<Options>();
-    Command command(program, "check", "Tells of every credential whether the readers get it.");
     command.commonOptions(&options->common);
     command.operands("FILE", &options->files, Need::optional,
                      "keystore.conf, or \"-\"; else the standard place");

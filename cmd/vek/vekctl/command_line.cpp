@@ -34,6 +34,24 @@ Another password, which is asked for and may hold blanks; another key:
 Other lines of the file: any editor. Exit status: 0 done, or all is well; 1 findings, or a file
 that could not be treated; 2 wrong usage. 'vekctl help COMMAND' has the options.)";
 
+struct CommandKind {
+    const char *name;
+    const char *description;
+    void (*add)(Command &command);
+};
+
+constexpr CommandKind COMMANDS[] = {
+    {"keygen", "Makes an initial key file: 32 random bytes, mode 0600.", addKeygen},
+    {"protect", "Encrypts the credentials that stand in clear.", addProtect},
+    {"check", "Tells of every credential whether the readers get it.", addCheck},
+    {"set", "Stores one credential, from the terminal or from standard input.", addSet},
+    {"get", "Prints one credential.", addGet},
+    {"rekey", "Moves files to another initial key; may be run again.", addRekey},
+    {"unprotect", "Writes a file with its credentials in clear.", addUnprotect},
+    {"show", "Prints the record of a section, credentials hidden.", addShow},
+    {"keyinfo", "Tells which initial key is in force, and its flaws.", addKeyinfo},
+};
+
 std::vector<const CLI::App *> allCommands(const CLI::App &program) {
     return program.get_subcommands([](const CLI::App *) { return true; });
 }
@@ -118,6 +136,21 @@ void addHelp(Program &program) {
     command.work([&program, topic] { return describe(program.parser, *topic); });
 }
 
+// Where the first argument is a command, no other one is made: all of them together take a good
+// part of the time of a check.
+void addCommands(Program &program, std::string_view first) {
+    const bool isCommand =
+        std::ranges::any_of(COMMANDS, [&](const CommandKind &kind) { return kind.name == first; });
+    for (const CommandKind &kind : COMMANDS) {
+        if (isCommand && kind.name != first)
+            continue;
+        Command command(program, kind.name, kind.description);
+        kind.add(command);
+    }
+    if (!isCommand)
+        addHelp(program);
+}
+
 } // namespace
 
 Command::Command(Program &itsProgram, const char *name, const char *description)
@@ -175,16 +208,7 @@ int runCommandLine(int argumentCount, char **arguments) {
     parser.set_version_flag("--version", "vekctl " VEK_VERSION, "Shows the version.");
     parser.require_subcommand(0, 1);
     Program program = {parser, {}};
-    addKeygen(program);
-    addProtect(program);
-    addCheck(program);
-    addSet(program);
-    addGet(program);
-    addRekey(program);
-    addUnprotect(program);
-    addShow(program);
-    addKeyinfo(program);
-    addHelp(program);
+    addCommands(program, argumentCount > 1 ? arguments[1] : "");
     parser.footer(FIRST_STEPS); // a command that is added later would have it too
     try {
         parser.parse(argumentCount, arguments);

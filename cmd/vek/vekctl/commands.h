@@ -1,12 +1,11 @@
 /*
  * commands.h - how a command comes onto the command line.
  *
- * Each command has a file of its own with one function add...(), which is called before the
- * arguments are read. It declares the command with its operands, options and work:
+ * Each command has a row in the table of command_line.cpp and a file of its own with one function
+ * add...(), which is called before the arguments are read. It declares operands, options and work:
  *
- *   void addCheck(Program &program) {
+ *   void addCheck(Command &command) {
  *       const auto options = std::make_shared<Options>();
- *       Command command(program, "check", "...");
  *       command.commonOptions(&options->common);
  *       command.operands("FILE", &options->files, "...");
  *       command.work([options] { return check(*options); });
@@ -63,15 +62,15 @@ private:
     CLI::App &parser;
 };
 
-void addCheck(Program &program);
-void addGet(Program &program);
-void addKeygen(Program &program);
-void addKeyinfo(Program &program);
-void addProtect(Program &program);
-void addRekey(Program &program);
-void addSet(Program &program);
-void addShow(Program &program);
-void addUnprotect(Program &program);
+void addCheck(Command &command);
+void addGet(Command &command);
+void addKeygen(Command &command);
+void addKeyinfo(Command &command);
+void addProtect(Command &command);
+void addRekey(Command &command);
+void addSet(Command &command);
+void addShow(Command &command);
+void addUnprotect(Command &command);
 
 } // namespace vekctl
 

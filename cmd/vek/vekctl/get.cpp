@@ -88,9 +88,8 @@ private:
 
 } // namespace
 
-void addGet(Program &program) {
+void addGet(Command &command) {
     const auto options = std::make_shared<Options>();
-    Command command(program, "get", "Prints one credential.");
     command.keyOptions(&options->common);
     command.operand("FILE", &options->file, Need::required, "keystore.conf");
     command.operand("KEY", &options->key, Need::required, "the whole key, as pem.password");

@@ -79,9 +79,8 @@ Outcome makeKey(const std::string &path, Report &report) {
 
 } // namespace
 
-void addKeygen(Program &program) {
+void addKeygen(Command &command) {
     const auto options = std::make_shared<Options>();
-    Command command(program, "keygen", "Makes an initial key file: 32 random bytes, mode 0600.");
     command.outputOptions(&options->common);
     command.operands("FILE", &options->files, Need::required, "the new file");
     command.work([options] {

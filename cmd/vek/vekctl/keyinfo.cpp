@@ -70,9 +70,8 @@ Outcome tellKey(const Options &options, const std::string &path, KeyRing &keys, 
 
 } // namespace
 
-void addKeyinfo(Program &program) {
+void addKeyinfo(Command &command) {
     const auto options = std::make_shared<Options>();
-    Command command(program, "keyinfo", "Tells which initial key is in force, and its flaws.");
     command.commonOptions(&options->common);
     command.operands("FILE", &options->files, Need::optional,
                      "keystore.conf; else the standard place");

@@ -111,9 +111,8 @@ private:
 
 } // namespace
 
-void addProtect(Program &program) {
+void addProtect(Command &command) {
     const auto options = std::make_shared<ChangeOptions>();
-    Command command(program, "protect", "Encrypts the credentials that stand in clear.");
     command.commonOptions(&options->common);
     command.operands("FILE", &options->files, Need::optional,
                      "the files; none: the standard place");

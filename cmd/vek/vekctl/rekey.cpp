@@ -90,9 +90,8 @@ private:
 
 } // namespace
 
-void addRekey(Program &program) {
+void addRekey(Command &command) {
     const auto options = std::make_shared<RekeyOptions>();
-    Command command(program, "rekey", "Moves files to another initial key; may be run again.");
     command.commonOptions(&options->common);
     command.operands("FILE", &options->files, Need::optional,
                      "the files; none: the standard place");

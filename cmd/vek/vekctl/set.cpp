@@ -93,10 +93,8 @@ private:
 
 } // namespace
 
-void addSet(Program &program) {
+void addSet(Command &command) {
     const auto options = std::make_shared<SetOptions>();
-    Command command(program, "set",
-                    "Stores one credential, from the terminal or from standard input.");
     command.commonOptions(&options->common);
     command.operand("FILE", &options->file, Need::required, "the file");
     command.operand("KEY", &options->key, Need::required,

@@ -183,9 +183,8 @@ int show(const Options &options) {
 
 } // namespace
 
-void addShow(Program &program) {
+void addShow(Command &command) {
     const auto options = std::make_shared<Options>();
-    Command command(program, "show", "Prints the record of a section, credentials hidden.");
     command.commonOptions(&options->common);
     command.operand("SECTION", &options->section, Need::required,
                     "cms, crl, ocsp, pem, pkcs11 or vekcred");

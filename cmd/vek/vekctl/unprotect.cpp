@@ -140,9 +140,8 @@ void checkOptions(const UnprotectOptions &options) {
 
 } // namespace
 
-void addUnprotect(Program &program) {
+void addUnprotect(Command &command) {
     const auto options = std::make_shared<UnprotectOptions>();
-    Command command(program, "unprotect", "Writes a file with its credentials in clear.");
     command.commonOptions(&options->common);
     command.operands("FILE", &options->files, Need::optional, "the file; none: the standard place",
                      /* most= */ 1);
