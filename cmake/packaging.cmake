@@ -32,6 +32,9 @@ set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_SOURCE_DIR}/cmake/package-extras.cmake)
 set(CPACK_POST_BUILD_SCRIPTS ${CMAKE_SOURCE_DIR}/cmake/package-modes.cmake)
 set(CPACK_VEK_LIBDIR ${CMAKE_INSTALL_LIBDIR})
 set(CPACK_VEK_CONTAINED CLI11=${CLI11_VERSION} nlohmann_json=${nlohmann_json_VERSION})
+if(VEK_STATIC_RUNTIME)
+  list(APPEND CPACK_VEK_CONTAINED libstdc++=${CMAKE_CXX_COMPILER_VERSION})
+endif()
 
 # A program that links the library depends on the version that it was built with, or a later one.
 set(control ${CMAKE_SOURCE_DIR}/cmake/debian)

@@ -19,9 +19,9 @@ exported() {
     nm -D --defined-only "$VEK_BUILD/lib64/$1" | sed -n 's/^[0-9a-f]* [TDBRV] \([^@]*\).*/\1/p'
 }
 
-# dynamic FILE TAG lists the values of one tag in the dynamic section.
+# dynamic FILE TAG lists the values of one tag in the dynamic section, less the dynamic linker.
 dynamic() {
-    readelf -dW "$VEK_BUILD/$1" | sed -n "s/.*($2).*\[\(.*\)\]/\1/p"
+    readelf -dW "$VEK_BUILD/$1" | sed -n "s/.*($2).*\[\(.*\)\]/\1/p" | grep -v '^ld[-0-9]'
 }
 
 platform=$VEK_SOURCE/platform
@@ -34,7 +34,7 @@ while read -r file runpath needed; do
     same "run path of $file" "$runpath" "$(dynamic "$file" RUNPATH)"
 done <<'END'
 bin/runvekcred $ORIGIN/../lib64 libztmcs_r.so.1 libztxzu_r.so.1 libc.so.6
-bin/vekctl $ORIGIN/../lib64 libztmcs_r.so.1 libztxzu_r.so.1 libstdc++.so.6 libgcc_s.so.1 libc.so.6
+bin/vekctl $ORIGIN/../lib64 libztmcs_r.so.1 libztxzu_r.so.1 libc.so.6
 lib64/libztvek_r.so $ORIGIN libztmcs_r.so.1 libztxzu_r.so.1 libc.so.6
 lib64/libztmcs_r.so $ORIGIN libcrypto.so.3 libc.so.6
 lib64/libztxzu_r.so $ORIGIN libc.so.6
