@@ -35,7 +35,7 @@ const struct {
     {"-", "at fault: -", "a lone -"},
     {"-s", "at fault: -s", "s needs its third character"},
     {"-sx,a", "at fault: -sx", "and one of three"},
-    {"-x", "at fault: -x", "unknown"},
+    {"-x,a", "at fault: -x", "unknown"},
     {"-f,a,file", "f=a at fault: file", "a bare word"},
     {"-o,b,-?,-x", "o=b help", "help ends the scan"},
 };
