@@ -7,10 +7,11 @@ NAME is the argument, or else recorded_runs. A scene there is
   its record
 
 The record of a command is what was said, what became of files (their new content, "again" when it
-is the old one, "gone"), and the exit status. In recorded_runs there stands the trace as well (not
-of vekctl) with entries (">") and exits ("<") of functions by number, and scenes may need a tracer
-or a library of the tests. Times, lines of the source, addresses and encrypted values are left out;
-of all scenes but the first, so are lines of the file, lists and lookups.
+is the old one, "gone"), and the exit status. In recorded_runs there stands the trace as well (of
+vekctl only where the command names the file for it) with entries (">") and exits ("<") of functions
+by number, and scenes may need a tracer or a library of the tests. Times, lines of the source,
+addresses and encrypted values are left out; of all scenes but the first, so are lines of the file,
+lists and lookups.
 
 With the argument --write the records become the expected ones."""
 

@@ -101,6 +101,15 @@ TEST_F(Folder, KeepsWhatBelongsToTheFile) {
     EXPECT_EQ(1U, names());
 }
 
+// The kernel would take the new content for a forged one.
+TEST_F(Folder, LeavesTheMeasureOfTheOldContentBehind) {
+    constexpr char MEASURE[] = "\x01 a digest of the old";
+    if (lsetxattr(file.c_str(), "security.ima", MEASURE, sizeof MEASURE, 0) != 0)
+        GTEST_SKIP() << "only root can set a measure, and not on every file system";
+    EXPECT_EQ("", replace(file));
+    EXPECT_EQ("", attribute(file, "security.ima"));
+}
+
 TEST_F(Folder, FollowsLinksThatStay) {
     fs::create_directory(folder / "links");
     fs::create_symlink("../second", folder / "links/first");
