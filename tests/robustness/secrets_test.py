@@ -138,6 +138,10 @@ def run_readers(folder):
             [BUILD + "/tests/print_section", section, "keystore.conf"], status,
             {**wanted_of("raw"), "passphrase": KEY_FILES["passphrase"]},
             {"ZTS_VEKCRED_KEYFILE": key})
+    write(folder, "keystore.conf", more + b"pem.encrypted = yes\npem.password = " + TOO_LONG)
+    run("reader of a value in clear", folder,
+        [BUILD + "/tests/print_section", "pem", "keystore.conf"], 1, wanted_of("raw"),
+        {"ZTS_VEKCRED_KEYFILE": "key"})
 
 
 def search_writes(folder):
@@ -240,7 +244,7 @@ def main():
         for row in VEKCTL_ROWS:
             run_vekctl(folder, row, {})
         run_vekctl(folder, VEKCTL_ROWS[4], {"ZTS_TRACE": "trace"})
-    print(f"{len(rows) + 6 + len(VEKCTL_ROWS) + 1} runs searched", *failures, sep="\n")
+    print(f"{len(rows) + 7 + len(VEKCTL_ROWS) + 1} runs searched", *failures, sep="\n")
     return 1 if failures else 0
 
 
