@@ -98,11 +98,13 @@ private:
         return passwords;
     }
 
-    // All errors about credentials and markers, but what a reader says of other keys.
+    // All errors about credentials and markers, but what a reader says of other keys. A line that
+    // the readers take for something else is left as it is, and protect says so.
     std::string errorsIn(const std::string &text) {
         std::string errors;
         for (const vekctl::Finding &finding : findingsIn(text, keys))
             if (finding.level == vekctl::Level::error && finding.line != 0 &&
+                finding.code != vekctl::Code::notText &&
                 vekctl::findKey(finding.key).credential != nullptr)
                 errors += std::string(kindOf(finding.code).name) + " " + finding.key + "\n";
         return errors;
