@@ -56,8 +56,10 @@ is 'becomes private' '600 1' "$(stat -c %a ../trace) $(($(wc -l <../trace) > app
 mkfifo ../fifo
 traced fifo '-?'
 is 'does not wait for a pipe' 10 $?
-traced fifo '-?' 3<>../fifo
-is 'nor write to one' 10 $?
+exec 3<>../fifo
+traced fifo '-?'
+is 'nor write to one' '10 ' "$? $(dd bs=1 count=1 iflag=nonblock <&3 2>../err)"
+exec 3>&-
 ZTS_TRACE='' "$command" '-?' 2>../err
 is 'no trace' 10 $?
 
