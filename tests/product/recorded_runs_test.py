@@ -119,7 +119,8 @@ def play(scene, stored, details):
 
 os.umask(0o022)
 os.environ.update(PATH=f"{BUILD}/bin:{BUILD}/tests:{os.environ['PATH']}",
-                  ZTS_KEYSTORE_CONF="keystore.conf", ODD=f"{BUILD}/tests/libodd_platform.so")
+                  ZTS_KEYSTORE_CONF="keystore.conf", ODD=f"{BUILD}/tests/libodd_platform.so",
+                  REFUSED=f"{BUILD}/tests/librefused_memory.so")
 with tempfile.TemporaryDirectory() as place:
     os.chdir(place)
     prepare(["pem.password = p\n"])
