@@ -57,12 +57,13 @@ public:
     void reserve(size_t wanted) {
         if (wanted <= capacity)
             return;
-        Secret larger;
-        larger.acquire(std::max(wanted, 2 * capacity));
-        if (length > 0)
-            memcpy(larger.memory, memory, length);
-        larger.length = length;
-        swap(larger);
+        constexpr size_t PAGE = 4096, STEP = 256 * PAGE;
+        wanted = std::max(wanted, capacity + std::min(capacity, STEP));
+        const size_t rounded = (wanted + PAGE - 1) / PAGE * PAGE;
+        if (memory == nullptr)
+            acquire(rounded);
+        else
+            grow(rounded);
     }
     // `text` must not lie in this secret.
     void append(std::string_view text) {
@@ -102,17 +103,27 @@ public:
 private:
     // Pages of its own: locks do not nest, so a page with two secrets would be unlocked with the
     // first.
-    void acquire(size_t wanted) {
-        constexpr size_t PAGE = 4096;
-        const size_t rounded = (wanted + PAGE - 1) / PAGE * PAGE;
-        void *const pages = mmap(nullptr, rounded, PROT_READ | PROT_WRITE,
+    void acquire(size_t wholePages) {
+        void *const pages = mmap(nullptr, wholePages, PROT_READ | PROT_WRITE,
                                  MAP_PRIVATE | MAP_ANONYMOUS, /* fd= */ -1, /* offset= */ 0);
         if (pages == MAP_FAILED)
             throw std::bad_alloc();
-        (void)madvise(pages, rounded, MADV_DONTDUMP);
-        (void)mlock(pages, rounded); // not having it is no error
+        (void)madvise(pages, wholePages, MADV_DONTDUMP);
+        (void)mlock(pages, wholePages); // not having it is no error
         memory = static_cast<char *>(pages);
-        capacity = rounded;
+        capacity = wholePages;
+    }
+    // The pages move as they are, so that there is no second copy.
+    void grow(size_t wholePages) {
+        void *pages = mremap(memory, capacity, wholePages, MREMAP_MAYMOVE);
+        if (pages == MAP_FAILED) { // more than may be locked
+            (void)munlock(memory, capacity);
+            pages = mremap(memory, capacity, wholePages, MREMAP_MAYMOVE);
+        }
+        if (pages == MAP_FAILED)
+            throw std::bad_alloc();
+        memory = static_cast<char *>(pages);
+        capacity = wholePages;
     }
     void release() {
         if (memory == nullptr)
