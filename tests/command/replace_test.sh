@@ -151,8 +151,9 @@ for row in '4091 0 new .bak' '4092 0 new .ba' '4094 0 new .b' '4095 1 old .'; do
   read -r length status state suffix <<<"$row"
   file=$long$(printf "%0$((length - ${#long}))d" 0)
   cp sample "$file"
-  "$command" -f "$file" -sf key 2>/dev/null
+  "$command" -f "$file" -sf key 2>said
   is "path of $length characters" "$status $state" "$? $(states "$file")"
+  [[ $status == 0 ]] || does 'the reason is told' grep -q 'File name too long' said
   is "nothing else is there ($suffix)" 1 "$(find "$long" -type f | wc -l)"
   rm "$file"
 done

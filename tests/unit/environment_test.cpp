@@ -36,6 +36,8 @@ TEST(Environment, TellsWhoAndWhatIsNotThere) {
     int32_t exists = 1;
     EXPECT_EQ(0U, svcFileExists("/dev/null/x", &exists));
     EXPECT_EQ(0, exists);
+    EXPECT_EQ(0U, svcFileExists("/dev/null", &exists));
+    EXPECT_EQ(1, exists);
     EXPECT_EQ(ENAMETOOLONG + 0U, svcFileExists(std::string(5000, 'x').c_str(), &exists));
 }
 

@@ -33,6 +33,12 @@ TEST(Save, WritesWhatRestoreTakesUpToTheLimit) {
             EXPECT_EQ(SVC_PBE_CLEAR_TEXT_LENGTH + 0U, session.reason);
         }
     }
+    Session full(SVC_PBE_ALGORITHM_GCM); // a label with which the longest text has the last length
+    full.record.label = "<LABELS>";
+    ASSERT_EQ(0U, full.open());
+    const std::string clear(SVC_PBE_CLEAR_TEXT_LIMIT, '#'), stored = full.save(clear);
+    EXPECT_EQ(SVC_PBE_STORED_LIMIT + 0U, stored.size());
+    EXPECT_EQ(clear, full.restore(stored));
 }
 
 // The texts that are refused are in vectors_test.cpp.

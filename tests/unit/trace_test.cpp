@@ -2,6 +2,8 @@
 #include "support/keystore_file.h"
 #include "zttrc.h"
 
+#include <thread>
+
 namespace {
 
 // The file is named before the first record of the process, and holds a line for each. What file
@@ -33,6 +35,21 @@ TEST(Trace, ShowsDepthCutsWhatIsTooLongAndDrivesNoTerminal) {
         << lines[2 * DEPTH + 3];
     EXPECT_TRUE(lines[2 * DEPTH + 4].ends_with("16:2     a?b?c ?[1m? ")) << lines[2 * DEPTH + 4];
     EXPECT_TRUE(trace.eof());
+}
+
+TEST(Trace, LeavesNothingToTheThreadThatEndedIt) {
+    if ((thdProcess.traceFlags & TRC_UNSETTLED) == 0)
+        GTEST_SKIP() << "another test of this process came first";
+    const TemporaryFile file("");
+    (void)setenv("ZTS_TRACE", file.path.c_str(), 1);
+    void *block = &block;
+    std::thread([&block] {
+        (void)svcProgramInit(0, nullptr, 0, 0);
+        trc_FNC_entry(16, 1);
+        (void)svcProgramTerm(0);
+        block = pthread_getspecific(thdThreadKey);
+    }).join();
+    EXPECT_EQ(nullptr, block);
 }
 
 } // namespace
