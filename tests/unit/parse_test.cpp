@@ -67,4 +67,20 @@ TEST(Items, StayWithoutASectionAndMayBeAbsent) {
     sztucFreeConfigList(nullptr);
 }
 
+TEST(Prefix, EndsInFrontOfTheFirstDot) {
+    const std::string longest(SZTUC_PREFIX_CAPACITY, 'x');
+    const struct {
+        std::string key, prefix;
+        size_t result;
+    } rows[] = {{"a.b.c", "a", 2},
+                {".k", "", 1},
+                {"no dot", "", 0},
+                {longest + "y.k", longest, longest.size() + 2}};
+    for (const auto &row : rows) {
+        char prefix[SZTUC_PREFIX_CAPACITY + 1] = {};
+        EXPECT_EQ(static_cast<int32_t>(row.result), sztucGetPrefix(prefix, row.key.c_str()));
+        EXPECT_EQ(row.prefix, prefix);
+    }
+}
+
 } // namespace
