@@ -2,7 +2,9 @@
 // gives when it is asked to. The variables say which.
 #include "ztsvc.h"
 
+#include <cerrno>
 #include <cstdlib>
+#include <sys/random.h>
 
 static uint32_t asked(const char *variable) {
     const char *const value = getenv(variable);
@@ -29,5 +31,11 @@ uint32_t svcGetMemFn(uint32_t, uint16_t, uint32_t function, size_t length, uint3
         function == asked("ODD_REFUSED_FUNCTION") && length == asked("ODD_REFUSED_LENGTH");
     *buffer = isRefused ? nullptr : calloc(1, length);
     return isRefused ? SVC_NO_STORAGE : SVC_OK;
+}
+
+// A tracer sees no call where the kernel lends the C library a generator.
+ssize_t getrandom(void *, size_t, unsigned int) {
+    errno = EIO;
+    return -1;
 }
 }
