@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <iostream>
 #include <memory>
+#include <span>
 
 namespace vekctl {
 
@@ -151,6 +152,13 @@ void addCommands(Program &program, std::string_view first) {
         addHelp(program);
 }
 
+// "--key=$UNSET FILE": the parser would take FILE for the key.
+bool lacksValue(std::span<char *> arguments) {
+    return std::ranges::any_of(arguments, [](std::string_view argument) {
+        return argument.starts_with("--") && argument.ends_with('=');
+    });
+}
+
 } // namespace
 
 Command::Command(Program &itsProgram, const char *name, const char *description)
@@ -210,6 +218,8 @@ int runCommandLine(int argumentCount, char **arguments) {
     Program program = {parser, {}};
     addCommands(program, argumentCount > 1 ? arguments[1] : "");
     parser.footer(FIRST_STEPS); // a command that is added later would have it too
+    if (lacksValue({arguments, static_cast<size_t>(argumentCount)}))
+        return refuse("an option lacks its value behind \"=\"", parser);
     try {
         parser.parse(argumentCount, arguments);
         return program.work ? program.work() : refuse("a command is missing", parser);
