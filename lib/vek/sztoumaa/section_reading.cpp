@@ -145,29 +145,29 @@ bool Reading::readLogical(const char *key, const LogicalNumbers &numbers, int32_
     return true;
 }
 
-bool Reading::readWord(const char *key, const WordRule &rule, int32_t *field) {
+void Reading::readWord(const char *key, const WordRule &rule, int32_t *field) {
     constexpr size_t LOOKUP_LENGTH = 10;
     constexpr size_t UPPER_CASE_LENGTH = 9;
     if (isOver)
-        return false;
+        return;
     char word[LOOKUP_LENGTH + 1] = {};
     const uint32_t result = getText(list, source.keystorePath, key,
                                     std::span(word).first<LOOKUP_LENGTH>(), SZTU_KEY_NOT_PRESENT);
     if (result == SZTU_KEY_NOT_PRESENT) {
         *field = 0;
         rule.traceAbsent(key);
-        return false;
+        return;
     }
     // An empty value ends the reading with success and leaves the rest of the record as it was.
     if (result != SZTU_OK || word[0] == '\0') {
         stop(result);
-        return false;
+        return;
     }
     utlUpperCase(word, UPPER_CASE_LENGTH);
     for (const WordValue &accepted : rule.words) {
         if (strcmp(word, accepted.word) == 0) {
             *field = accepted.value;
-            return true;
+            return;
         }
     }
     *field = 0;
@@ -177,7 +177,6 @@ bool Reading::readWord(const char *key, const WordRule &rule, int32_t *field) {
         appendToErrorKey(word, LOOKUP_LENGTH);
     }
     rule.traceRefused(key);
-    return false;
 }
 
 bool Reading::openSession(int32_t fips) {

@@ -112,7 +112,7 @@ public:
 
     // An optional key whose value is one of a few words, in any case. Absent and refused: 0. A
     // failed lookup does not name the key. An empty value ends the reading with success.
-    bool readWord(const char *key, const WordRule &rule, int32_t *field);
+    void readWord(const char *key, const WordRule &rule, int32_t *field);
 
     // A credential; an encrypted one is decrypted into the field, one that is absent and optional
     // as an empty text. The session stays open until the end of the reading.
