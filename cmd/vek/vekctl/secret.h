@@ -57,7 +57,8 @@ public:
     void reserve(size_t wanted) {
         if (wanted <= capacity)
             return;
-        constexpr size_t PAGE = 4096, STEP = 256 * PAGE;
+        constexpr size_t PAGE = 4096;
+        constexpr size_t STEP = 256 * PAGE;
         wanted = std::max(wanted, capacity + std::min(capacity, STEP));
         const size_t rounded = (wanted + PAGE - 1) / PAGE * PAGE;
         if (memory == nullptr)
