@@ -1,9 +1,12 @@
-// The allocator. allocation_test refuses it every request; secrets_test looks at what it releases.
-#include "ztsvc.h"
+// The allocator, and an owner. allocation_test refuses it every request; secrets_test looks at what
+// it releases.
+#include "common/guards.h"
 
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 namespace {
 
@@ -23,6 +26,19 @@ TEST(Memory, IsNotHandedOutWithoutAPlaceOrALength) {
     EXPECT_EQ(nullptr, memory);
     EXPECT_EQ(0U, svcFreeMemFn(0, SVC_COMPONENT_VEK, 1, nullptr));
     svcWipe(nullptr, 0);
+}
+
+// A program may have closed its standard input.
+TEST(Descriptor, IsClosedWhateverItsNumber) {
+    const int kept = dup(STDIN_FILENO);
+    (void)close(STDIN_FILENO);
+    {
+        const ztm::Descriptor file(open("/dev/null", O_RDONLY | O_CLOEXEC));
+        EXPECT_EQ(STDIN_FILENO, file.get());
+    }
+    EXPECT_EQ(-1, fcntl(STDIN_FILENO, F_GETFD));
+    (void)dup2(kept, STDIN_FILENO);
+    (void)close(kept);
 }
 
 } // namespace
