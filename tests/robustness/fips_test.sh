@@ -62,6 +62,9 @@ while read -r key configuration algorithm reader writer; do
         sort | uniq -d | wc -lL | xargs)"
 done < <(printf '%s\n' {"raw $provider",'raw strict'}\ {1,2}\ {yes,'yes -sm','no -sm'} \
     "phrase $provider 1 yes -sm" 'phrase strict 2 yes' "phrase $provider 2 no -sm")
+OPENSSL_CONF=$provider
+does 'a passphrase that cannot be stretched' "$VEK_BUILD/tests/session_test" \
+    --gtest_filter='*HasFipsMode*'
 
 # The provider does the work: what keeps it from working is not made up for by the rest of
 # libcrypto.

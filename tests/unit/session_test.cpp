@@ -160,6 +160,13 @@ TEST(Session, HasFipsModeOrLeavesTheErrorQueueEmpty) {
         EXPECT_EQ(0U, ERR_peek_error());
         EXPECT_TRUE(session.reason == SVC_PBE_FIPS_NOT_AVAILABLE || passphrase.size() == 14);
     }
+    // The provider stretches no passphrase with so short a salt.
+    Session salted(SVC_PBE_ALGORITHM_GCM, "14 characters.", "8 bytes.");
+    salted.record.fips = 1;
+    if (salted.open() == SVC_PBE_OK) {
+        (void)salted.save("value");
+        EXPECT_EQ(SVC_PBE_CRYPTO_FAILED + 0U, salted.reason);
+    }
 }
 
 } // namespace
