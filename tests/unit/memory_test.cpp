@@ -1,5 +1,5 @@
-// The allocator, and an owner. allocation_test refuses it every request; secrets_test looks at what
-// it releases.
+// The allocator, and the owner of a descriptor. allocation_test refuses every request for memory;
+// secrets_test looks at what is released.
 #include "common/guards.h"
 
 #include <cstdlib>
