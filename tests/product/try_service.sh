@@ -15,9 +15,9 @@ if [[ $1 != --inside ]]; then
         cp -r "$1"/{docs,examples,tests} "$2"/*.deb srv/try
         chroot . sh -c "dpkg -i /srv/try/*.deb" >/dev/null
         printf "[Unit]\nRequires=try.service basic.target\n" >etc/systemd/system/try.target
-        printf "%s\n" "[Unit]" After=basic.target "[Service]" Environment=VEK_SOURCE=/srv/try \
+        printf "%s\n" "[Unit]" After=basic.target SuccessAction=poweroff FailureAction=poweroff \
+            "[Service]" Environment=VEK_SOURCE=/srv/try StandardOutput=file:/srv/try/said \
             "ExecStart=bash /srv/try/tests/product/try_service.sh --inside" \
-            "ExecStopPost=systemctl --no-block poweroff" StandardOutput=file:/srv/try/said \
             >etc/systemd/system/try.service
         timeout 300 systemd-nspawn --quiet --register=no --keep-unit --private-network \
             --link-journal=no --boot --directory=. -- --unit=try.target \
