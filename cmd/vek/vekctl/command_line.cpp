@@ -153,10 +153,16 @@ void addCommands(Program &program, std::string_view first) {
 }
 
 // "--key=$UNSET FILE": the parser would take FILE for the key.
-bool lacksValue(std::span<char *> arguments) {
-    return std::ranges::any_of(arguments, [](std::string_view argument) {
-        return argument.starts_with("--") && argument.ends_with('=');
-    });
+bool lacksValue(std::string_view argument) {
+    return argument.starts_with("--") && argument.ends_with('=');
+}
+
+int refuseEmpty(std::string option, const CLI::App &program) {
+    option.pop_back();
+    for (const CLI::App *const command : allCommands(program))
+        if (std::ranges::count(optionNames(*command), option) != 0)
+            return refuse(option + " lacks its value behind \"=\"", program);
+    return refuse("an option lacks its value behind \"=\"", program);
 }
 
 } // namespace
@@ -218,8 +224,9 @@ int runCommandLine(int argumentCount, char **arguments) {
     Program program = {parser, {}};
     addCommands(program, argumentCount > 1 ? arguments[1] : "");
     parser.footer(FIRST_STEPS); // a command that is added later would have it too
-    if (lacksValue({arguments, static_cast<size_t>(argumentCount)}))
-        return refuse("an option lacks its value behind \"=\"", parser);
+    const std::span given(arguments, static_cast<size_t>(argumentCount));
+    if (const auto empty = std::ranges::find_if(given, lacksValue); empty != given.end())
+        return refuseEmpty(*empty, parser);
     try {
         parser.parse(argumentCount, arguments);
         return program.work ? program.work() : refuse("a command is missing", parser);
