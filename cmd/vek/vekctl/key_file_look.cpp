@@ -54,7 +54,7 @@ const char *flawOf(std::string_view content) {
     return nullptr;
 }
 
-// The content of a regular file; a pipe can be read only once, and its reader needs it.
+// The content of a regular file; a pipe can be read only once, and the session needs it.
 Secret contentOf(int file) {
     Secret content;
     content.resize(SVC_PBE_KEY_FILE_LIMIT);
@@ -106,6 +106,8 @@ const char *nameOf(KeyForm form) {
         return "base64";
     case KeyForm::passphrase:
         return "passphrase";
+    case KeyForm::pipe:
+        return "pipe";
     case KeyForm::unusable:
         break;
     }
@@ -119,8 +121,12 @@ KeyLook lookAtKey(const KeySource &source) {
     look.form = KeyForm::unusable;
     struct stat status = {};
     const ztm::Descriptor file(open(source.path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    if (!file || fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode))
+    if (!file || fstat(file.get(), &status) != 0)
         return look;
+    if (!S_ISREG(status.st_mode)) {
+        look.form = S_ISDIR(status.st_mode) ? KeyForm::unusable : KeyForm::pipe;
+        return look;
+    }
     const std::string name = "'" + source.path + "'";
     lookAtRights(status, name, &look);
     const Secret content = contentOf(file.get());

@@ -12,7 +12,7 @@
 
 namespace vekctl {
 
-enum class KeyForm { builtIn, raw, hexadecimal, base64, passphrase, unusable };
+enum class KeyForm { builtIn, raw, hexadecimal, base64, passphrase, pipe, unusable };
 
 [[nodiscard]] const char *nameOf(KeyForm form);
 
