@@ -152,6 +152,10 @@ void addCommands(Program &program, std::string_view first) {
         addHelp(program);
 }
 
+void addVersion(CLI::App &parser) {
+    parser.set_version_flag("--version", "vekctl " VEK_VERSION, "Shows the version.");
+}
+
 // "--key=$UNSET FILE": the parser would take FILE for the key.
 bool lacksValue(std::string_view argument) {
     return argument.starts_with("--") && argument.ends_with('=');
@@ -168,7 +172,9 @@ int refuseEmpty(std::string option, const CLI::App &program) {
 } // namespace
 
 Command::Command(Program &itsProgram, const char *name, const char *description)
-    : program(itsProgram), parser(*itsProgram.parser.add_subcommand(name, description)) {}
+    : program(itsProgram), parser(*itsProgram.parser.add_subcommand(name, description)) {
+    addVersion(parser);
+}
 
 void Command::operand(const char *name, std::string *value, Need need, const char *description) {
     option(name, "", value, need, description);
@@ -196,8 +202,8 @@ void Command::option(const char *name, const char *kind, std::optional<std::stri
     parser.add_option(name, *value, description)->type_name(kind);
 }
 
-void Command::commonOptions(CommonOptions *common) {
-    keyOptions(common);
+void Command::commonOptions(CommonOptions *common, const char *key) {
+    keyOptions(common, key);
     outputOptions(common);
 }
 
@@ -206,9 +212,8 @@ void Command::outputOptions(CommonOptions *common) {
     flag("--quiet", &common->quiet, "no answer, only the exit status and problems");
 }
 
-void Command::keyOptions(CommonOptions *common) {
-    option("--key", "FILE", &common->key,
-           "the initial key file, or 'built-in'; else the readers' own choice");
+void Command::keyOptions(CommonOptions *common, const char *key) {
+    option("--key", "FILE", &common->key, key);
     flag("--fips", &common->fips, "use a FIPS provider");
 }
 
@@ -219,7 +224,7 @@ void Command::work(std::function<int()> function) {
 int runCommandLine(int argumentCount, char **arguments) {
     CLI::App parser(DESCRIPTION, "vekctl");
     parser.set_help_flag("-h,--help", "Describes the program or a command.");
-    parser.set_version_flag("--version", "vekctl " VEK_VERSION, "Shows the version.");
+    addVersion(parser);
     parser.require_subcommand(0, 1);
     Program program = {parser, {}};
     addCommands(program, argumentCount > 1 ? arguments[1] : "");

@@ -48,16 +48,19 @@ public:
                 const char *description);
 
     // --key, --json, --quiet and --fips.
-    void commonOptions(CommonOptions *common);
+    void commonOptions(CommonOptions *common, const char *key = KEY);
     // Their halves: --json and --quiet for a command that needs no key, --key and --fips for one
     // whose answer is a value.
     void outputOptions(CommonOptions *common);
-    void keyOptions(CommonOptions *common);
+    void keyOptions(CommonOptions *common, const char *key = KEY);
 
     // What the command does; a UsageError may be its answer.
     void work(std::function<int()> function);
 
 private:
+    static constexpr const char *KEY =
+        "the initial key file, or 'built-in'; else the readers' own choice";
+
     Program &program;
     CLI::App &parser;
 };

@@ -92,7 +92,7 @@ private:
 
 void addRekey(Command &command) {
     const auto options = std::make_shared<RekeyOptions>();
-    command.commonOptions(&options->common);
+    command.commonOptions(&options->common, "refused: --from and --to name the keys");
     command.operands("FILE", &options->files, Need::optional,
                      "the files; none: the standard place");
     command.option("--from", "FILE", &options->from, Need::required,
