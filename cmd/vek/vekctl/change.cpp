@@ -43,7 +43,7 @@ std::string absolutePath(const std::string &path) {
 }
 
 void addChangeOptions(Command *command, ChangeOptions *options) {
-    command->flag("--dry-run", &options->dryRun, "say what would be done, and change nothing");
+    command->dryRun(&options->dryRun);
     command->flag("--break-links", &options->breakLinks,
                   "replace a file with a second hard link under this name only");
 }

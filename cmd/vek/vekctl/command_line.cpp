@@ -217,6 +217,10 @@ void Command::keyOptions(CommonOptions *common, const char *key) {
     flag("--fips", &common->fips, "use a FIPS provider");
 }
 
+void Command::dryRun(bool *isGiven) {
+    flag("--dry-run", isGiven, "say what would be done, and change nothing");
+}
+
 void Command::work(std::function<int()> function) {
     parser.callback([&its = program, function = std::move(function)] { its.work = function; });
 }

@@ -54,6 +54,8 @@ public:
     void outputOptions(CommonOptions *common);
     void keyOptions(CommonOptions *common, const char *key = KEY);
 
+    void dryRun(bool *isGiven);
+
     // What the command does; a UsageError may be its answer.
     void work(std::function<int()> function);
 

@@ -17,6 +17,7 @@
 #include <memory>
 #include <sys/random.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace vekctl {
 
@@ -24,6 +25,7 @@ namespace {
 
 struct Options {
     CommonOptions common;
+    bool dryRun = false;
     std::vector<std::string> files;
 };
 
@@ -41,11 +43,31 @@ int writeAndSync(int file, const Secret &key) {
     return error == 0 && fsync(file) != 0 ? errno : error;
 }
 
-bool syncFolderOf(const std::string &path) {
+std::string folderOf(const std::string &path) {
     const size_t slash = path.rfind('/');
-    const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
-    const ztm::Descriptor opened(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return slash == std::string::npos ? "." : path.substr(0, slash + 1);
+}
+
+bool syncFolderOf(const std::string &path) {
+    const ztm::Descriptor opened(open(folderOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     return opened && fsync(opened.get()) == 0;
+}
+
+Outcome refuse(int error, Report &report) {
+    report.problem(error == EEXIST ? "something is there already, and a key is never written over; "
+                                     "name another file"
+                                   : "the file cannot be made: " + errorText(error));
+    return Outcome::failed;
+}
+
+Outcome tryKey(const std::string &path, Report &report) {
+    struct stat status = {};
+    if (lstat(path.c_str(), &status) == 0)
+        return refuse(EEXIST, report);
+    if (access(folderOf(path).c_str(), W_OK | X_OK) != 0)
+        return refuse(errno, report);
+    report.note("would be a new key");
+    return Outcome::changed;
 }
 
 Outcome makeKey(const std::string &path, Report &report) {
@@ -56,13 +78,8 @@ Outcome makeKey(const std::string &path, Report &report) {
     }
     const ztm::Descriptor file(
         open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-    if (!file) {
-        report.problem(errno == EEXIST
-                           ? "something is there already, and a key is never written over; "
-                             "name another file"
-                           : "the file cannot be made: " + errorText(errno));
-        return Outcome::failed;
-    }
+    if (!file)
+        return refuse(errno, report);
     // A mask of the user's own may have taken rights away.
     int error = fchmod(file.get(), 0600) == 0 ? writeAndSync(file.get(), key) : errno;
     if (error == 0 && !syncFolderOf(path))
@@ -83,10 +100,12 @@ void addKeygen(Command &command) {
     const auto options = std::make_shared<Options>();
     command.outputOptions(&options->common);
     command.operands("FILE", &options->files, Need::required, "the new file");
+    command.dryRun(&options->dryRun);
     command.work([options] {
         Report report("keygen", options->common);
-        return report.overFiles(
-            options->files, [&report](const std::string &path) { return makeKey(path, report); });
+        return report.overFiles(options->files, [&](const std::string &path) {
+            return options->dryRun ? tryKey(path, report) : makeKey(path, report);
+        });
     });
 }
 
