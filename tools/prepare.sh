@@ -12,6 +12,7 @@ packages_check=(ansible-core clang-14 clang-format-14 shellcheck)
 packages_analyse=(clang-14 clang-tidy-14 cppcheck)
 packages_fuzz=(clang-14 libclang-rt-14-dev llvm-14)
 packages_afl=(afl++ clang-14 libclang-rt-14-dev llvm-14)
+packages_bare_machine=(debootstrap python3)
 packages_portability=(dpkg-dev qemu-user)
 packages_coverage=(gcovr)
 packages_package=(bash-completion dpkg-dev faketime file lintian locales man-db rpm systemd
