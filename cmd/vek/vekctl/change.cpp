@@ -3,6 +3,8 @@
  */
 #include "vekctl/change.h"
 
+#include "vekctl/key_file_look.h"
+
 #include "ztsvc.h"
 
 #include <algorithm>
@@ -106,6 +108,12 @@ void Change::tellOfKey(const CredentialLines &lines, const std::string &named,
     const bool isUsable = found.reason() == SVC_PBE_OK;
     const bool isFound = !holdsValues || (isUsable && isSameKey(session, &found));
     told.json()["found"] = isFound;
+    tellOfFlaws(session->source());
+    const KeySource ofFile = {KeyOrigin::section, lines.keyFile()};
+    if (isFound && chosen.origin == KeyOrigin::environment && !ofFile.path.empty() &&
+        !mayHold(ofFile, session))
+        told.note(ofFile.describe() + " is another one: the readers need " +
+                  vek::KEY_FILE_VARIABLE + " as it is here");
     if (isFound)
         return;
     if (!isUsable)
@@ -118,6 +126,21 @@ void Change::tellOfKey(const CredentialLines &lines, const std::string &named,
                   (chosen.origin == KeyOrigin::section
                        ? std::string(", or run again with ") + option
                        : ""));
+}
+
+void Change::tellOfFlaws(const KeySource &source) {
+    if (!flawsAreTold)
+        for (const Finding &finding : lookAtKey(source).findings)
+            told.finding(finding);
+    flawsAreTold = true;
+}
+
+void Change::tellOfClear(const CredentialLines &lines, const CredentialName *changed) {
+    for (const KeyLine &line : lines.credentials())
+        if (!line.isStored() && !lines.mayBeWrittenMarker(line) &&
+            (changed == nullptr || !(line.name == *changed)))
+            told.note("stands in clear as before; vekctl protect encrypts it", line.line.number,
+                      line.name.key());
 }
 
 // Values under another key than the one that the file names would be lost to the readers. A named

@@ -54,12 +54,14 @@ public:
     [[nodiscard]] CipherSession *sessionForCredentials(const CredentialLines &lines) {
         return lines.credentials().empty() ? session({}) : sessionFor(lines);
     }
-    // Says whether the readers choose the key of the session themselves, and what they need when
-    // they do not. `named` is the key file that vekcred.keyfile names from now on, "" for the one
+    // Says what is wrong with the key of the session, whether the readers choose it themselves, and
+    // what they need when they do not. `named` is the key file that vekcred.keyfile names from now on, "" for the one
     // that it named before; `option` is the one that writes it. A file that holds no value needs
     // no key.
     void tellOfKey(const CredentialLines &lines, const std::string &named, CipherSession *session,
                    const char *option, bool holdsValues);
+    // Tells of the credentials that stand in clear as before, but for `changed`.
+    void tellOfClear(const CredentialLines &lines, const CredentialName *changed = nullptr);
 
     // Refuses with the plan's problem.
     [[nodiscard]] Outcome refuse(const ChangePlan &plan);
@@ -79,11 +81,13 @@ public:
 private:
     [[nodiscard]] bool checkNamedKey(const CredentialLines &lines, CipherSession *session);
     void tellDeeds(const ChangePlan &plan);
+    void tellOfFlaws(const KeySource &source);
 
     const ChangeOptions &options;
     Report told;
     KeyRing keys;
     bool keyIsMissing = false;
+    bool flawsAreTold = false; // of the key, once a run
 };
 
 // Whether two sessions have the same initial key; takes as long in either case.

@@ -118,10 +118,12 @@ bool ChangePlan::open(const KeyLine &credential, CipherSession &key, Secret *cle
     const uint32_t reason = key.restore(credential.reading.value, clearText);
     if (reason == SVC_PBE_OK)
         return true;
-    return fail(
-        "does not open with " + key.source().describe() + ": " + textOf(reason) +
-            "; name the key that it was encrypted with, or remove the line and use vekctl set",
-        credential);
+    const char *const remedy = reason == SVC_PBE_AUTHENTICATION_FAILED
+                                   ? "; name the key that it was encrypted with, or vekctl set "
+                                     "stores the value anew"
+                                   : "; vekctl set stores it anew";
+    return fail("does not open with " + key.source().describe() + ": " + textOf(reason) + remedy,
+                credential);
 }
 
 bool ChangePlan::isWrittenMarker(const KeyLine &line, CipherSession &key) const {

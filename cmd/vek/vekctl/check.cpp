@@ -95,7 +95,9 @@ private:
         std::error_code error;
         const bool isLink = std::filesystem::is_symlink(path, error);
         const std::string target = isLink ? std::filesystem::canonical(path, error).string() : path;
-        for (const std::string &beside : {path + ".bak", temporaryPathOf(target)})
+        const std::filesystem::path name = path;
+        const std::string swap = name.parent_path() / ("." + name.filename().string() + ".swp");
+        for (const std::string &beside : {path + ".bak", temporaryPathOf(target), path + "~", swap})
             if (access(beside.c_str(), F_OK) == 0)
                 add(Code::leftover, shown(beside));
     }

@@ -169,6 +169,14 @@ int refuseEmpty(std::string option, const CLI::App &program) {
     return refuse("an option lacks its value behind \"=\"", program);
 }
 
+// An option with a typing error is the cause of what else is missing or too much.
+int refuseMismatch(const CLI::App &program, const std::string &text) {
+    for (const std::string &argument : program.remaining(/* recurse= */ true))
+        if (argument.starts_with("-") && argument.size() > 1)
+            return refuseOption(argument, chosenCommand(program));
+    return refuse(text, chosenCommand(program));
+}
+
 } // namespace
 
 Command::Command(Program &itsProgram, const char *name, const char *description)
@@ -244,12 +252,11 @@ int runCommandLine(int argumentCount, char **arguments) {
     } catch (const CLI::ExtrasError &) {
         return refuseArgument(parser, chosenCommand(parser), parser.remaining(true).front());
     } catch (const CLI::RequiredError &error) {
-        return refuse(error.what(), chosenCommand(parser));
+        return refuseMismatch(parser, error.what());
     } catch (const UsageError &error) {
         return refuse(error.what(), chosenCommand(parser));
     } catch (const CLI::ArgumentMismatch &) {
-        return refuse("an option lacks its value, or there are too many files",
-                      chosenCommand(parser));
+        return refuseMismatch(parser, "an option lacks its value, or there are too many files");
     } catch (const CLI::ParseError &) {
         // The text of other errors repeats the argument.
         return refuse("the options cannot be understood", chosenCommand(parser));

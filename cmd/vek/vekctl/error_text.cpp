@@ -26,6 +26,7 @@ constexpr ErrorText ERROR_TEXTS[] = {
     {ENOSPC, "the disk is full; make room and run again"},
     {EDQUOT, "the disk quota is used up; make room and run again"},
     {EFBIG, "the file size limit is too low; raise it (ulimit -f) and run again"},
+    {EBUSY, "something is mounted there, or uses it; change the file where it really lies"},
     {EROFS, "the file system is read-only; remount it for writing"},
     {EACCES, "there is no right to do it; run as the owner of the file and its folder, or as root"},
     {EPERM,

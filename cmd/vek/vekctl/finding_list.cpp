@@ -8,6 +8,15 @@
 
 namespace vekctl {
 
+namespace {
+
+// What belongs to no line (0) comes last: a line may be its cause.
+size_t placeOf(const Finding &finding) {
+    return finding.line - 1;
+}
+
+} // namespace
+
 void FindingList::keep(Finding finding) {
     // What stands behind a colon in a key may be a value.
     finding.key.resize(std::min(finding.key.size(), finding.key.find(':')));
@@ -22,13 +31,12 @@ std::vector<Finding> FindingList::take(size_t *unlisted) {
     shorten(&warnings);
     *unlisted = left;
     std::vector<Finding> findings;
-    std::ranges::merge(errors, warnings, std::back_inserter(findings), {}, &Finding::line,
-                       &Finding::line);
+    std::ranges::merge(errors, warnings, std::back_inserter(findings), {}, placeOf, placeOf);
     return findings;
 }
 
 void FindingList::shorten(std::vector<Finding> *listed) {
-    std::ranges::stable_sort(*listed, {}, &Finding::line);
+    std::ranges::stable_sort(*listed, {}, placeOf);
     const size_t size = listed->size();
     listed->resize(std::min(size, LISTED_LIMIT));
     left += size - listed->size();

@@ -45,7 +45,8 @@ constexpr FindingKind KINDS[] = {
     {Code::lookAlike, "look-alike", ERROR, SAFETY,
      "only begins like a credential or a marker; runvekcred takes it for one; correct or remove "
      "it"},
-    {Code::unknownKey, "unknown-key", WARNING, SAFETY, "is known to no reader"},
+    {Code::unknownKey, "unknown-key", WARNING, SAFETY,
+     "is known to no reader; correct or remove it"},
     {Code::comment, "comment", WARNING, SAFETY,
      "a comment holds what looks like a credential in clear; remove it"},
     {Code::strayMarker, "stray-marker", WARNING, SAFETY,
@@ -64,8 +65,8 @@ constexpr FindingKind KINDS[] = {
     {Code::fileMode, "file-mode", WARNING, SAFETY,
      "others can write the file, or read credentials in clear"},
     {Code::leftover, "leftover", WARNING, SAFETY,
-     "a leftover lies beside the file, of a run that was killed, or an old copy; it may hold "
-     "credentials in clear"},
+     "a leftover lies beside the file, of a run that was killed, or an old copy, also an "
+     "editor's; it may hold credentials in clear; remove it"},
 };
 
 // The table is in the order of the codes.

@@ -49,7 +49,8 @@ private:
             found = &item;
         }
         if (found == nullptr)
-            return refuse("is not in the file; vekctl set stores it");
+            return refuse("is not in the file for its reader; vekctl set stores it, and vekctl "
+                          "check tells why a line that is meant so does not count");
         return tell(*found);
     }
 
@@ -68,7 +69,10 @@ private:
         const uint32_t reason = session->restore(value.substr(0, SVC_PBE_STORED_LIMIT), &clear);
         if (reason != SVC_PBE_OK)
             return refuse("does not open with " + session->source().describe() + ": " +
-                              svcPBEReasonText(reason) + "; name its key with --key",
+                              svcPBEReasonText(reason) +
+                              (reason == SVC_PBE_AUTHENTICATION_FAILED
+                                   ? "; name the right key with --key"
+                                   : "; vekctl check tells more"),
                           item.line);
         return hand(std::move(clear));
     }

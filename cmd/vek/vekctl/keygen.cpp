@@ -12,6 +12,7 @@
 #include "common/guards.h"
 #include "shared/new_bytes.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
 #include <memory>
@@ -102,6 +103,8 @@ void addKeygen(Command &command) {
     command.operands("FILE", &options->files, Need::required, "the new file");
     command.dryRun(&options->dryRun);
     command.work([options] {
+        if (std::ranges::count(options->files, "-") != 0)
+            throw UsageError("a key goes into a file, not to standard output");
         Report report("keygen", options->common);
         return report.overFiles(options->files, [&](const std::string &path) {
             return options->dryRun ? tryKey(path, report) : makeKey(path, report);

@@ -94,11 +94,44 @@ private:
         if (start == std::string_view::npos)
             return;
         const std::string_view comment = text.substr(start + 1);
+        bool isFound = false;
         for (const vek::Credential &credential : vek::CREDENTIALS) {
             const size_t at = comment.find(credential.key);
-            if (at != std::string_view::npos && holdsClearValue(comment.substr(at)))
-                add(Code::comment, Level::warning, credential.key, "");
+            if (at == std::string_view::npos || !holdsClearValue(comment.substr(at)))
+                continue;
+            add(Code::comment, Level::warning, credential.key, "");
+            isFound = true;
         }
+        if (isFound)
+            return;
+        if (reading.kind == LineKind::setting)
+            findRestOfValue(comment);
+        else
+            findSettingIn(trimmed(comment));
+    }
+
+    // "pem.password = Winter #42"
+    void findRestOfValue(std::string_view comment) {
+        if (findKey(reading.key).isCredential() && !reading.isCut && !comment.empty() &&
+            comment.front() != '#' && BLANKS.find(comment.front()) == std::string_view::npos)
+            add(Code::comment, Level::warning, std::string(reading.key),
+                "what stands behind \"#\" may belong to the value; vekctl set stores the whole "
+                "one");
+    }
+
+    // "PEM.PASSWORD = x", "pem.password: x", "password = x"
+    void findSettingIn(std::string_view comment) {
+        const size_t end = comment.find_first_of("=: \t");
+        if (end == std::string_view::npos)
+            return;
+        const std::string_view key = comment.substr(0, end);
+        const std::string_view rest = trimmed(comment.substr(end));
+        if (rest.size() < 2 || (rest.front() != '=' && rest.front() != ':') ||
+            vek::isInEncryptedForm(trimmed(rest.substr(1))))
+            return;
+        const std::string meant = meantKey(shownKey(key));
+        if (findKey(meant).isCredential() || (rest.front() == '=' && speaksOfSecret(key)))
+            add(Code::comment, Level::warning, meant, "");
     }
 
     static bool holdsClearValue(std::string_view setting) {
@@ -114,9 +147,12 @@ private:
             return;
         }
         if (!reading.writerKey.empty() && takenByWriter(reading.writerKey) != nullptr) {
-            const std::string meant = meantKey(shownKey(key));
-            add(Code::lookAlike, Level::error, shownKey(key),
-                meant == key ? "" : suggestion(meant));
+            const std::string visible = shownKey(key);
+            const std::string meant = meantKey(visible);
+            add(Code::lookAlike, Level::error, visible,
+                visible.size() < key.size() ? "more of it follows that is not shown"
+                : meant == visible          ? ""
+                                            : suggestion(meant));
             return;
         }
         const std::string meant = meantKey(shownKey(key));

@@ -35,8 +35,7 @@ bool handsWrongText(const Part &part, const ReaderName &name, const Records &rec
 } // namespace
 
 bool ReaderRun::isBad() const {
-    const bool isNotThere = result.code == SZTU_SECTION_EMPTY ||
-                            (result.code == SZTU_KEY_NOT_PRESENT && name.isOfChannel);
+    const bool isNotThere = result.code == SZTU_SECTION_EMPTY || isIncomplete();
     return (result.code != SZTU_OK && !isNotThere) || handsWrongText;
 }
 

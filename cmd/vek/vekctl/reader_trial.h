@@ -32,6 +32,10 @@ struct ReaderRun {
     bool handsWrongText = false; // an encrypted or a cut one, with success
 
     [[nodiscard]] bool isBad() const;
+    // Whether a channel counts as not there although the file has keys of it.
+    [[nodiscard]] bool isIncomplete() const {
+        return result.code == SZTU_KEY_NOT_PRESENT && name.isOfChannel;
+    }
 };
 
 // What is tried at once: the general lines of a file, or those of one channel together with the

@@ -45,17 +45,12 @@ private:
             (!options.keyFile.empty() && !plan.nameKeyFile(absolutePath(options.keyFile))))
             return change.refuse(plan);
         const Outcome outcome = change.carryOut(&file, &plan);
-        if (outcome != Outcome::failed)
-            tellOfTheRest(file.lines);
+        if (outcome == Outcome::failed)
+            return outcome;
+        change.tellOfClear(file.lines);
+        change.tellOfKey(file.lines, options.keyFile, to, "--set-keyfile",
+                         !file.lines.credentials().empty());
         return outcome;
-    }
-
-    void tellOfTheRest(const CredentialLines &lines) {
-        for (const KeyLine &line : lines.credentials())
-            if (!line.isStored() && !lines.mayBeWrittenMarker(line))
-                change.report().note("stands in clear as before; vekctl protect encrypts it",
-                                     line.line.number, line.name.key());
-        change.tellOfKey(lines, options.keyFile, to, "--set-keyfile", !lines.credentials().empty());
     }
 
     bool planValues(const CredentialLines &lines, ChangePlan *plan) {

@@ -304,7 +304,9 @@ bool SafeReplacement::copyAttributes() {
         return failWith(errno, "the new file cannot be looked at");
     if ((made.st_uid != opened.st_uid || made.st_gid != opened.st_gid) &&
         fchown(target, opened.st_uid, opened.st_gid) != 0)
-        return failWith(errno, "owner and group cannot be kept");
+        return failWith(errno, made.st_uid != opened.st_uid
+                                   ? "its owner cannot be kept"
+                                   : "its group, of which the user is no member, cannot be kept");
     if (!copyExtendedAttributes(file.get(), target))
         return failWith(errno, "its access list or extended attributes cannot be kept");
     if (fchmod(target, opened.st_mode & ALLPERMS) != 0)

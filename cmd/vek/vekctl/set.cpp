@@ -42,9 +42,11 @@ private:
         if (!planValue(file.lines, &plan, std::move(value)))
             return change.refuse(plan);
         const Outcome outcome = change.carryOut(&file, &plan);
-        if (outcome != Outcome::failed)
-            change.tellOfKey(file.lines, /* named= */ "", session, "vekctl protect --name-key",
-                             /* holdsValues= */ true);
+        if (outcome == Outcome::failed)
+            return outcome;
+        change.tellOfClear(file.lines, &name);
+        change.tellOfKey(file.lines, /* named= */ "", session, "vekctl protect --name-key",
+                         /* holdsValues= */ true);
         return outcome;
     }
 
@@ -64,8 +66,8 @@ private:
     bool takeNewValue(Secret *value) {
         std::string problem = takeValue("Value of " + shown(options.key), value);
         if (problem.empty() && value->size() > name.row->capacity)
-            problem = "the value is too long for the field of its reader; use a shorter one; "
-                      "nothing was changed";
+            problem = "the value is longer than the " + std::to_string(name.row->capacity) +
+                      " bytes of its reader's field; use a shorter one; nothing was changed";
         if (problem.empty())
             return true;
         change.report().problem(problem, /* line= */ 0, options.key);

@@ -14,6 +14,8 @@ namespace vekctl {
 
 namespace {
 
+constexpr char SECTIONS[] = "cms, crl, ocsp, pem, pkcs11 and vekcred";
+
 struct Options {
     CommonOptions common;
     std::string section;
@@ -170,9 +172,10 @@ int show(const Options &options) {
                               options.section == vek::CMS_SECTION;
     if (std::ranges::count(sections, options.section) == 0 || !isForChannel) {
         if (!isForChannel)
-            throw UsageError("there is no such section with channels");
+            throw UsageError("only cms and pem have channels");
+        const std::string meant = didYouMean(nearest(options.section, sections));
         throw UsageError("there is no such section" +
-                         didYouMean(nearest(options.section, sections)));
+                         (meant.empty() ? std::string("; they are ") + SECTIONS : meant));
     }
     Report report("show", options.common);
     const std::vector<std::string> files =
@@ -186,8 +189,7 @@ int show(const Options &options) {
 void addShow(Command &command) {
     const auto options = std::make_shared<Options>();
     command.commonOptions(&options->common);
-    command.operand("SECTION", &options->section, Need::required,
-                    "cms, crl, ocsp, pem, pkcs11 or vekcred");
+    command.operand("SECTION", &options->section, Need::required, SECTIONS);
     command.operand("FILE", &options->file, Need::optional,
                     "keystore.conf; else the standard place");
     command.option("--channel", "NAME", &options->channel, "the record of a channel");

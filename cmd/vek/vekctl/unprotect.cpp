@@ -146,12 +146,14 @@ void addUnprotect(Command &command) {
     command.operands("FILE", &options->files, Need::optional, "the file; none: the standard place",
                      /* most= */ 1);
     command.option("--output", "FILE", &options->output, Need::optional,
-                   "a new file, instead of standard output");
+                   "a new file; else, and for \"-\", standard output");
     command.flag("--in-place", &options->inPlace, "change the file itself; needs --yes");
     command.flag("--yes", &options->yes, "yes, leave the credentials in clear in the file");
     addChangeOptions(&command, options.get());
     options->builtIn = true; // opening with it tells nobody anything
     command.work([options] {
+        if (options->output == "-")
+            options->output.clear();
         checkOptions(*options);
         return Unprotect(*options).run();
     });

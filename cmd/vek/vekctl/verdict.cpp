@@ -208,7 +208,7 @@ private:
         case SVC_PBE_AUTHENTICATION_FAILED:
             addReading(part, Code::otherKey, item,
                        "tried with " + trial.source().describe() +
-                           "; name the right key, or remove the line and use vekctl set");
+                           "; name the right key, or vekctl set stores the value anew");
             break;
         case SVC_PBE_MALFORMED_TEXT:
             addReading(part, Code::damaged, item);
@@ -231,6 +231,8 @@ private:
     }
 
     static const char *remedyFor(const Item &clear, const char *protection) {
+        if (clear.known.isOfChannel && clear.known.channel.empty())
+            return "its channel has no name; add one, or remove the line";
         const char *const doubt = doubtIn(clear.reading, clear.known.credential->capacity);
         return doubt != nullptr          ? doubt
                : isTooLongToStore(clear) ? "vekctl set stores a shorter one"
@@ -240,17 +242,27 @@ private:
         return clear.reading.value.size() > SVC_PBE_CLEAR_TEXT_LIMIT;
     }
 
-    // A failure that no finding names yet is told as the reader's own.
+    // What no finding names yet is told as the reader's own: a failure, and a channel without effect.
     void explain(JudgedPart &part, const ReaderRun &reader) {
-        if (!reader.isBad() || reader.handsWrongText || isExplained(part, reader))
+        const bool isTold = reader.isBad() || (reader.isIncomplete() && hasKeyOf(part, reader));
+        if (!isTold || reader.handsWrongText || isExplained(part, reader))
             return;
-        Finding finding = {Code::reader, Level::error, 0, keyAtFault(reader), ""};
+        Finding finding = {Code::reader, reader.isBad() ? Level::error : Level::warning, 0,
+                           keyAtFault(reader), ""};
         for (const Item &item : part.keystore.items())
             if (item.reading.key == finding.key)
                 finding.line = item.line;
         finding.detail = resultText(reader);
         part.explained.push_back(finding.key);
         findings.keep(std::move(finding));
+    }
+
+    // A marker alone is a stray one.
+    static bool hasKeyOf(const JudgedPart &part, const ReaderRun &channel) {
+        return std::ranges::any_of(part.keystore.items(), [&](const Item &item) {
+            return item.known.isOfChannel && !item.known.isMarker() &&
+                   item.section == channel.name.section;
+        });
     }
 
     bool isExplained(const JudgedPart &part, const ReaderRun &reader) const {
@@ -271,6 +283,9 @@ private:
 
     static std::string resultText(const ReaderRun &reader) {
         const uint32_t code = reader.result.code;
+        if (reader.isIncomplete())
+            return "it ends with 1, as the key is missing, so the channel counts as not there; "
+                   "add it, or correct the name of the channel";
         if (code == SZTU_BAD_CONFIG)
             return "it ends with 15, as the key is missing or its value is not accepted; add or "
                    "correct it";
