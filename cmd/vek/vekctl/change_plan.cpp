@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cctype>
 #include <map>
+#include <sys/stat.h>
 
 namespace vekctl {
 
@@ -126,6 +127,12 @@ bool ChangePlan::open(const KeyLine &credential, CipherSession &key, Secret *cle
                 credential);
 }
 
+bool ChangePlan::checkLength(const KeyLine &credential, const Secret &clearText) {
+    return clearText.size() <= credential.name.row->capacity ||
+           fail("its value is longer than the field of its reader; vekctl set stores a shorter one",
+                credential);
+}
+
 bool ChangePlan::isWrittenMarker(const KeyLine &line, CipherSession &key) const {
     if (!lines.mayBeWrittenMarker(line))
         return false;
@@ -226,6 +233,12 @@ void ChangePlan::leave(const KeyLine &credential) {
                                 /* isStored= */ false, Marking::asBefore});
 }
 
+void ChangePlan::show(const HiddenKey &hidden) {
+    change.showKey(hidden.reading);
+    shown.insert(hidden.line);
+    done.push_back({hidden.line, std::string(hidden.key()), "made visible"});
+}
+
 void ChangePlan::remove(const KeyLine &line, const char *deed) {
     change.remove(line.line);
     removed.insert(line.line.number);
@@ -275,6 +288,12 @@ void ChangePlan::insertMarker(const KeyLine &credential) {
 bool ChangePlan::nameKeyFile(const std::string &path) {
     if (lines.keyFile() == path)
         return true;
+    struct stat status = {};
+    if (stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
+        failure = {"the key is not in a file that readers can open later; name one that is",
+                   lines.keyFileLine().number, KEY_FILE_KEY};
+        return false;
+    }
     const bool isTaken = std::none_of(path.begin(), path.end(), [](char character) {
         return character == '#' || iscntrl(static_cast<unsigned char>(character)) != 0;
     });
@@ -313,8 +332,21 @@ bool ChangePlan::prove(const Secret &newText) {
     if (isRead && std::all_of(expectations.begin(), expectations.end(), isProved) &&
         hasSameLines(result))
         return true;
-    failure = {NOT_PROVED, /* line= */ 0, /* key= */ {}};
+    tellFailedProof();
     return false;
+}
+
+// What may be a marker of runvekcred may stand there twice, and turn out to be a password.
+void ChangePlan::tellFailedProof() {
+    failure = {NOT_PROVED, /* line= */ 0, /* key= */ {}};
+    std::map<std::string, size_t> firstLines;
+    for (const KeyLine &line : lines.credentials()) {
+        if (removed.contains(line.line.number))
+            continue;
+        const auto [first, isFirst] = firstLines.emplace(line.name.key(), line.line.number);
+        if (!isFirst)
+            return (void)fail(textOf(duplicateKey(line.line.number, "", first->second)), line);
+    }
 }
 
 bool ChangePlan::isReadBack(const Expected &expected, const ReadersView &before,
@@ -346,11 +378,21 @@ bool ChangePlan::hasSameLines(const CredentialLines &result) const {
     OtherLines now(result, namedKeyFile.has_value());
     const Line *old = before.next();
     const Line *fresh = now.next();
-    while (old != nullptr && fresh != nullptr && isSameLine(*old, *fresh)) {
+    while (old != nullptr && fresh != nullptr &&
+           (isSameLine(*old, *fresh) || isMadeVisible(*old, *fresh))) {
         old = before.next();
         fresh = now.next();
     }
     return old == nullptr && fresh == nullptr;
+}
+
+bool ChangePlan::isMadeVisible(const Line &before, const Line &now) const {
+    if (!shown.contains(before.number))
+        return false;
+    const Reading old = readLine(before);
+    const Reading fresh = readLine(now);
+    return fresh.key == HiddenKey{before.number, old}.key() && fresh.value == old.value &&
+           before.text.size() - now.text.size() == old.key.size() - fresh.key.size();
 }
 
 } // namespace vekctl

@@ -38,6 +38,8 @@ public:
     // ---- What a credential's line holds ----
     // Opens a value in encrypted form with a key.
     [[nodiscard]] bool open(const KeyLine &credential, CipherSession &key, Secret *clearText);
+    // Refuses a value in encrypted form that does not fit its reader's field.
+    [[nodiscard]] bool checkLength(const KeyLine &credential, const Secret &clearText);
     // Whether a line is a marker of runvekcred that no reader looks at; its second run encrypts the
     // YES of the first.
     [[nodiscard]] bool isWrittenMarker(const KeyLine &line, CipherSession &key) const;
@@ -55,6 +57,8 @@ public:
     [[nodiscard]] bool writeClear(const KeyLine &credential, Secret clearText);
     // Leaves an encrypted value, and takes a blank away that hides its key.
     void keep(const KeyLine &credential, Secret clearText);
+    // Takes the blank away that hides a key of another kind from its reader.
+    void show(const HiddenKey &hidden);
     void remove(const KeyLine &line, const char *deed);
     // Leaves a line as it is, with its value as it stands.
     void leave(const KeyLine &credential);
@@ -98,6 +102,8 @@ private:
     [[nodiscard]] bool isReadBack(const Expected &expected, const ReadersView &before,
                                   const ReadersView &now);
     [[nodiscard]] bool hasSameLines(const CredentialLines &result) const;
+    [[nodiscard]] bool isMadeVisible(const Line &before, const Line &now) const;
+    void tellFailedProof();
 
     const CredentialLines &lines;
     CipherSession &session;
@@ -105,6 +111,7 @@ private:
     std::vector<Expected> expectations;
     std::set<size_t> rewritten; // numbers of the lines of credentials that get another value
     std::set<size_t> removed;
+    std::set<size_t> shown; // lines of other keys that were hidden
     std::optional<std::string> namedKeyFile;
     std::vector<Deed> done;
     Problem failure;

@@ -79,6 +79,10 @@ bool KeyLine::isRightMarker() const {
     return !isHidden() && saysYes(reading.value) && saysYes(reading.writerValue);
 }
 
+std::string_view HiddenKey::key() const {
+    return withoutBlanksBehind(reading.key);
+}
+
 bool CredentialLines::fail(std::string text, size_t line, std::string key) {
     failure = {std::move(text), line, std::move(key)};
     return false;
@@ -108,6 +112,9 @@ bool CredentialLines::take(FileText text) {
             lineOfKeyFile = line;
         if (takenByWriter(reading.key) != nullptr)
             sortIn(line, reading);
+        else if (const HiddenKey other = {line.number, reading};
+                 other.key().size() < reading.key.size() && findKey(other.key()).key != nullptr)
+            hidden.push_back(other);
     }
     return takeKeyFile();
 }

@@ -63,6 +63,14 @@ struct KeyLine {
     [[nodiscard]] bool isRightMarker() const;
 };
 
+// A key that is neither, hidden by the stripping rule.
+struct HiddenKey {
+    size_t line = 0;
+    Reading reading;
+
+    [[nodiscard]] std::string_view key() const;
+};
+
 class CredentialLines {
 public:
     // Takes the whole text of a file. False: the readers cannot use it either; problem() says why.
@@ -86,6 +94,9 @@ public:
     }
     [[nodiscard]] const std::vector<KeyLine> &lookAlikes() const {
         return lookAlikeLines;
+    }
+    [[nodiscard]] const std::vector<HiddenKey> &hiddenKeys() const {
+        return hidden;
     }
     // The line of vekcred.keyfile and its value; number 0 and "" without one.
     [[nodiscard]] const Line &keyFileLine() const {
@@ -113,6 +124,7 @@ private:
     std::vector<KeyLine> credentialLines;
     std::vector<KeyLine> markerLines;
     std::vector<KeyLine> lookAlikeLines;
+    std::vector<HiddenKey> hidden;
     Keystore settings;
     Line lineOfKeyFile;
     std::string pathOfKeyFile;

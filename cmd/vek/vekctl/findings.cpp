@@ -55,7 +55,7 @@ constexpr FindingKind KINDS[] = {
      "opens with the built-in key, which everybody has who has this program; vekctl rekey --from "
      "built-in changes it"},
     {Code::keyMode, "key-mode", WARNING, SAFETY,
-     "others than its owner have rights on the key file; chmod 600 takes them away"},
+     "others can read the key file, or change it; chmod 600 takes that away"},
     {Code::keyOwner, "key-owner", WARNING, SAFETY,
      "the key file belongs to neither root nor this user"},
     {Code::keyWeak, "key-weak", WARNING, SAFETY,

@@ -1,5 +1,5 @@
 /*
- * get.cpp - the command that prints one credential, as its reader hands it to a program.
+ * get.cpp - the command that prints one credential, also where its reader would fail.
  */
 #include "vekctl/commands.h"
 #include "vekctl/credential_lines.h"

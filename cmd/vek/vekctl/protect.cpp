@@ -16,7 +16,7 @@ namespace {
 bool planCredential(ChangePlan *plan, const KeyLine &line, CipherSession *session) {
     Secret clearText;
     if (line.isStored()) {
-        if (!plan->open(line, *session, &clearText))
+        if (!plan->open(line, *session, &clearText) || !plan->checkLength(line, clearText))
             return false;
         plan->keep(line, std::move(clearText));
     } else if (!plan->takeClear(line, &clearText) ||
@@ -47,6 +47,8 @@ bool planProtection(const CredentialLines &lines, ChangePlan *plan, CipherSessio
             plan->remove(marker, "stray marker removed");
     for (const KeyLine *const line : credentials)
         plan->mark(*line);
+    for (const HiddenKey &hidden : lines.hiddenKeys())
+        plan->show(hidden);
     return true;
 }
 

@@ -26,7 +26,11 @@ public:
     }
 
 private:
+    // The folder is not locked while somebody types, so the file is looked at before and after.
     Outcome set(const std::string &path) {
+        Secret value;
+        if (!isFit(path) || !takeNewValue(&value))
+            return Outcome::failed;
         OpenedFile file;
         if (!change.open(path, &file))
             return Outcome::failed;
@@ -34,12 +38,7 @@ private:
         if (session == nullptr)
             return Outcome::failed;
         ChangePlan plan(file.lines, *session);
-        if (!plan.checkDuplicates() || !keepOthers(file.lines, &plan, session))
-            return change.refuse(plan);
-        Secret value;
-        if (!takeNewValue(&value))
-            return Outcome::failed;
-        if (!planValue(file.lines, &plan, std::move(value)))
+        if (!isFit(file.lines, &plan, session) || !planValue(file.lines, &plan, std::move(value)))
             return change.refuse(plan);
         const Outcome outcome = change.carryOut(&file, &plan);
         if (outcome == Outcome::failed)
@@ -50,8 +49,27 @@ private:
         return outcome;
     }
 
+    bool isFit(const std::string &path) {
+        OpenedFile file;
+        if (!change.open(path, &file))
+            return false;
+        CipherSession *const session = change.sessionFor(file.lines);
+        if (session == nullptr)
+            return false;
+        ChangePlan plan(file.lines, *session);
+        const bool fits = isFit(file.lines, &plan, session);
+        if (!fits)
+            (void)change.refuse(plan);
+        return fits;
+    }
+
+    bool isFit(const CredentialLines &lines, ChangePlan *plan, CipherSession *session) const {
+        return plan->checkLookAlikes() && plan->checkDuplicates() &&
+               keepOthers(lines, plan, session);
+    }
+
     // One file, one key: what is there already must open.
-    bool keepOthers(const CredentialLines &lines, ChangePlan *plan, CipherSession *session) {
+    bool keepOthers(const CredentialLines &lines, ChangePlan *plan, CipherSession *session) const {
         for (const KeyLine &line : lines.credentials()) {
             Secret opened;
             if (line.name == name)

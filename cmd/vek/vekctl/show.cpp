@@ -132,7 +132,7 @@ Outcome showRecord(const Options &options, const std::string &path, Report *repo
     if (!file.load(path, report))
         return Outcome::failed;
     const ReaderName reader = {options.section, options.channel.has_value(),
-                               options.channel.value_or("")};
+                               std::string(channelAsRead(options.channel.value_or("")))};
     bool needsKey = false;
     bool hasSection = false;
     for (const Item &item : file.settings().items()) {

@@ -34,15 +34,19 @@ std::string_view between(const char *start, const char *end) {
 } // namespace
 
 // `replaced` lies in the text of the file.
-void TextChange::edit(std::string_view replaced, std::string_view inserted) {
+void TextChange::edit(std::string_view replaced, std::string_view inserted, bool isNewLine) {
     edits.push_back({static_cast<size_t>(replaced.data() - lines.text().data()), replaced.size(),
-                     Secret(inserted)});
+                     Secret(inserted), isNewLine});
+}
+
+void TextChange::showKey(const Reading &reading) {
+    if (const size_t blanks = blanksBehind(reading.key); blanks > 0)
+        edit(reading.key.substr(reading.key.size() - blanks), "");
 }
 
 void TextChange::replaceValue(const Line &line, const Reading &reading, std::string_view value,
                               Tail tail) {
-    if (const size_t blanks = blanksBehind(reading.key); blanks > 0)
-        edit(reading.key.substr(reading.key.size() - blanks), "");
+    showKey(reading);
     const char *const end = line.text.data() + line.text.size();
     // What the readers take for a value may reach into the line end.
     const char *const valueEnd = std::min(reading.value.data() + reading.value.size(), end);
@@ -63,11 +67,9 @@ void TextChange::insertBefore(const Line &line, const std::string &key, std::str
 void TextChange::insertBehind(const Line &line, const std::string &key, std::string_view value) {
     if (line.number == 0)
         return insertBehind(lastLine(), key, value);
-    const Secret inserted = setting(key, value);
-    Secret whole(line.end.empty() ? lines.endFor(line) : "");
-    whole.append(inserted.view());
-    whole.append(line.end);
-    edit({line.end.data() + line.end.size(), 0}, whole.view());
+    Secret inserted = setting(key, value);
+    inserted.append(line.end);
+    edit({line.end.data() + line.end.size(), 0}, inserted.view(), line.end.empty());
 }
 
 Line TextChange::lastLine() const {
@@ -91,6 +93,9 @@ Secret TextChange::text() const {
     size_t position = 0;
     for (const Edit *const edit : ordered) {
         result.append(old.substr(position, edit->offset - position));
+        // The line in front may have been removed.
+        if (edit->isNewLine && result.size() > 0 && !result.view().ends_with('\n'))
+            result.append(lines.endFor(lastLine()));
         result.append(edit->inserted.view());
         position = edit->offset + edit->removed;
     }

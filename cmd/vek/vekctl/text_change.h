@@ -16,7 +16,9 @@ public:
     // `lines` must outlive the change.
     explicit TextChange(const CredentialLines &old) : lines(old) {}
 
-    // Puts another value into a line. A key that the stripping rule hides becomes visible.
+    // Takes the blanks behind a key away that the stripping rule would make a part of it.
+    void showKey(const Reading &reading);
+    // Puts another value into a line, and shows its key.
     void replaceValue(const Line &line, const Reading &reading, std::string_view value, Tail tail);
     void remove(const Line &line);
     void insertBefore(const Line &line, const std::string &key, std::string_view value);
@@ -34,8 +36,9 @@ private:
         size_t offset;
         size_t removed;
         Secret inserted;
+        bool isNewLine; // behind a last line without a line end
     };
-    void edit(std::string_view replaced, std::string_view inserted);
+    void edit(std::string_view replaced, std::string_view inserted, bool isNewLine = false);
     [[nodiscard]] Line lastLine() const;
 
     const CredentialLines &lines;

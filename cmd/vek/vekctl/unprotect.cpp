@@ -108,7 +108,7 @@ private:
         if (!change.prove(plan, text))
             return Outcome::failed;
         if (options.dryRun)
-            return Outcome::clean;
+            return tryOutput();
         if (options.output.empty()) {
             const int error = replacement::writeBytes(STDOUT_FILENO, text.view());
             if (error == 0)
@@ -116,12 +116,21 @@ private:
             change.report().problem("standard output cannot be written: " + errorText(error));
             return Outcome::failed;
         }
-        if (const int error = writeNewFile(options.output, text.view()); error != 0) {
-            change.report().problem("the output '" + options.output +
-                                    "' cannot be made: " + errorText(error));
-            return Outcome::failed;
-        }
-        return Outcome::clean;
+        const int error = writeNewFile(options.output, text.view());
+        return error == 0 ? Outcome::clean : refuseOutput(error);
+    }
+
+    Outcome tryOutput() {
+        struct stat status = {};
+        if (options.output.empty() || lstat(options.output.c_str(), &status) != 0)
+            return Outcome::clean;
+        return refuseOutput(EEXIST);
+    }
+
+    Outcome refuseOutput(int error) {
+        change.report().problem("the output '" + options.output +
+                                "' cannot be made: " + errorText(error));
+        return Outcome::failed;
     }
 
     const UnprotectOptions &options;
