@@ -1,10 +1,9 @@
 /*
- * change_plan.cpp - plans a change line by line, and proves the new text.
+ * change_plan.cpp - plans a change line by line.
  */
 #include "vekctl/change_plan.h"
 
 #include "shared/line_words.h"
-#include "vekctl/keystore.h"
 #include "vekctl/report.h"
 
 #include <algorithm>
@@ -14,75 +13,7 @@
 
 namespace vekctl {
 
-// The settings of a text as the library's parser hands them to the readers.
-class ReadersView {
-public:
-    explicit ReadersView(std::string_view text) : copy(text), list(SztuListCreate()) {
-        copy.append({"\0", 1});
-        if (list == nullptr)
-            throw std::bad_alloc();
-        parsed = sztucParseConfigFile(copy.data(), list) == SZTU_OK;
-    }
-    ReadersView(const ReadersView &) = delete;
-    ReadersView &operator=(const ReadersView &) = delete;
-    ~ReadersView() {
-        sztucFreeConfigList(list);
-    }
-
-    [[nodiscard]] bool isWhole() const {
-        return parsed;
-    }
-    [[nodiscard]] std::vector<std::string_view> valuesOf(const std::string &key) const {
-        std::vector<std::string_view> values;
-        for (const SztuListNode *node = list->head; node != nullptr; node = node->next) {
-            const auto *const item = static_cast<const SztucConfigItem *>(node->item);
-            if (key == item->key)
-                values.emplace_back(item->value);
-        }
-        return values;
-    }
-
-private:
-    Secret copy;
-    SztuList *list;
-    bool parsed = false;
-};
-
 namespace {
-
-constexpr char NOT_PROVED[] =
-    "the new text does not say the same as the old one; nothing was changed, and this is a fault "
-    "of vekctl: please report it";
-
-// Walks the lines that are neither credential nor marker, nor the one that names the key file if
-// that changes.
-class OtherLines {
-public:
-    OtherLines(const CredentialLines &walked, bool keyFileChanges) : lines(walked) {
-        for (const auto *const list : {&lines.credentials(), &lines.markers()})
-            for (const KeyLine &each : *list)
-                left.insert(each.line.number);
-        if (keyFileChanges)
-            left.insert(lines.keyFileLine().number);
-    }
-    // Null at the end.
-    const Line *next() {
-        while (lines.next(&line))
-            if (!left.contains(line.number))
-                return &line;
-        return nullptr;
-    }
-
-private:
-    const CredentialLines &lines;
-    std::set<size_t> left;
-    Line line;
-};
-
-// The last line of a file without a last line end gets one when something follows it.
-bool isSameLine(const Line &before, const Line &now) {
-    return before.text == now.text && (before.end == now.end || before.end.empty());
-}
 
 std::string textOf(uint32_t reason) {
     const char *const text = svcPBEReasonText(reason);
@@ -96,11 +27,13 @@ bool ChangePlan::fail(std::string text, const KeyLine &line) {
     return false;
 }
 
-bool ChangePlan::checkDuplicates() {
+bool ChangePlan::checkDuplicates(bool withWrittenMarkers) {
     std::map<std::string, size_t> firstLines;
     for (const KeyLine &line : lines.credentials()) {
+        if (removed.contains(line.line.number))
+            continue;
         const auto [first, isFirst] = firstLines.emplace(line.name.key(), line.line.number);
-        if (!isFirst && !lines.mayBeWrittenMarker(line))
+        if (!isFirst && (withWrittenMarkers || !lines.mayBeWrittenMarker(line)))
             return fail(textOf(duplicateKey(line.line.number, "", first->second)), line);
     }
     return true;
@@ -313,86 +246,6 @@ bool ChangePlan::nameKeyFile(const std::string &path) {
     namedKeyFile = path;
     done.push_back({lines.keyFileLine().number, KEY_FILE_KEY, "names the key file"});
     return true;
-}
-
-bool ChangePlan::prove(const Secret &newText) {
-    const ReadersView before(lines.text());
-    const ReadersView now(newText.view());
-    if (!now.isWhole() && expectations.empty()) {
-        failure = {"holds nothing but markers that no reader looks at; remove the file",
-                   removed.empty() ? 0 : *removed.begin(),
-                   {}};
-        return false;
-    }
-    FileText copy;
-    copy.take(Secret(newText.view()));
-    CredentialLines result;
-    const bool isRead = now.isWhole() && result.take(std::move(copy));
-    const auto isProved = [&](const Expected &each) { return isReadBack(each, before, now); };
-    if (isRead && std::all_of(expectations.begin(), expectations.end(), isProved) &&
-        hasSameLines(result))
-        return true;
-    tellFailedProof();
-    return false;
-}
-
-// What may be a marker of runvekcred may stand there twice, and turn out to be a password.
-void ChangePlan::tellFailedProof() {
-    failure = {NOT_PROVED, /* line= */ 0, /* key= */ {}};
-    std::map<std::string, size_t> firstLines;
-    for (const KeyLine &line : lines.credentials()) {
-        if (removed.contains(line.line.number))
-            continue;
-        const auto [first, isFirst] = firstLines.emplace(line.name.key(), line.line.number);
-        if (!isFirst)
-            return (void)fail(textOf(duplicateKey(line.line.number, "", first->second)), line);
-    }
-}
-
-bool ChangePlan::isReadBack(const Expected &expected, const ReadersView &before,
-                            const ReadersView &now) {
-    const auto values = now.valuesOf(expected.name.key());
-    if (values.size() != 1)
-        return false;
-    Secret opened;
-    if (expected.isStored && session.restore(values.front(), &opened) != SVC_PBE_OK)
-        return false;
-    if (!expected.value.equals(expected.isStored ? opened.view() : values.front()))
-        return false;
-    const auto markers = now.valuesOf(expected.name.marker());
-    switch (expected.marking) {
-    case Marking::yes:
-        return markers.size() == 1 && saysYes(markers.front());
-    case Marking::none:
-        return markers.empty();
-    case Marking::asBefore:
-        break;
-    }
-    return markers == before.valuesOf(expected.name.marker());
-}
-
-bool ChangePlan::hasSameLines(const CredentialLines &result) const {
-    if (namedKeyFile && result.keyFile() != *namedKeyFile)
-        return false;
-    OtherLines before(lines, namedKeyFile.has_value());
-    OtherLines now(result, namedKeyFile.has_value());
-    const Line *old = before.next();
-    const Line *fresh = now.next();
-    while (old != nullptr && fresh != nullptr &&
-           (isSameLine(*old, *fresh) || isMadeVisible(*old, *fresh))) {
-        old = before.next();
-        fresh = now.next();
-    }
-    return old == nullptr && fresh == nullptr;
-}
-
-bool ChangePlan::isMadeVisible(const Line &before, const Line &now) const {
-    if (!shown.contains(before.number))
-        return false;
-    const Reading old = readLine(before);
-    const Reading fresh = readLine(now);
-    return fresh.key == HiddenKey{before.number, old}.key() && fresh.value == old.value &&
-           before.text.size() - now.text.size() == old.key.size() - fresh.key.size();
 }
 
 } // namespace vekctl

@@ -30,8 +30,8 @@ public:
         : lines(old), session(key), change(old) {}
 
     // ---- Before anything is planned ----
-    // Refuses keys that stand twice.
-    [[nodiscard]] bool checkDuplicates();
+    // Refuses keys that stand twice. What may be a marker of runvekcred may.
+    [[nodiscard]] bool checkDuplicates(bool withWrittenMarkers = false);
     // Refuses keys that runvekcred takes for a credential or a marker, and no reader does.
     [[nodiscard]] bool checkLookAlikes();
 
@@ -103,7 +103,6 @@ private:
                                   const ReadersView &now);
     [[nodiscard]] bool hasSameLines(const CredentialLines &result) const;
     [[nodiscard]] bool isMadeVisible(const Line &before, const Line &now) const;
-    void tellFailedProof();
 
     const CredentialLines &lines;
     CipherSession &session;
