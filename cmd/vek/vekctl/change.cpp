@@ -116,7 +116,9 @@ void Change::tellOfKey(const CredentialLines &lines, const std::string &named,
                   vek::KEY_FILE_VARIABLE + " as it is here");
     if (isFound)
         return;
-    if (!isUsable)
+    if (!isUsable && !named.empty() && options.common.quiet && !options.common.json)
+        told.problem(found.problem() + "; the readers need the key there");
+    else if (!isUsable)
         told.note(found.problem() + "; the readers need the key there");
     else if (chosen.isBuiltIn())
         told.note("the readers need " + std::string(vek::KEY_FILE_VARIABLE) +

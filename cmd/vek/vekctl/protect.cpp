@@ -96,7 +96,9 @@ private:
                 (finding.code == Code::unknownKey || finding.code == Code::notText);
             const bool isQuoted =
                 finding.code == Code::notText && findKey(finding.key).isCredential();
-            if (isMeant || isQuoted || finding.code == Code::comment)
+            if (isMeant && options.common.quiet && !options.common.json) // the status needs a word
+                change.report().problem(textOf(finding), finding.line, finding.key);
+            else if (isMeant || isQuoted || finding.code == Code::comment)
                 change.report().finding(finding);
             isError = isError || isMeant;
         }
