@@ -4,7 +4,6 @@
 #include "vekctl/change.h"
 
 #include "vekctl/key_file_look.h"
-
 #include "ztsvc.h"
 
 #include <algorithm>

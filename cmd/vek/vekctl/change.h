@@ -55,9 +55,9 @@ public:
         return lines.credentials().empty() ? session({}) : sessionFor(lines);
     }
     // Says what is wrong with the key of the session, whether the readers choose it themselves, and
-    // what they need when they do not. `named` is the key file that vekcred.keyfile names from now on, "" for the one
-    // that it named before; `option` is the one that writes it. A file that holds no value needs
-    // no key.
+    // what they need when they do not. `named` is the key file that vekcred.keyfile names from now
+    // on, "" for the one that it named before; `option` is the one that writes it. A file that
+    // holds no value needs no key.
     void tellOfKey(const CredentialLines &lines, const std::string &named, CipherSession *session,
                    const char *option, bool holdsValues);
     // Tells of the credentials that stand in clear as before, but for `changed`.

@@ -242,7 +242,7 @@ private:
         return clear.reading.value.size() > SVC_PBE_CLEAR_TEXT_LIMIT;
     }
 
-    // What no finding names yet is told as the reader's own: a failure, and a channel without effect.
+    // What no finding names yet is told as the reader's own: a failure, a channel without effect.
     void explain(JudgedPart &part, const ReaderRun &reader) {
         const bool isTold = reader.isBad() || (reader.isIncomplete() && hasKeyOf(part, reader));
         if (!isTold || reader.handsWrongText || isExplained(part, reader))
