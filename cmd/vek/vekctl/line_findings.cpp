@@ -129,7 +129,11 @@ private:
         if (rest.size() < 2 || (rest.front() != '=' && rest.front() != ':') ||
             vek::isInEncryptedForm(trimmed(rest.substr(1))))
             return;
-        const std::string meant = meantKey(shownKey(key));
+        // A setting that was taken out needs no search for what was meant.
+        const KnownKey known = findKey(key);
+        if (known.key != nullptr && !known.isCredential())
+            return;
+        const std::string meant = known.isCredential() ? shownKey(key) : meantKey(shownKey(key));
         if (findKey(meant).isCredential() || (rest.front() == '=' && speaksOfSecret(key)))
             add(Code::comment, Level::warning, meant, "");
     }
