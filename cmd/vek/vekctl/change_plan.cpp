@@ -4,7 +4,7 @@
 #include "vekctl/change_plan.h"
 
 #include "shared/line_words.h"
-#include "vekctl/report.h"
+#include "vekctl/findings.h"
 
 #include <algorithm>
 #include <cctype>
@@ -168,7 +168,7 @@ void ChangePlan::leave(const KeyLine &credential) {
 
 void ChangePlan::show(const HiddenKey &hidden) {
     change.showKey(hidden.reading);
-    shown.insert(hidden.line);
+    madeVisible.insert(hidden.line);
     done.push_back({hidden.line, std::string(hidden.key()), "made visible"});
 }
 

@@ -110,7 +110,7 @@ private:
     std::vector<Expected> expectations;
     std::set<size_t> rewritten; // numbers of the lines of credentials that get another value
     std::set<size_t> removed;
-    std::set<size_t> shown; // lines of other keys that were hidden
+    std::set<size_t> madeVisible; // lines of other keys that were hidden
     std::optional<std::string> namedKeyFile;
     std::vector<Deed> done;
     Problem failure;

@@ -141,7 +141,7 @@ bool ChangePlan::hasSameLines(const CredentialLines &result) const {
 }
 
 bool ChangePlan::isMadeVisible(const Line &before, const Line &now) const {
-    if (!shown.contains(before.number))
+    if (!madeVisible.contains(before.number))
         return false;
     const HiddenKey hidden = {before.number, readLine(before)};
     const std::string_view key = hidden.reading.key;
